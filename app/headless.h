@@ -1,0 +1,2 @@
+#pragma once
+int run_headless(int argc, char** argv);

@@ -1,0 +1,48 @@
+#include "engine/output_chain.h"
+
+#include "engine/smf_producer.h"
+#include "veldan/base/clock.h"
+
+namespace {
+constexpr const char* kPublicNamePattern = "Quill MIDI OUT *";
+}
+
+std::string TOutputChain::PublicName(int port) {
+    std::string name = kPublicNamePattern;
+    name[name.find('*')] = char('A' + port);
+    return name;
+}
+
+TOutputChain::TOutputChain(TSMFProducer& producer) {
+    for (int port = 0; port < kPorts; ++port) {
+        fFilters[port] = std::make_unique<TMidiFilter>(PublicName(port));
+        fFilters[port]->Producer()->Register();
+        fManagers[port] = std::make_unique<TNoteOnManager>();
+        fManagers[port]->Connect(fFilters[port].get());
+        producer.Producer(port)->Connect(fManagers[port].get());
+    }
+}
+
+TOutputChain::~TOutputChain() = default;
+
+void TOutputChain::QuickAllNotesOff() {
+    for (auto& manager : fManagers) manager->QuickAllNotesOff(0);
+}
+
+void TOutputChain::SetKey(int32_t semitones) {
+    for (auto& filter : fFilters) filter->SetKey(semitones);
+}
+
+void TOutputChain::SetVolume(int32_t percent) {
+    for (auto& filter : fFilters) filter->SetVolume(percent);
+}
+
+bool TOutputChain::WaitIdle(int64_t timeoutUs) {
+    int64_t deadline = veldan::system_time() + timeoutUs;
+    // Managers first: what they pass on must reach the filters before those are asked.
+    for (auto& manager : fManagers)
+        if (!manager->WaitIdle(deadline - veldan::system_time())) return false;
+    for (auto& filter : fFilters)
+        if (!filter->WaitIdle(deadline - veldan::system_time())) return false;
+    return true;
+}

@@ -1,0 +1,41 @@
+#pragma once
+// TOutputChain: the two lanes between the producer and the outside world,
+//   producer output i -> TNoteOnManager i -> TMidiFilter i -> "Quill MIDI OUT A"/"B".
+// Made once and kept for the program's life; only the two public endpoints are
+// registered, so only they are visible to other programs.
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "engine/midi_filter.h"
+#include "engine/note_on_manager.h"
+
+class TSMFProducer;
+
+class TOutputChain {
+public:
+    static constexpr int kPorts = 2;
+
+    explicit TOutputChain(TSMFProducer& producer);
+    ~TOutputChain();
+
+    // "Quill MIDI OUT A" for port 0, "Quill MIDI OUT B" for port 1.
+    static std::string PublicName(int port);
+
+    TNoteOnManager& NoteOnManager(int port) { return *fManagers[port & 1]; }
+    TMidiFilter& Filter(int port) { return *fFilters[port & 1]; }
+    TMidiLocalProducer* PublicOut(int port) { return fFilters[port & 1]->Producer(); }
+
+    // Owner's thread: silences every sounding note on both lanes.
+    void QuickAllNotesOff();
+    void SetKey(int32_t semitones);
+    void SetVolume(int32_t percent);
+    // Waits until both lanes have passed on everything they were sent; false on timeout.
+    bool WaitIdle(int64_t timeoutUs);
+
+private:
+    std::array<std::unique_ptr<TNoteOnManager>, kPorts> fManagers;
+    std::array<std::unique_ptr<TMidiFilter>, kPorts> fFilters;
+};

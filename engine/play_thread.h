@@ -1,0 +1,43 @@
+#pragma once
+// TPlayThread: walks a producer's tracks in tick order and sends each event at its time.
+//
+// It sleeps to absolute deadlines computed from a tick anchor, so rounding never
+// accumulates and a late wake-up sends the next events at once. Requests from the owner
+// cross by atomics: the producer's pause flag, and a one-slot seek mailbox (latest wins);
+// both interrupt the sleep.
+
+#include <atomic>
+#include <cstdint>
+
+#include "veldan/base/thread.h"
+
+class TSMFProducer;
+
+class TPlayThread : public veldan::TThread {
+public:
+    static constexpr int32_t kPriority = 110;
+
+    explicit TPlayThread(TSMFProducer* producer);
+    ~TPlayThread() override;
+
+    // Owner's thread; wait-free. Applied by the thread at its next step.
+    void RequestSeek(uint32_t tick);
+    // Owner's thread, only while the thread is not running (terminated).
+    void SetCurrentTick(uint32_t tick) { fCurrentTick.store(tick, std::memory_order_release); }
+    // The tick being played or waited for; a pending seek's target once requested.
+    uint32_t CurrentTick() const { return fCurrentTick.load(std::memory_order_acquire); }
+    void Wake() { Interrupt(); }
+
+protected:
+    int32_t Execute() override;
+
+private:
+    bool TakeSeek(uint32_t* tick);
+    bool PauseHere();
+    bool SleepToDeadline(int64_t deadlineUs);
+
+    TSMFProducer* fProducer;
+    std::atomic<uint32_t> fCurrentTick{0};
+    // Bit 32 set: a seek to the low 32 bits is pending.
+    std::atomic<uint64_t> fSeek{0};
+};

@@ -1,0 +1,105 @@
+#pragma once
+// TSMFProducer: a loaded song, its two output lanes and the play thread that sends the
+// song's events on time.
+//
+// Threads: every public member is for the owner's thread (the window thread, or the
+// headless driver), except where noted. The play thread reads the tempo rate and the
+// pause and seek requests through atomics and is woken at once when they change:
+// Pause returns as soon as the thread has stopped sending, however long the rest it was
+// sleeping through, and a seek takes effect immediately.
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/smf_track.h"
+#include "engine/tempo_map.h"
+#include "midi/local_producer.h"
+
+class TPlayThread;
+
+class TSMFProducer {
+public:
+    static constexpr size_t kMaxFileBytes = size_t(1) << 30;
+
+    TSMFProducer();
+    ~TSMFProducer();
+    TSMFProducer(const TSMFProducer&) = delete;
+    TSMFProducer& operator=(const TSMFProducer&) = delete;
+
+    // Loading. 0, or -1 with the reason in LastError(). Tracks read before a failure stay
+    // until the next SetTo or Unset.
+    int32_t SetTo(const std::string& path);
+    int32_t SetTo(std::vector<uint8_t> bytes);
+    const std::string& LastError() const { return fLastError; }
+    void Unset();
+
+    int32_t GetTitle(std::string* title) const;
+    // kept: copyright text is never offered.
+    int32_t GetCopyright(std::string*) const { return -1; }
+
+    // Transport.
+    int32_t Play();
+    int32_t Pause();
+    int32_t Stop();
+    bool IsPlaying() const;
+    bool IsPaused() const { return fPaused; }
+
+    // The tempo rate in percent of the song's own tempo; values below 1 are taken as 1.
+    void SetTempoRate(int32_t percent);
+    int32_t TempoRate() const { return fTempoRate.load(std::memory_order_relaxed); }
+
+    // -1 without a play thread; else moves every track to the first event at or after tick.
+    int32_t SetCurrentTick(uint32_t tick);
+    uint32_t CurrentTick() const;
+    uint32_t CountTicks() const { return fTotalTicks; }
+
+    TMidiLocalProducer* Producer(long index) const { return fProducers[index & 1].get(); }
+
+    int16_t Division() const { return fDivision; }
+    // Microseconds per quarter note in force; written by the play thread.
+    uint32_t Tempo() const { return fTempo.load(std::memory_order_relaxed); }
+    void SetTempo(uint32_t usPerQuarter) { fTempo.store(usPerQuarter, std::memory_order_relaxed); }
+    size_t CountTracks() const { return fTracks.size(); }
+    const TSMFTrack& TrackAt(size_t index) const { return *fTracks[index]; }
+    const TTempoMap& TempoMap() const { return fTempoMap; }
+
+    // Called on the play thread once, when the song has played to its end (not after Stop).
+    void SetEndOfSongHandler(std::function<void()> handler) { fEndOfSong = std::move(handler); }
+    // CLOCK_MONOTONIC microseconds at which the current play thread started sending.
+    int64_t PlayStartedUs() const { return fPlayStartedUs.load(std::memory_order_acquire); }
+
+    // Hands every event to sink in the order the play thread sends them, without timing,
+    // then rewinds. Not while a play thread exists.
+    void Walk(TSMFEventSink& sink);
+
+private:
+    friend class TPlayThread;
+
+    int32_t ReadHeader(const uint8_t* data, size_t size, size_t* offset, uint16_t* tracks);
+    int32_t Fail(std::string reason);
+    void BuildTempoMap();
+    void Rewind();
+    // Play thread: one step of the walk shared by playing and Walk(); kNoEvent at the end.
+    uint32_t SprayTick(uint32_t tick, TSMFEventSink& sink);
+    void SongEnded();
+
+    std::vector<uint8_t> fFile;
+    std::vector<std::unique_ptr<TSMFTrack>> fTracks;
+    int16_t fDivision = 0;
+    std::atomic<uint32_t> fTempo{TTempoMap::kDefaultTempo};
+    std::atomic<int32_t> fTempoRate{100};
+    uint32_t fTotalTicks = 0;
+    TTempoMap fTempoMap;
+    std::string fLastError;
+
+    std::unique_ptr<TMidiLocalProducer> fProducers[2];
+    std::unique_ptr<TPlayThread> fPlayThread;
+    std::atomic<uint32_t> fPauseRequest{0};
+    bool fPaused = false;
+    std::function<void()> fEndOfSong;
+    std::atomic<int64_t> fPlayStartedUs{0};
+};

@@ -1,0 +1,77 @@
+#pragma once
+// The MIDI endpoint model: producers send, consumers receive, the roster lists what is
+// visible to the user. Endpoints are owned by whoever made them; the roster and the
+// connections hold plain pointers that endpoints clear when they die.
+
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+class TMidiLocalProducer;
+
+class TMidiEndpoint {
+public:
+    virtual ~TMidiEndpoint();
+    TMidiEndpoint(const TMidiEndpoint&) = delete;
+    TMidiEndpoint& operator=(const TMidiEndpoint&) = delete;
+
+    // Stable while the endpoint exists; never reused within one run.
+    int32_t ID() const { return fID; }
+    const std::string& Name() const { return fName; }
+    void SetName(std::string name) { fName = std::move(name); }
+    virtual bool IsLocal() const = 0;
+    virtual bool IsConsumer() const = 0;
+    bool IsProducer() const { return !IsConsumer(); }
+    bool IsRegistered() const;
+
+    // Makes the endpoint visible in the roster (and, through a system backend, to other
+    // programs). 0 on success, -1 when already registered.
+    int32_t Register();
+    int32_t Unregister();
+
+protected:
+    explicit TMidiEndpoint(std::string name);
+
+private:
+    int32_t fID;
+    std::string fName;
+};
+
+// Something events can be sent to: a local consumer of this program, or a port of another
+// program reached through a system backend.
+class TMidiConsumer : public TMidiEndpoint {
+public:
+    ~TMidiConsumer() override;
+    bool IsConsumer() const final { return true; }
+
+    // Called on the sending thread for every event sprayed by a connected producer.
+    // Must not block; allocation is allowed only for system exclusive data larger than
+    // a consumer's documented inline size.
+    virtual void Receive(const uint8_t* data, size_t length, bool atomic, int64_t time) = 0;
+
+    // Told on the connecting thread when a producer starts or stops sending here, so a
+    // system backend can mirror the connection (an ALSA subscription, a JACK connection).
+    virtual void ProducerConnected(TMidiLocalProducer*) {}
+    virtual void ProducerDisconnected(TMidiLocalProducer*) {}
+
+protected:
+    explicit TMidiConsumer(std::string name) : TMidiEndpoint(std::move(name)) {}
+    // Disconnects every producer that still sends here; a consumer whose receiving side
+    // must not see more events calls this first thing in its destructor.
+    void DisconnectAllProducers();
+
+private:
+    friend class TMidiLocalProducer;
+    std::mutex fProducersLock;
+    std::vector<TMidiLocalProducer*> fProducers;
+};
+
+class TMidiProducer : public TMidiEndpoint {
+public:
+    bool IsConsumer() const final { return false; }
+
+protected:
+    explicit TMidiProducer(std::string name) : TMidiEndpoint(std::move(name)) {}
+};

@@ -1,0 +1,103 @@
+#include "midi/local_consumer.h"
+
+#include <thread>
+
+#include "midi/midi_defs.h"
+#include "veldan/base/clock.h"
+
+TMidiLocalConsumer::TMidiLocalConsumer(std::string name, size_t queueCapacity)
+    : TMidiConsumer(std::move(name)), fQueue(queueCapacity) {
+    fThread = std::thread([this] { ReceiveLoop(); });
+}
+
+TMidiLocalConsumer::~TMidiLocalConsumer() { StopReceiving(); }
+
+void TMidiLocalConsumer::StopReceiving() {
+    DisconnectAllProducers();
+    fQuit.store(true, std::memory_order_seq_cst);
+    WakeReceiver();
+    if (fThread.joinable()) fThread.join();
+}
+
+void TMidiLocalConsumer::Receive(const uint8_t* data, size_t length, bool atomic, int64_t time) {
+    while (!fQueue.TryPush(data, length, atomic, time)) {
+        if (fQuit.load(std::memory_order_acquire)) return;
+        fOverflows.fetch_add(1, std::memory_order_relaxed);
+        WakeReceiver();
+        std::this_thread::yield();
+    }
+    fAccepted.fetch_add(1, std::memory_order_release);
+    WakeReceiver();
+}
+
+void TMidiLocalConsumer::WakeReceiver() {
+    // Pairs with the fence in ReceiveLoop: either the receiver sees our event before it
+    // sleeps, or we see it asleep here and wake it.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    if (fSleeping.load(std::memory_order_relaxed) != 0 &&
+        fSleeping.exchange(0, std::memory_order_acq_rel) != 0)
+        veldan::futex_wake(&fSleeping, 1);
+}
+
+void TMidiLocalConsumer::ReceiveLoop() {
+    auto handle = [this](const uint8_t* data, size_t length, bool atomic, int64_t time) {
+        Data(data, length, atomic, time);
+    };
+    for (;;) {
+        while (fQueue.TryPop(handle)) fHandled.fetch_add(1, std::memory_order_release);
+        if (fQuit.load(std::memory_order_acquire)) return;
+        fSleeping.store(1, std::memory_order_relaxed);
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+        if (!fQueue.IsEmpty() || fQuit.load(std::memory_order_acquire)) {
+            fSleeping.store(0, std::memory_order_relaxed);
+            continue;
+        }
+        veldan::futex_wait_until(&fSleeping, 1, -1);
+    }
+}
+
+bool TMidiLocalConsumer::WaitIdle(int64_t timeoutUs) const {
+    uint64_t target = fAccepted.load(std::memory_order_acquire);
+    int64_t deadline = veldan::system_time() + timeoutUs;
+    while (fHandled.load(std::memory_order_acquire) < target) {
+        if (veldan::system_time() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    return true;
+}
+
+void TMidiLocalConsumer::Data(const uint8_t* data, size_t length, bool /*atomic*/,
+                              int64_t time) {
+    if (length == 0) return;
+    uint8_t status = data[0];
+    uint8_t channel = status & 0x0F;
+    auto byte = [&](size_t i) -> uint8_t { return i < length ? data[i] : 0; };
+    switch (status & 0xF0) {
+        case midi::kNoteOff: NoteOff(channel, byte(1), byte(2), time); return;
+        case midi::kNoteOn: NoteOn(channel, byte(1), byte(2), time); return;
+        case midi::kKeyPressure: KeyPressure(channel, byte(1), byte(2), time); return;
+        case midi::kControlChange: ControlChange(channel, byte(1), byte(2), time); return;
+        case midi::kProgramChange: ProgramChange(channel, byte(1), time); return;
+        case midi::kChannelPressure: ChannelPressure(channel, byte(1), time); return;
+        case midi::kPitchBend: PitchBend(channel, byte(1), byte(2), time); return;
+        default: break;
+    }
+    if (status == midi::kSysExStart) {
+        SystemExclusive(data + 1, length - 1, time);
+    } else if (status == midi::kMetaEvent && length >= 6 && data[1] == midi::kMetaTempo) {
+        uint32_t usPerBeat = uint32_t(data[3]) << 16 | uint32_t(data[4]) << 8 | data[5];
+        if (usPerBeat) TempoChange(int32_t(60000000 / usPerBeat), time);
+    } else if (status >= 0xF8) {
+        SystemRealTime(status, time);
+    } else if (status >= 0xF1) {
+        SystemCommon(status, byte(1), byte(2), time);
+    }
+}
+
+void TMidiLocalConsumer::AllNotesOff(bool justChannel, int64_t time) {
+    for (uint8_t channel = 0; channel < midi::kChannels; ++channel) {
+        ControlChange(channel, midi::kCtrlAllNotesOff, 0, time);
+        if (justChannel) continue;
+        for (uint8_t note = 0; note < 128; ++note) NoteOff(channel, note, 0, time);
+    }
+}

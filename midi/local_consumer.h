@@ -1,0 +1,75 @@
+#pragma once
+// TMidiLocalConsumer: a consumer inside this program. Events sprayed to it cross one
+// TMidiEventQueue and are handled on the consumer's own receive thread, which calls
+// Data(); the default Data() decodes the raw event and calls the hook for its kind with
+// the arguments and time stamp that were sprayed.
+//
+// Senders never block on a slow consumer for long and never drop an event: a full
+// queue makes the sender yield until a slot frees (counted in Overflows()).
+// A class that overrides hooks calls StopReceiving() first thing in its destructor, so
+// no hook runs on a half-destroyed object.
+
+#include <atomic>
+#include <cstdint>
+#include <thread>
+
+#include "midi/endpoint.h"
+#include "midi/event_queue.h"
+
+class TMidiLocalConsumer : public TMidiConsumer {
+public:
+    static constexpr size_t kDefaultQueueCapacity = 4096;
+
+    explicit TMidiLocalConsumer(std::string name = {},
+                                size_t queueCapacity = kDefaultQueueCapacity);
+    ~TMidiLocalConsumer() override;
+
+    bool IsLocal() const override { return true; }
+    // Sending side: any thread, wait-free while the queue has room.
+    void Receive(const uint8_t* data, size_t length, bool atomic, int64_t time) final;
+
+    // Hooks, called on the receive thread.
+    virtual void Data(const uint8_t* data, size_t length, bool atomic, int64_t time);
+    virtual void NoteOff(uint8_t /*channel*/, uint8_t /*note*/, uint8_t /*velocity*/,
+                         int64_t /*time*/) {}
+    virtual void NoteOn(uint8_t /*channel*/, uint8_t /*note*/, uint8_t /*velocity*/,
+                        int64_t /*time*/) {}
+    virtual void KeyPressure(uint8_t /*channel*/, uint8_t /*note*/, uint8_t /*pressure*/,
+                             int64_t /*time*/) {}
+    virtual void ControlChange(uint8_t /*channel*/, uint8_t /*controller*/, uint8_t /*value*/,
+                               int64_t /*time*/) {}
+    virtual void ProgramChange(uint8_t /*channel*/, uint8_t /*program*/, int64_t /*time*/) {}
+    virtual void ChannelPressure(uint8_t /*channel*/, uint8_t /*pressure*/, int64_t /*time*/) {}
+    virtual void PitchBend(uint8_t /*channel*/, uint8_t /*lsb*/, uint8_t /*msb*/,
+                           int64_t /*time*/) {}
+    // data excludes the leading 0xF0.
+    virtual void SystemExclusive(const uint8_t* /*data*/, size_t /*length*/, int64_t /*time*/) {}
+    virtual void SystemCommon(uint8_t /*status*/, uint8_t /*data1*/, uint8_t /*data2*/,
+                              int64_t /*time*/) {}
+    virtual void SystemRealTime(uint8_t /*status*/, int64_t /*time*/) {}
+    virtual void TempoChange(int32_t /*beatsPerMinute*/, int64_t /*time*/) {}
+    // Controller 123 on every channel, and with justChannel false a note-off for every
+    // note as well, through this consumer's own hooks.
+    virtual void AllNotesOff(bool justChannel, int64_t time);
+
+    // Blocks until every event accepted before the call has been handled; false when
+    // timeoutUs passes first. Not for real-time threads.
+    bool WaitIdle(int64_t timeoutUs) const;
+    uint64_t Overflows() const { return fOverflows.load(std::memory_order_relaxed); }
+
+protected:
+    void StopReceiving();
+
+private:
+    void ReceiveLoop();
+    void WakeReceiver();
+
+    TMidiEventQueue fQueue;
+    // 1 while the receive thread sleeps; senders that find it set wake the thread.
+    std::atomic<uint32_t> fSleeping{0};
+    std::atomic<bool> fQuit{false};
+    std::atomic<uint64_t> fAccepted{0};
+    std::atomic<uint64_t> fHandled{0};
+    std::atomic<uint64_t> fOverflows{0};
+    std::thread fThread;
+};

@@ -1,0 +1,62 @@
+#pragma once
+// TMidiLocalProducer: sends events to every connected consumer.
+//
+// The connection list is an immutable snapshot swapped atomically: a spray walks the
+// snapshot it loaded without a lock, and Connect/Disconnect (any thread, serialised by a
+// lock of their own) free an old snapshot only once no spray can still be walking it.
+// A spray allocates nothing; SysEx longer than kSysExStackBytes is the one exception.
+//
+// Raw form of events on the way: channel and system messages as their bytes; SysEx as
+// 0xF0 followed by the data given to SpraySystemExclusive (a closing 0xF7 only when the
+// caller's data holds one). Consumers that talk to real MIDI add a missing 0xF7.
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "midi/endpoint.h"
+
+class TMidiLocalProducer : public TMidiProducer {
+public:
+    static constexpr size_t kSysExStackBytes = 1024;
+
+    explicit TMidiLocalProducer(std::string name = {});
+    ~TMidiLocalProducer() override;
+
+    bool IsLocal() const override { return true; }
+
+    // 0, or -1 when consumer is null or already connected (Connect) / not connected
+    // (Disconnect).
+    int32_t Connect(TMidiConsumer* consumer);
+    int32_t Disconnect(TMidiConsumer* consumer);
+    bool IsConnected(const TMidiConsumer* consumer) const;
+    std::vector<TMidiConsumer*> Connections() const;
+
+    // Any thread; wait-free apart from the consumers' Receive.
+    void SprayData(const uint8_t* data, size_t length, bool atomic, int64_t time) const;
+    void SprayNoteOff(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) const;
+    void SprayNoteOn(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) const;
+    void SprayKeyPressure(uint8_t channel, uint8_t note, uint8_t pressure, int64_t time) const;
+    void SprayControlChange(uint8_t channel, uint8_t controller, uint8_t value,
+                            int64_t time) const;
+    void SprayProgramChange(uint8_t channel, uint8_t program, int64_t time) const;
+    void SprayChannelPressure(uint8_t channel, uint8_t pressure, int64_t time) const;
+    void SprayPitchBend(uint8_t channel, uint8_t lsb, uint8_t msb, int64_t time) const;
+    void SpraySystemExclusive(const void* data, size_t length, int64_t time) const;
+    void SpraySystemCommon(uint8_t status, uint8_t data1, uint8_t data2, int64_t time) const;
+    void SpraySystemRealTime(uint8_t status, int64_t time) const;
+    // Sent as the meta event 0xFF 0x51 with microseconds per quarter note.
+    void SprayTempoChange(int32_t beatsPerMinute, int64_t time) const;
+
+private:
+    using TConnectionList = std::vector<TMidiConsumer*>;
+    void Publish(TConnectionList* next);
+    void SprayChannelMessage(uint8_t status, uint8_t channel, uint8_t data1, uint8_t data2,
+                             size_t length, int64_t time) const;
+
+    mutable std::mutex fWriteLock;
+    std::atomic<TConnectionList*> fConnections;
+    mutable std::atomic<int32_t> fSprays{0};
+};

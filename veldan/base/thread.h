@@ -1,0 +1,76 @@
+#pragma once
+// TThread: the base of this program's own threads (the play thread).
+//
+// Created suspended: nothing runs until the first Resume(), so a derived object is
+// complete before its Execute() starts. Stop() is synchronous: it raises the stop
+// request, wakes the thread wherever it sleeps or suspends, and joins it. A derived
+// class calls Stop() in its own destructor, before its members die.
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <thread>
+
+namespace veldan {
+
+class TThread {
+public:
+    // priority follows the original scale: 100 and above ask for real-time scheduling
+    // (SCHED_FIFO); without the right to it the thread keeps normal priority.
+    TThread(const char* name, int32_t priority);
+    virtual ~TThread();
+
+    TThread(const TThread&) = delete;
+    TThread& operator=(const TThread&) = delete;
+
+    // Starts the thread on the first call; later calls release a thread that suspended
+    // itself. A Resume() that comes before the matching Suspend() is not lost.
+    // Called from the owner's thread.
+    bool Resume();
+    // Stops the thread at once and joins it; idempotent. Not from the thread itself.
+    void Stop();
+    // Joins the thread without asking it to stop.
+    bool Wait();
+
+    bool IsTerminated() const { return fTerminated.load(std::memory_order_acquire); }
+    bool IsSuspended() const { return fSuspended.load(std::memory_order_acquire); }
+    bool IsStarted() const { return fThread.joinable(); }
+    // Whether the system granted real-time scheduling; known once the thread runs.
+    bool IsRealTime() const { return fRealTime.load(std::memory_order_acquire); }
+
+protected:
+    virtual int32_t Execute() = 0;
+
+    // From the thread itself: blocks until Resume() or Stop(); false when stopping.
+    bool Suspend();
+    // From the thread itself: sleeps to an absolute CLOCK_MONOTONIC deadline. Returns
+    // early when Interrupt() or Stop() is called; false when stopping.
+    bool SleepUntil(int64_t deadlineUs);
+    // Wakes a SleepUntil() at once; any thread, wait-free.
+    void Interrupt();
+    // A thread about to suspend itself calls this before it tells its owner so: Resume()
+    // calls that came while it ran are dropped, and IsSuspended() is already true.
+    void PrepareSuspend() {
+        fResumePending.store(0, std::memory_order_release);
+        fSuspended.store(true, std::memory_order_release);
+    }
+    bool StopRequested() const { return fStop.load(std::memory_order_acquire); }
+
+private:
+    void Run();
+    void ApplyScheduling();
+    void Signal();
+
+    std::string fName;
+    int32_t fPriority;
+    std::thread fThread;
+    // Bumped on every Resume, Interrupt and Stop; the thread sleeps on it.
+    std::atomic<uint32_t> fSignal{0};
+    std::atomic<uint32_t> fResumePending{0};
+    std::atomic<bool> fStop{false};
+    std::atomic<bool> fSuspended{false};
+    std::atomic<bool> fTerminated{false};
+    std::atomic<bool> fRealTime{false};
+};
+
+}  // namespace veldan
