@@ -1,0 +1,153 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "engine/midi_filter.h"
+#include "engine/sys_reset.h"
+#include "tests/engine/chain_fixture.h"
+
+namespace {
+
+std::vector<std::string> recorded(const TMidiRecorder& recorder) {
+    std::vector<std::string> lines;
+    for (const auto& entry : recorder.Entries())
+        lines.push_back(hex_bytes(recorder.BytesOf(entry), entry.length));
+    return lines;
+}
+
+// Feeds lane 0 of the chain directly, as the play thread would.
+struct TLaneFixture : TChainFixture {
+    const TMidiLocalProducer& in = *producer.Producer(0);
+    std::vector<std::string> Out() {
+        Drain();
+        return recorded(portA);
+    }
+};
+
+TEST(MidiFilter, VolumeScalesNoteOnVelocitiesOnly) {
+    EXPECT_EQ(TMidiFilter::ScaleVelocity(100, 100), 100);
+    EXPECT_EQ(TMidiFilter::ScaleVelocity(127, 50), 63);
+    EXPECT_EQ(TMidiFilter::ScaleVelocity(1, 50), 0);  // a quiet note-on becomes velocity 0
+    EXPECT_EQ(TMidiFilter::ScaleVelocity(100, 200), 127);
+    EXPECT_EQ(TMidiFilter::ScaleVelocity(100, 0), 0);
+
+    TLaneFixture f;
+    f.chain.SetVolume(50);
+    f.in.SprayNoteOn(0, 60, 100, 0);
+    f.in.SprayNoteOff(0, 60, 100, 0);
+    f.in.SprayControlChange(0, 7, 100, 0);
+    EXPECT_EQ(f.Out(), (std::vector<std::string>{"90 3c 32", "80 3c 64", "b0 07 64"}));
+}
+
+TEST(MidiFilter, KeyTransposesNotesClampsAndLeavesPercussionAlone) {
+    EXPECT_EQ(TMidiFilter::Transpose(0, 120, 12), 127);
+    EXPECT_EQ(TMidiFilter::Transpose(9, 120, 12), 120);
+    EXPECT_EQ(TMidiFilter::Transpose(3, 5, -12), 0);
+
+    TLaneFixture f;
+    f.chain.SetKey(12);
+    f.in.SprayNoteOn(0, 120, 64, 0);
+    f.in.SprayNoteOn(9, 120, 64, 0);
+    f.in.SprayNoteOff(0, 60, 0, 0);
+    f.in.SprayKeyPressure(0, 60, 10, 0);
+    EXPECT_EQ(f.Out(),
+              (std::vector<std::string>{"90 7f 40", "99 78 40", "80 48 00", "a0 3c 0a"}));
+}
+
+TEST(NoteOnManager, RecordsEachSoundingNoteOnceAndReleasesOnNoteOffOrVelocityZero) {
+    TLaneFixture f;
+    f.in.SprayNoteOn(0, 60, 100, 0);
+    f.in.SprayNoteOn(0, 60, 100, 0);
+    f.in.SprayNoteOff(0, 60, 0, 0);
+    f.in.SprayNoteOn(1, 62, 100, 0);
+    f.in.SprayNoteOn(1, 62, 0, 0);
+    f.Drain();
+    EXPECT_TRUE(f.chain.NoteOnManager(0).SoundingNotes(0).empty());
+    EXPECT_TRUE(f.chain.NoteOnManager(0).SoundingNotes(1).empty());
+    size_t before = f.portA.Entries().size();
+    f.chain.QuickAllNotesOff();
+    f.Drain();
+    EXPECT_EQ(f.portA.Entries().size(), before);
+}
+
+TEST(NoteOnManager, QuickAllNotesOffReleasesChannelByChannelWithVelocity64) {
+    TLaneFixture f;
+    f.in.SprayNoteOn(9, 36, 100, 0);
+    f.in.SprayNoteOn(2, 60, 100, 0);
+    f.in.SprayNoteOn(2, 64, 100, 0);
+    f.Drain();
+    f.portA.Clear();
+    f.chain.QuickAllNotesOff();
+    EXPECT_EQ(f.Out(), (std::vector<std::string>{"82 3c 40", "82 40 40", "89 24 40"}));
+    EXPECT_TRUE(f.chain.NoteOnManager(0).SoundingNotes(2).empty());
+}
+
+TEST(NoteOnManager, SilencesNotesThatWereStillOnTheirWayIn) {
+    TLaneFixture f;
+    for (uint8_t note = 0; note < 100; ++note) f.in.SprayNoteOn(0, note, 1, 0);
+    f.chain.QuickAllNotesOff();  // no drain first: the manager must take them all in
+    std::vector<std::string> out = f.Out();
+    EXPECT_EQ(out.size(), 200u);
+    EXPECT_EQ(out.back(), "80 63 40");
+}
+
+TEST(NoteOnManager, OnlyControllerAllNotesOffEmptiesAChannel) {
+    TLaneFixture f;
+    f.in.SprayNoteOn(0, 60, 100, 0);
+    f.in.SprayNoteOn(1, 60, 100, 0);
+    f.in.SprayControlChange(0, 120, 0, 0);
+    f.in.SprayControlChange(1, 121, 0, 0);
+    f.Drain();
+    EXPECT_EQ(f.chain.NoteOnManager(0).SoundingNotes(0).size(), 1u);
+    f.in.SprayControlChange(0, 123, 0, 0);
+    f.Drain();
+    EXPECT_TRUE(f.chain.NoteOnManager(0).SoundingNotes(0).empty());
+    EXPECT_EQ(f.chain.NoteOnManager(0).SoundingNotes(1).size(), 1u);
+}
+
+TEST(NoteOnManager, SongResetClearsTheTableAndTellsTheOwnerItsKind) {
+    TLaneFixture f;
+    std::atomic<int32_t> kind{0};
+    f.chain.NoteOnManager(0).SetSysResetHandler([&](int32_t k) { kind = k; });
+    f.in.SprayNoteOn(0, 60, 100, 0);
+    const std::vector<uint8_t> roland = {0x41, 0x10, 0x42, 0x12, 0x40, 0x01, 0x30, 0x00, 0x0F, 0xF7};
+    f.in.SpraySystemExclusive(roland.data(), roland.size(), 0);
+    f.Drain();
+    EXPECT_EQ(kind.load(), 0);
+    EXPECT_EQ(f.chain.NoteOnManager(0).SoundingNotes(0).size(), 1u);
+
+    const std::vector<uint8_t> gs = {0x41, 0x10, 0x42, 0x12, 0x40, 0x00, 0x7F, 0x00, 0x41, 0xF7};
+    f.in.SpraySystemExclusive(gs.data(), gs.size(), 0);
+    f.Drain();
+    EXPECT_EQ(kind.load(), kSysResetGS);
+    EXPECT_TRUE(f.chain.NoteOnManager(0).SoundingNotes(0).empty());
+    EXPECT_EQ(recorded(f.portA).back(), "f0 41 10 42 12 40 00 7f 00 41 f7");
+
+    f.in.SpraySystemExclusive(MIDI_NRT_XG_SYSTEM_ON, sizeof MIDI_NRT_XG_SYSTEM_ON, 0);
+    f.in.SpraySystemExclusive(MIDI_NRT_GM_SYSTEM_ON, 3, 0);  // too short to be a reset
+    f.Drain();
+    EXPECT_EQ(kind.load(), kSysResetXG);
+}
+
+TEST(OutputChain, RawSystemResetByteAndMetaDataNeverLeave) {
+    TLaneFixture f;
+    f.in.SpraySystemRealTime(0xFF, 0);
+    f.in.SprayTempoChange(120, 0);
+    f.in.SpraySystemRealTime(0xF8, 0);
+    const uint8_t raw[] = {0xFF, 0x2F, 0x00};
+    f.in.SprayData(raw, sizeof raw, true, 0);
+    EXPECT_EQ(f.Out(), (std::vector<std::string>{"f8"}));
+}
+
+TEST(OutputChain, PublicPortsAreTheOnlyRegisteredEndpointsAndCarryTheirNames) {
+    TLaneFixture f;
+    EXPECT_EQ(f.chain.PublicOut(0)->Name(), "Quill MIDI OUT A");
+    EXPECT_EQ(f.chain.PublicOut(1)->Name(), "Quill MIDI OUT B");
+    EXPECT_TRUE(f.chain.PublicOut(0)->IsRegistered());
+    EXPECT_FALSE(f.chain.NoteOnManager(0).IsRegistered());
+    EXPECT_FALSE(f.producer.Producer(0)->IsRegistered());
+    EXPECT_EQ(f.producer.Producer(1)->Name(), "SMFProducer_1");
+}
+
+}  // namespace

@@ -1,0 +1,153 @@
+#include <gtest/gtest.h>
+
+#include "engine/tempo_map.h"
+#include "tests/engine/chain_fixture.h"
+#include "tests/support/smf_builder.h"
+#include "veldan/base/clock.h"
+
+namespace {
+
+int64_t gap_ms(const TMidiRecorder& recorder, size_t from, size_t to) {
+    return (recorder.Entries()[to].arrivalUs - recorder.Entries()[from].arrivalUs) / 1000;
+}
+
+TEST(PlayTiming, IntervalsFollowTicksTempoAndRate) {
+    EXPECT_EQ(ticks_to_us(480, 500000, 480, 100), 500000);
+    EXPECT_EQ(ticks_to_us(480, 500000, 480, 200), 250000);
+    EXPECT_EQ(ticks_to_us(480, 500000, 480, 50), 1000000);
+    EXPECT_EQ(ticks_to_us(480, 500000, 480, 0), ticks_to_us(480, 500000, 480, 1));
+    EXPECT_EQ(ticks_to_us(1, 500000, 0, 100), 500000);  // a zero division must not divide by 0
+    EXPECT_GT(ticks_to_us(0xFFFFFFFFu, 0xFFFFFF, 1, 1), 0);  // no overflow into negatives
+
+    TTempoMap map({{480, 250000}, {960, 250000}, {960, 1000000}}, 480);
+    EXPECT_EQ(map.TickToUs(480, 100), 500000);
+    EXPECT_EQ(map.TickToUs(960, 100), 750000);
+    EXPECT_EQ(map.TickToUs(1440, 100), 1750000);
+    EXPECT_EQ(map.TempoAt(960), 1000000u);
+}
+
+TEST(PlayThread, SendsEventsAtTheirTimeWithTheTempoOfAnyTrack) {
+    TChainFixture f;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().NoteOn(0, 0, 60, 100).NoteOff(480, 0, 60).NoteOn(480, 0, 62, 100);
+    smf.AddTrack().Tempo(0, 250000);  // a tempo in the second track rules the first as well
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.SetTempoRate(200);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 3));
+    // 480 ticks at 250000 us per quarter and rate 200: 125 ms.
+    EXPECT_NEAR(double(gap_ms(f.portA, 0, 1)), 125.0, 25.0);
+    EXPECT_NEAR(double(gap_ms(f.portA, 0, 2)), 250.0, 25.0);
+}
+
+TEST(PlayThread, EventsAtOneTickGoOutInTrackOrder) {
+    TChainFixture f;
+    TSmfBuilder smf;
+    for (uint8_t track = 0; track < 4; ++track) smf.AddTrack().NoteOn(10, 0, uint8_t(60 + track), 1);
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 4));
+    for (size_t i = 0; i < 4; ++i) EXPECT_EQ(f.portA.EventBytes(i)[1], 60 + i);
+}
+
+TEST(PlayThread, EndOfSongIsReportedOnceAndThePositionStaysAtTheEnd) {
+    TChainFixture f;
+    TSmfBuilder smf;
+    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOff(96, 0, 60);
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    EXPECT_EQ(f.producer.SetCurrentTick(10), -1);  // no play thread yet
+    f.producer.Play();
+    ASSERT_TRUE(wait_for([&] { return f.ended.load() == 1; }));
+    EXPECT_TRUE(wait_for([&] { return !f.producer.IsPlaying(); }));
+    EXPECT_EQ(f.producer.CurrentTick(), 96u);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(f.ended.load(), 1);
+}
+
+TEST(PlayThread, PauseInALongRestReturnsAtOnceAndResumeSendsTheAwaitedTick) {
+    TChainFixture f;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOn(480 * 40, 0, 61, 1);  // 20 s later
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 1));
+    int64_t before = veldan::system_time();
+    f.producer.Pause();
+    EXPECT_LT(veldan::system_time() - before, 1000000) << "Pause waited for the rest";
+    EXPECT_FALSE(f.producer.IsPlaying());
+    EXPECT_TRUE(f.producer.IsPaused());
+    EXPECT_EQ(f.producer.CurrentTick(), 480u * 40);
+
+    int64_t resumed = veldan::system_time();
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 2));
+    EXPECT_LT(f.portA.Entries()[1].arrivalUs - resumed, 1000000);
+    EXPECT_EQ(f.portA.EventBytes(1)[1], 61);
+}
+
+TEST(PlayThread, SeekWhilePausedMovesThePositionAndPlayContinuesThere) {
+    TChainFixture f;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOn(4800, 0, 61, 1).NoteOn(4800, 0, 62, 1);
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 1));
+    f.producer.Pause();
+    uint32_t half = f.producer.CountTicks() * 50 / 100;
+    EXPECT_EQ(f.producer.SetCurrentTick(half), 0);
+    EXPECT_EQ(f.producer.CurrentTick(), half);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 2));
+    EXPECT_EQ(f.portA.EventBytes(1)[1], 61);  // note 61 sits at 50%; 62 is still 5 s away
+    f.Drain();
+    EXPECT_EQ(f.portA.Entries().size(), 2u);
+}
+
+TEST(PlayThread, StopEndsTheThreadAtOnceWithoutEndOfSong) {
+    TChainFixture f;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOn(48000, 0, 61, 1);
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 1));
+    int64_t before = veldan::system_time();
+    f.producer.Stop();
+    EXPECT_LT(veldan::system_time() - before, 500000);
+    EXPECT_FALSE(f.producer.IsPlaying());
+    EXPECT_EQ(f.producer.CurrentTick(), 0u);
+    f.Drain();
+    EXPECT_EQ(f.portA.Entries().size(), 1u);
+    EXPECT_EQ(f.ended.load(), 0);
+}
+
+TEST(PlayThread, PortMetaEventSendsTheRestOfTheTrackThroughPortB) {
+    TChainFixture f;
+    TSmfBuilder smf;
+    smf.AddTrack().NoteOn(0, 0, 60, 1).Port(0, 0x05).NoteOn(1, 0, 61, 1).Port(1, 0x00).NoteOn(
+        1, 0, 62, 1);
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(wait_for([&] { return f.ended.load() == 1; }));
+    f.Drain();
+    ASSERT_EQ(f.portA.Entries().size(), 2u);
+    ASSERT_EQ(f.portB.Entries().size(), 1u);
+    EXPECT_EQ(f.portB.EventBytes(0)[1], 61);
+    EXPECT_EQ(f.portA.EventBytes(1)[1], 62);
+}
+
+TEST(PlayThread, PlayAfterStopStartsTheSongAgainFromTheTop) {
+    TChainFixture f;
+    TSmfBuilder smf;
+    smf.AddTrack().Tempo(0, 100000).NoteOn(0, 0, 60, 1).Port(0, 1).NoteOn(10, 0, 61, 1);
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    for (int round = 0; round < 2; ++round) {
+        f.producer.Play();
+        ASSERT_TRUE(wait_for([&] { return f.ended.load() == round + 1; }));
+        f.producer.Stop();
+    }
+    f.Drain();
+    EXPECT_EQ(f.portA.Entries().size(), 2u);  // note 60 both times: the lane starts at A again
+    EXPECT_EQ(f.portB.Entries().size(), 2u);
+}
+
+}  // namespace

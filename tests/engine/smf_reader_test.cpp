@@ -1,0 +1,216 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "engine/smf_producer.h"
+#include "midi/recorder.h"
+#include "tests/support/smf_builder.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+struct TWalked {
+    uint32_t tick, track, port;
+    std::string bytes;  // status and data as hex, as --dump prints them
+};
+
+class TCollect : public TSMFEventSink {
+public:
+    void Event(const TSMFEvent& e) override {
+        std::vector<uint8_t> bytes{e.status};
+        if (e.status == 0xFF) bytes.push_back(e.metaType);
+        bytes.insert(bytes.end(), e.data, e.data + e.length);
+        events.push_back({e.tick, e.track, e.port, hex_bytes(bytes.data(), bytes.size())});
+    }
+    std::vector<TWalked> events;
+};
+
+std::vector<TWalked> walk(TSMFProducer& producer) {
+    TCollect collect;
+    producer.Walk(collect);
+    return collect.events;
+}
+
+TEST(SmfReader, FormatZeroWithThreeTracksLoadsOne) {
+    TSmfBuilder smf(0);
+    smf.AddTrack().NoteOn(0, 0, 60, 100).NoteOff(96, 0, 60);
+    smf.AddTrack().NoteOn(0, 1, 62, 100);
+    smf.DeclareTracks(3);
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), 0) << producer.LastError();
+    EXPECT_EQ(producer.CountTracks(), 1u);
+    EXPECT_EQ(producer.CountTicks(), 96u);
+}
+
+TEST(SmfReader, RefusesWhatItCannotPlayWithTheReason) {
+    struct TCase {
+        std::vector<uint8_t> bytes;
+        std::string reason;
+    };
+    TSmfBuilder format2(2);
+    format2.AddTrack();
+    TSmfBuilder smpte(1, int16_t(0xE728));
+    smpte.AddTrack();
+    TSmfBuilder padded;
+    padded.AddTrack().NoteOn(0, 0, 60, 1).Trailing({0, 0});
+    TSmfBuilder unterminated;
+    unterminated.AddTrack().NoteOn(0, 0, 60, 1).WithoutEnd();
+    TSmfBuilder tooMany;
+    tooMany.AddTrack();
+    tooMany.DeclareTracks(2);
+    std::vector<uint8_t> tinyChunk = {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 1, 0, 1, 1, 0xE0,
+                                      'M', 'T', 'r', 'k', 0, 0, 0, 2, 0x2F, 0x00};
+    std::vector<uint8_t> hugeChunk = {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 1, 0, 1, 1, 0xE0,
+                                      'M', 'T', 'r', 'k', 0, 0, 3, 0x90, 0xFF, 0x2F, 0x00};
+    std::vector<uint8_t> riff = {'R', 'I', 'F', 'F', 0, 0, 0, 0, 'R', 'M', 'I', 'D'};
+    TCase cases[] = {
+        {riff, "not a MIDI file"},
+        {format2.Bytes(), "format 2"},
+        {smpte.Bytes(), "SMPTE"},
+        {padded.Bytes(), "track 1: bad track chunk"},
+        {unterminated.Bytes(), "track 1: bad track chunk"},
+        {tooMany.Bytes(), "track 2: file ends"},
+        {tinyChunk, "track 1: chunk length 2 is too short"},
+        {hugeChunk, "track 1: chunk length 912 exceeds the file"},
+    };
+    for (const TCase& c : cases) {
+        TSMFProducer producer;
+        EXPECT_EQ(producer.SetTo(c.bytes), -1) << c.reason;
+        EXPECT_NE(producer.LastError().find(c.reason), std::string::npos)
+            << "got: " << producer.LastError();
+    }
+}
+
+TEST(SmfReader, HeaderLengthTenSkipsFourBytesAndTrailingBytesAreIgnored) {
+    TSmfBuilder smf;
+    smf.HeaderLength(10).AppendAfterTracks({'J', 'U', 'N', 'K', 1, 2, 3});
+    smf.AddTrack().NoteOn(10, 0, 60, 100);
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), 0) << producer.LastError();
+    EXPECT_EQ(producer.CountTicks(), 10u);
+}
+
+TEST(SmfReader, EndOfTrackAloneCountsZeroTicksAndTotalIsTheLongestTrack) {
+    TSmfBuilder smf;
+    smf.AddTrack();
+    smf.AddTrack().NoteOn(300, 0, 60, 1).NoteOff(200, 0, 60);
+    smf.AddTrack().NoteOn(100, 0, 60, 1);
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), 0);
+    EXPECT_EQ(producer.TrackAt(0).CountTicks(), 0u);
+    EXPECT_EQ(producer.CountTicks(), 500u);
+}
+
+TEST(SmfReader, TitleIsTheFirstNonEmptyTrackName) {
+    TSmfBuilder smf;
+    smf.AddTrack().NoteOn(0, 0, 60, 1);
+    smf.AddTrack().Name(0, "");
+    smf.AddTrack().Name(0, "Second Song").Name(0, "later name");
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), 0);
+    std::string title;
+    EXPECT_EQ(producer.GetTitle(&title), 0);
+    EXPECT_EQ(title, "Second Song");
+    EXPECT_EQ(producer.GetCopyright(&title), -1);
+
+    TSmfBuilder nameless;
+    nameless.AddTrack().Meta(0, 0x02, {'(', 'c', ')'});
+    ASSERT_EQ(producer.SetTo(nameless.Bytes()), 0);
+    EXPECT_EQ(producer.GetTitle(&title), -1);
+    EXPECT_TRUE(producer.TrackAt(0).HasCopyright());
+}
+
+TEST(SmfReader, WalkResolvesRunningStatusAndKeepsOrderAcrossTracks) {
+    TSmfBuilder smf;
+    smf.AddTrack().NoteOn(0, 0, 60, 100).Event(0, {62, 90}).Event(10, {64, 80});
+    smf.AddTrack().NoteOn(0, 1, 40, 100).Program(10, 1, 5);
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), 0);
+    std::vector<TWalked> events = walk(producer);
+    std::vector<std::string> expected = {"0 0 90 3c 64", "0 0 90 3e 5a", "0 1 91 28 64",
+                                         "10 0 90 40 50", "10 0 ff 2f", "10 1 c1 05",
+                                         "10 1 ff 2f"};
+    ASSERT_EQ(events.size(), expected.size());
+    for (size_t i = 0; i < events.size(); ++i)
+        EXPECT_EQ(std::to_string(events[i].tick) + " " + std::to_string(events[i].track) + " " +
+                      events[i].bytes,
+                  expected[i]);
+}
+
+TEST(SmfReader, RunningStatusAfterMetaEventIsLookedUpAsMeta) {
+    // kept: the meta status becomes the running status, so the byte after it reads as a
+    // meta type.
+    TSmfBuilder smf;
+    smf.AddTrack().Name(0, "x").Event(5, {0x01, 0x01, 0x41});
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), 0);
+    std::vector<TWalked> events = walk(producer);
+    ASSERT_GE(events.size(), 2u);
+    EXPECT_EQ(events[1].tick, 5u);
+    EXPECT_EQ(events[1].bytes, "ff 01 41");
+}
+
+TEST(SmfReader, SystemCommonStatusSkipsNoBody) {
+    // kept: after 0xF1..0xFE (not 0xFF) the next byte is read as a delta time.
+    TSmfBuilder smf;
+    smf.AddTrack().Event(0, {0xF8}).Event(7, {0x90, 60, 1});
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), 0);
+    std::vector<TWalked> events = walk(producer);
+    ASSERT_GE(events.size(), 2u);
+    EXPECT_EQ(events[0].bytes, "f8");
+    EXPECT_EQ(events[1].tick, 7u);
+    EXPECT_EQ(events[1].bytes, "90 3c 01");
+}
+
+TEST(SmfReader, PortMetaEventMovesTheRestOfTheTrackToTheOtherLane) {
+    TSmfBuilder smf;
+    smf.AddTrack().NoteOn(0, 0, 60, 1).Port(0, 5).NoteOn(1, 0, 61, 1).Port(1, 0).NoteOn(
+        1, 0, 62, 1);
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), 0);
+    std::vector<TWalked> events = walk(producer);
+    ASSERT_EQ(events.size(), 6u);
+    EXPECT_EQ(events[0].port, 0u);
+    EXPECT_EQ(events[2].port, 1u);  // note 61
+    EXPECT_EQ(events[4].port, 0u);  // note 62
+}
+
+TEST(SmfReader, SysExBytesAreThoseBehindTheLength) {
+    TSmfBuilder smf;
+    smf.AddTrack().SysEx(0, {0x41, 0x10, 0x42, 0x12, 0xF7});
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), 0);
+    EXPECT_EQ(walk(producer)[0].bytes, "f0 41 10 42 12 f7");
+}
+
+TEST(SmfReader, TruncatedLengthsNeverReadPastTheChunk) {
+    // A SysEx whose length runs past the chunk, and a name whose length does too.
+    std::vector<uint8_t> body = {0x00, 0xF0, 0x7F, 0x01, 0x00, 0xFF, 0x2F, 0x00};
+    std::vector<uint8_t> file = {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 0, 0, 1, 0, 96,
+                                 'M', 'T', 'r', 'k', 0, 0, 0, uint8_t(body.size())};
+    file.insert(file.end(), body.begin(), body.end());
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(file), 0);
+    std::vector<TWalked> events = walk(producer);
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].bytes, "f0 01 00 ff 2f 00");
+}
+
+TEST(SmfReader, ReadsFilesWithNonAsciiNamesAndNamesMissingOnes) {
+    TTempDir dir;
+    TSmfBuilder smf;
+    smf.AddTrack().Name(0, "Ünïcødé").NoteOn(0, 0, 60, 1);
+    auto path = dir.Write("èmpty ソング.mid", smf.Bytes());
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(path.string()), 0) << producer.LastError();
+    std::string title;
+    ASSERT_EQ(producer.GetTitle(&title), 0);
+    EXPECT_EQ(title, "Ünïcødé");
+    EXPECT_EQ(producer.SetTo((dir.Path() / "missing.mid").string()), -1);
+    EXPECT_NE(producer.LastError().find("cannot open"), std::string::npos);
+    EXPECT_EQ(producer.CountTracks(), 0u);
+}
+
+}  // namespace
