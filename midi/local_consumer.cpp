@@ -4,6 +4,7 @@
 
 #include "midi/midi_defs.h"
 #include "veldan/base/clock.h"
+#include "veldan/base/thread.h"
 
 TMidiLocalConsumer::TMidiLocalConsumer(std::string name, size_t queueCapacity)
     : TMidiConsumer(std::move(name)), fQueue(queueCapacity) {
@@ -40,6 +41,7 @@ void TMidiLocalConsumer::WakeReceiver() {
 }
 
 void TMidiLocalConsumer::ReceiveLoop() {
+    veldan::apply_thread_priority(kReceivePriority);
     auto handle = [this](const uint8_t* data, size_t length, bool atomic, int64_t time) {
         Data(data, length, atomic, time);
     };

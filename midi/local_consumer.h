@@ -19,6 +19,9 @@
 class TMidiLocalConsumer : public TMidiConsumer {
 public:
     static constexpr size_t kDefaultQueueCapacity = 4096;
+    // Receive threads carry the music on its way out, so they ask for the play thread's
+    // real-time priority too; refused, they run at normal priority.
+    static constexpr int32_t kReceivePriority = 110;
 
     explicit TMidiLocalConsumer(std::string name = {},
                                 size_t queueCapacity = kDefaultQueueCapacity);

@@ -10,6 +10,38 @@
 
 namespace veldan {
 
+bool apply_thread_priority(int32_t priority) {
+    // The default timer slack (50 us) lets the kernel coalesce our wake-ups; a small
+    // slack halves the wake-up lateness of the play thread.
+    prctl(PR_SET_TIMERSLACK, 1UL, 0, 0, 0);
+    if (priority < 100) return false;
+    sched_param param{};
+    // 110 ("urgent") maps to the middle of the SCHED_FIFO range, below audio servers
+    // such as JACK, which run at 70 and above.
+    param.sched_priority = std::clamp(priority - 60, 1, 69);
+    if (pthread_setschedparam(pthread_self(), SCHED_FIFO, &param) != 0) return false;
+    // All real-time threads share one core: a hand-off from the play thread down the
+    // chain is then a context switch on that core instead of a cross-core wake-up, which
+    // costs several times more (measured: median 91 us instead of 283 us at the end of
+    // the chain). Only with real-time priority, which keeps others off our core's time.
+    static const int musicCpu = [] {
+        cpu_set_t allowed;
+        CPU_ZERO(&allowed);
+        sched_getaffinity(0, sizeof allowed, &allowed);
+        int last = -1;
+        for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
+            if (CPU_ISSET(cpu, &allowed)) last = cpu;
+        return last;
+    }();
+    if (musicCpu >= 0) {
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(musicCpu, &one);
+        pthread_setaffinity_np(pthread_self(), sizeof one, &one);
+    }
+    return true;
+}
+
 TThread::TThread(const char* name, int32_t priority) : fName(name), fPriority(priority) {}
 
 TThread::~TThread() { Stop(); }
@@ -37,22 +69,9 @@ bool TThread::Wait() {
 
 void TThread::Run() {
     pthread_setname_np(pthread_self(), fName.substr(0, 15).c_str());
-    ApplyScheduling();
+    fRealTime.store(apply_thread_priority(fPriority), std::memory_order_release);
     Execute();
     fTerminated.store(true, std::memory_order_release);
-}
-
-void TThread::ApplyScheduling() {
-    // The default timer slack (50 us) lets the kernel coalesce our wake-ups; a small
-    // slack halves the wake-up lateness of the play thread.
-    prctl(PR_SET_TIMERSLACK, 1UL, 0, 0, 0);
-    if (fPriority < 100) return;
-    sched_param param{};
-    // 110 ("urgent") maps to the middle of the SCHED_FIFO range, below audio servers
-    // such as JACK, which run at 70 and above.
-    param.sched_priority = std::clamp(fPriority - 60, 1, 69);
-    if (pthread_setschedparam(pthread_self(), SCHED_FIFO, &param) == 0)
-        fRealTime.store(true, std::memory_order_release);
 }
 
 void TThread::Signal() {

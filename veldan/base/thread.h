@@ -13,6 +13,10 @@
 
 namespace veldan {
 
+// For the calling thread: a small timer slack, and with priority 100 or above real-time
+// scheduling (SCHED_FIFO) when the system allows it. True when real-time was granted.
+bool apply_thread_priority(int32_t priority);
+
 class TThread {
 public:
     // priority follows the original scale: 100 and above ask for real-time scheduling
@@ -58,7 +62,6 @@ protected:
 
 private:
     void Run();
-    void ApplyScheduling();
     void Signal();
 
     std::string fName;

@@ -1,0 +1,246 @@
+// Real-time behaviour of the whole chain: producer -> note-on managers -> filters ->
+// public ports -> a consumer that writes down arrival times.
+//   bench_chain timing [SECONDS]    dense song (>2000 events/s, tempo changes, both ports):
+//                                   lateness against the ideal times, next to a bare
+//                                   absolute-sleep loop on the same machine; drift
+//   bench_chain sustained           10M notes (~61,000 notes/s) in real time: keeps up?
+//   bench_chain cpu FILE [SECONDS]  CPU time of the process while a real song plays
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bench/smf_generator.h"
+#include "engine/output_chain.h"
+#include "engine/smf_producer.h"
+#include "midi/local_consumer.h"
+#include "veldan/base/clock.h"
+#include "veldan/base/thread.h"
+
+namespace {
+
+// Writes down when each event arrives; storage reserved up front.
+class TArrivalProbe : public TMidiLocalConsumer {
+public:
+    explicit TArrivalProbe(size_t capacity) : TMidiLocalConsumer("probe", 1 << 14) {
+        fArrivals.reserve(capacity);
+    }
+    ~TArrivalProbe() override { StopReceiving(); }
+    void Data(const uint8_t*, size_t, bool, int64_t) override {
+        if (fArrivals.size() < fArrivals.capacity()) fArrivals.push_back(veldan::system_time());
+    }
+    const std::vector<int64_t>& Arrivals() const { return fArrivals; }
+
+private:
+    std::vector<int64_t> fArrivals;
+};
+
+// The ideal send times of every event that leaves each port, in order.
+class TIdealTimes : public TSMFEventSink {
+public:
+    TIdealTimes(const TTempoMap& map, int32_t rate) : fMap(map), fRate(rate) {}
+    void Event(const TSMFEvent& e) override {
+        if (e.status < 0x80 || e.status >= 0xF1) return;
+        if (e.tick != fLastTick) {
+            fLastUs = fMap.TickToUs(e.tick, fRate);
+            fLastTick = e.tick;
+        }
+        times[e.port].push_back(fLastUs);
+    }
+    std::vector<int64_t> times[2];
+
+private:
+    const TTempoMap& fMap;
+    int32_t fRate;
+    uint32_t fLastTick = 0xFFFFFFFF;
+    int64_t fLastUs = 0;
+};
+
+struct TStats {
+    double median, p99, max;
+};
+
+TStats stats(std::vector<int64_t> values) {
+    if (values.empty()) return {0, 0, 0};
+    std::sort(values.begin(), values.end());
+    auto at = [&](double q) { return double(values[size_t(q * double(values.size() - 1))]); };
+    return {at(0.5), at(0.99), double(values.back())};
+}
+
+// Sleeps to the same kind of absolute deadlines as the play thread, with nothing else to
+// do: the lateness this machine gives any thread of ours.
+class TBareLoop : public veldan::TThread {
+public:
+    explicit TBareLoop(std::vector<int64_t> offsets)
+        : TThread("BareLoop", 110), fOffsets(std::move(offsets)) {
+        fLateness.reserve(fOffsets.size());
+    }
+    ~TBareLoop() override { Stop(); }
+    const std::vector<int64_t>& Lateness() const { return fLateness; }
+
+protected:
+    int32_t Execute() override {
+        int64_t start = veldan::system_time();
+        for (int64_t offset : fOffsets) {
+            int64_t deadline = start + offset;
+            while (veldan::system_time() < deadline)
+                if (!SleepUntil(deadline)) return 0;
+            fLateness.push_back(veldan::system_time() - deadline);
+        }
+        return 0;
+    }
+
+private:
+    std::vector<int64_t> fOffsets;
+    std::vector<int64_t> fLateness;
+};
+
+struct TRun {
+    std::vector<int64_t> lateness;  // all ports, in arrival order of port A then B
+    std::vector<int64_t> latenessA;
+    int64_t wallUs;
+    bool realTime;
+};
+
+TRun play_through_chain(std::vector<uint8_t> bytes, int32_t rate) {
+    TSMFProducer producer;
+    if (producer.SetTo(std::move(bytes)) != 0) {
+        std::fprintf(stderr, "load failed: %s\n", producer.LastError().c_str());
+        std::exit(1);
+    }
+    TIdealTimes ideal(producer.TempoMap(), rate);
+    producer.Walk(ideal);
+    TOutputChain chain(producer);
+    TArrivalProbe probeA(ideal.times[0].size()), probeB(ideal.times[1].size());
+    chain.PublicOut(0)->Connect(&probeA);
+    chain.PublicOut(1)->Connect(&probeB);
+    std::atomic<uint32_t> ended{0};
+    producer.SetEndOfSongHandler([&] {
+        ended.store(1);
+        veldan::futex_wake(&ended, 1);
+    });
+    producer.SetTempoRate(rate);
+    int64_t start = veldan::system_time();
+    producer.Play();
+    while (!ended.load()) veldan::futex_wait_until(&ended, 0, veldan::system_time() + 100000);
+    chain.WaitIdle(5000000);
+    probeA.WaitIdle(5000000);
+    probeB.WaitIdle(5000000);
+    TRun run;
+    run.wallUs = veldan::system_time() - start;
+    run.realTime = false;
+    int64_t origin = producer.PlayStartedUs();
+    const TArrivalProbe* probes[2] = {&probeA, &probeB};
+    for (int port = 0; port < 2; ++port) {
+        const std::vector<int64_t>& arrivals = probes[port]->Arrivals();
+        size_t n = std::min(arrivals.size(), ideal.times[port].size());
+        if (arrivals.size() != ideal.times[port].size())
+            std::printf("port %c: %zu arrivals for %zu events\n", 'A' + port, arrivals.size(),
+                        ideal.times[port].size());
+        for (size_t i = 0; i < n; ++i) {
+            int64_t late = arrivals[i] - (origin + ideal.times[port][i]);
+            run.lateness.push_back(late);
+            if (port == 0) run.latenessA.push_back(late);
+        }
+    }
+    return run;
+}
+
+void print_stats(const char* what, const std::vector<int64_t>& values) {
+    TStats s = stats(values);
+    std::printf("%-34s median %7.0f us   p99 %7.0f us   max %7.0f us   (%zu samples)\n", what,
+                s.median, s.p99, s.max, values.size());
+}
+
+int timing(int seconds) {
+    TGeneratedSong song;
+    song.tracks = 16;
+    song.ticksPerNote = 10;
+    song.noteLengthTicks = 5;
+    song.tempoChangeEveryTicks = 960;
+    song.bothPorts = true;
+    // About 1000 ticks a second with the alternating tempos: 100 notes per track a second.
+    song.notes = uint32_t(seconds) * 100 * song.tracks;
+    TRun run = play_through_chain(generate_smf(song), 100);
+    double rate = double(run.lateness.size()) / (double(run.wallUs) / 1e6);
+    std::printf("song: %d s, %zu events through the chain, %.0f events/s, both ports, tempo "
+                "change every 960 ticks\n", seconds, run.lateness.size(), rate);
+    print_stats("chain lateness (arrival vs ideal)", run.lateness);
+    // Drift: the first and the last tenth of port A's events.
+    size_t tenth = run.latenessA.size() / 10;
+    std::vector<int64_t> first(run.latenessA.begin(), run.latenessA.begin() + tenth);
+    std::vector<int64_t> last(run.latenessA.end() - tenth, run.latenessA.end());
+    std::printf("drift: median lateness %0.f us in the first tenth, %.0f us in the last\n",
+                stats(first).median, stats(last).median);
+
+    // The bare loop sleeps to deadlines at the same spacing (one per distinct tick time).
+    std::vector<int64_t> offsets;
+    for (int64_t us = 0; us < std::min<int64_t>(seconds, 30) * 1000000; us += 1000) offsets.push_back(us);
+    TBareLoop bare(offsets);
+    bare.Resume();
+    bare.Wait();
+    print_stats("bare absolute-sleep loop", bare.Lateness());
+    std::printf("real-time priority: %s\n", bare.IsRealTime() ? "SCHED_FIFO granted" : "refused");
+    return 0;
+}
+
+int sustained() {
+    TGeneratedSong song;
+    song.notes = 10000000;
+    song.tracks = 64;
+    song.division = 960;
+    song.ticksPerNote = 2;
+    song.noteLengthTicks = 1;
+    TRun run = play_through_chain(generate_smf(song), 100);
+    double ideal = double(song.notes) / 64 * 2 / 1920.0;
+    std::printf("10M notes / 64 tracks: %.1f s of music played in %.1f s (%.0f notes/s)\n", ideal,
+                run.wallUs / 1e6, song.notes / (run.wallUs / 1e6));
+    print_stats("chain lateness (arrival vs ideal)", run.lateness);
+    return 0;
+}
+
+double cpu_seconds() {
+    rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
+           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+int cpu(const char* path, int seconds) {
+    TSMFProducer producer;
+    if (producer.SetTo(path) != 0) {
+        std::fprintf(stderr, "%s: %s\n", path, producer.LastError().c_str());
+        return 1;
+    }
+    TOutputChain chain(producer);
+    TArrivalProbe probe(1 << 20);
+    chain.PublicOut(0)->Connect(&probe);
+    double before = cpu_seconds();
+    int64_t start = veldan::system_time();
+    producer.Play();
+    std::this_thread::sleep_for(std::chrono::seconds(seconds));
+    double used = cpu_seconds() - before;
+    double wall = (veldan::system_time() - start) / 1e6;
+    producer.Stop();
+    std::printf("%s: %zu events in %.0f s, CPU %.2f%% of one core\n", path,
+                probe.Arrivals().size(), wall, 100.0 * used / wall);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::string mode = argc > 1 ? argv[1] : "timing";
+    if (mode == "timing") return timing(argc > 2 ? std::atoi(argv[2]) : 300);
+    if (mode == "sustained") return sustained();
+    if (mode == "cpu" && argc > 2) return cpu(argv[2], argc > 3 ? std::atoi(argv[3]) : 30);
+    std::fprintf(stderr, "usage: bench_chain timing [SECONDS] | sustained | cpu FILE [SECONDS]\n");
+    return 2;
+}
