@@ -1,0 +1,34 @@
+#pragma once
+// TArchivable: the base of every settings object. An object writes its fields into one
+// TMessage (Archive) and reads them back (Unarchive); a settings file is exactly that
+// message flattened, with no header of its own.
+//
+// Settings objects set their defaults first and then Unarchive with TMessage's Find
+// functions, which leave a member untouched when its field is missing: a file from an
+// older version, or no file at all, leaves the defaults for what it lacks.
+
+#include "veldan/core/message.h"
+
+#include <filesystem>
+
+namespace veldan {
+
+class TArchivable {
+public:
+    virtual ~TArchivable() = default;
+
+    // The base writes nothing and reads nothing; both return true.
+    virtual bool Archive(TMessage* into) const;
+    virtual bool Unarchive(const TMessage& from);
+
+    // Unarchive's result; false when the file can't be read or holds no message.
+    bool Load(const std::filesystem::path& entry);
+    // Writes Archive's message over the file. False when the file can't be opened, when
+    // Archive fails (the file is then left empty) or when writing fails.
+    bool Save(const std::filesystem::path& entry) const;
+};
+
+// Reads the one flattened message a file holds; false (and *message untouched) otherwise.
+bool load_message(const std::filesystem::path& file, TMessage* message);
+
+}  // namespace veldan
