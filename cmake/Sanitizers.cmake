@@ -9,3 +9,8 @@ if(QUILL_TSAN)
   add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
   add_link_options(-fsanitize=thread)
 endif()
+if(QUILL_FUZZ)
+  # Every library the fuzzers link is instrumented for coverage and checked by ASan/UBSan.
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
