@@ -1,0 +1,195 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "midi/local_consumer.h"
+#include "midi/local_producer.h"
+#include "midi/recorder.h"
+#include "midi/roster.h"
+#include "tests/support/wait.h"
+
+namespace {
+
+// Writes every hook call down as text, to check the decoding of raw events.
+class THookLog : public TMidiLocalConsumer {
+public:
+    THookLog() : TMidiLocalConsumer("hook log") {}
+    ~THookLog() override { StopReceiving(); }
+    void NoteOff(uint8_t c, uint8_t n, uint8_t v, int64_t t) override { Log("off", c, n, v, t); }
+    void NoteOn(uint8_t c, uint8_t n, uint8_t v, int64_t t) override { Log("on", c, n, v, t); }
+    void KeyPressure(uint8_t c, uint8_t n, uint8_t p, int64_t t) override { Log("kp", c, n, p, t); }
+    void ControlChange(uint8_t c, uint8_t n, uint8_t v, int64_t t) override { Log("cc", c, n, v, t); }
+    void ProgramChange(uint8_t c, uint8_t p, int64_t t) override { Log("pc", c, p, 0, t); }
+    void ChannelPressure(uint8_t c, uint8_t p, int64_t t) override { Log("cp", c, p, 0, t); }
+    void PitchBend(uint8_t c, uint8_t l, uint8_t m, int64_t t) override { Log("pb", c, l, m, t); }
+    void SystemExclusive(const uint8_t* d, size_t n, int64_t t) override {
+        calls.push_back("sx " + hex_bytes(d, n) + " @" + std::to_string(t));
+    }
+    void SystemCommon(uint8_t s, uint8_t a, uint8_t b, int64_t t) override { Log("sc", s, a, b, t); }
+    void SystemRealTime(uint8_t s, int64_t t) override { Log("rt", s, 0, 0, t); }
+    void TempoChange(int32_t bpm, int64_t t) override { Log("tempo", 0, 0, 0, t, bpm); }
+
+    std::vector<std::string> calls;
+
+private:
+    void Log(const char* what, int a, int b, int c, int64_t t, int extra = 0) {
+        calls.push_back(std::string(what) + " " + std::to_string(a) + " " + std::to_string(b) +
+                        " " + std::to_string(c) + (extra ? " " + std::to_string(extra) : "") +
+                        " @" + std::to_string(t));
+    }
+};
+
+TEST(MidiEndpoints, EverySprayReachesItsHookWithItsArgumentsAndTime) {
+    TMidiLocalProducer producer("test producer");
+    THookLog log;
+    ASSERT_EQ(producer.Connect(&log), 0);
+    producer.SprayNoteOn(3, 60, 100, 11);
+    producer.SprayNoteOff(3, 60, 0, 12);
+    producer.SprayKeyPressure(1, 61, 5, 13);
+    producer.SprayControlChange(15, 7, 127, 14);
+    producer.SprayProgramChange(2, 42, 15);
+    producer.SprayChannelPressure(2, 9, 16);
+    producer.SprayPitchBend(0, 0x01, 0x40, 17);
+    const uint8_t sysex[] = {0x7E, 0x7F, 0x09, 0x01, 0xF7};
+    producer.SpraySystemExclusive(sysex, sizeof sysex, 18);
+    producer.SpraySystemCommon(0xF2, 0x10, 0x20, 19);
+    producer.SpraySystemRealTime(0xF8, 20);
+    producer.SprayTempoChange(120, 21);
+    ASSERT_TRUE(log.WaitIdle(2000000));
+    EXPECT_EQ(log.calls, (std::vector<std::string>{
+                             "on 3 60 100 @11", "off 3 60 0 @12", "kp 1 61 5 @13",
+                             "cc 15 7 127 @14", "pc 2 42 0 @15", "cp 2 9 0 @16", "pb 0 1 64 @17",
+                             "sx 7e 7f 09 01 f7 @18", "sc 242 16 32 @19", "rt 248 0 0 @20",
+                             "tempo 0 0 0 120 @21"}));
+}
+
+TEST(MidiEndpoints, ConnectionsAreCountedOnceAndDieWithTheConsumer) {
+    TMidiLocalProducer producer;
+    auto recorder = std::make_unique<TMidiRecorder>("r", 16);
+    EXPECT_EQ(producer.Connect(recorder.get()), 0);
+    EXPECT_EQ(producer.Connect(recorder.get()), -1);
+    EXPECT_EQ(producer.Connect(nullptr), -1);
+    EXPECT_TRUE(producer.IsConnected(recorder.get()));
+    recorder.reset();
+    EXPECT_TRUE(producer.Connections().empty());
+    producer.SprayNoteOn(0, 1, 1, 0);  // must not reach a dead consumer
+    TMidiRecorder other("o", 16);
+    EXPECT_EQ(producer.Disconnect(&other), -1);
+}
+
+TEST(MidiEndpoints, ManySendersNeitherLoseNorReorderTheirEvents) {
+    constexpr int kSenders = 4;
+    constexpr int kEach = 50000;
+    TMidiRecorder recorder("r", kSenders * kEach + 16);
+    std::vector<std::unique_ptr<TMidiLocalProducer>> producers;
+    for (int i = 0; i < kSenders; ++i) {
+        producers.push_back(std::make_unique<TMidiLocalProducer>());
+        producers.back()->Connect(&recorder);
+    }
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kSenders; ++i)
+        threads.emplace_back([&, i] {
+            for (int n = 0; n < kEach; ++n)
+                producers[i]->SprayNoteOn(uint8_t(i), uint8_t(n & 0x7F), uint8_t((n >> 7) & 0x7F), n);
+        });
+    for (auto& t : threads) t.join();
+    ASSERT_TRUE(recorder.WaitIdle(10000000));
+    ASSERT_EQ(recorder.Entries().size(), size_t(kSenders * kEach));
+    std::vector<int64_t> next(kSenders, 0);
+    for (const auto& entry : recorder.Entries()) {
+        int sender = recorder.BytesOf(entry)[0] & 0x0F;
+        ASSERT_EQ(entry.time, next[sender]) << "sender " << sender;
+        ++next[sender];
+    }
+}
+
+TEST(MidiEndpoints, LongSysExArrivesWhole) {
+    TMidiRecorder recorder("r", 64, 1 << 20);
+    TMidiLocalProducer producer;
+    producer.Connect(&recorder);
+    std::vector<uint8_t> sysex(5000);
+    for (size_t i = 0; i < sysex.size(); ++i) sysex[i] = uint8_t(i % 0x7F);
+    sysex.back() = 0xF7;
+    for (int i = 0; i < 8; ++i) producer.SpraySystemExclusive(sysex.data(), sysex.size(), i);
+    ASSERT_TRUE(recorder.WaitIdle(5000000));
+    ASSERT_EQ(recorder.Entries().size(), 8u);
+    std::vector<uint8_t> expected{0xF0};
+    expected.insert(expected.end(), sysex.begin(), sysex.end());
+    EXPECT_EQ(recorder.EventBytes(7), expected);
+}
+
+// Takes its time over each event, behind a queue of four slots.
+class TSlowCounter : public TMidiLocalConsumer {
+public:
+    TSlowCounter() : TMidiLocalConsumer("slow", 4) {}
+    ~TSlowCounter() override { StopReceiving(); }
+    void Data(const uint8_t*, size_t, bool, int64_t time) override {
+        std::this_thread::sleep_for(std::chrono::microseconds(20));
+        inOrder = inOrder && time == count;
+        ++count;
+    }
+    int64_t count = 0;
+    bool inOrder = true;
+};
+
+TEST(MidiEndpoints, AFullQueueHoldsTheSenderBackAndLosesNothing) {
+    TSlowCounter slow;
+    TMidiLocalProducer producer;
+    producer.Connect(&slow);
+    for (int i = 0; i < 2000; ++i) producer.SprayNoteOff(0, 60, 0, i);
+    ASSERT_TRUE(slow.WaitIdle(10000000));
+    EXPECT_EQ(slow.count, 2000);
+    EXPECT_TRUE(slow.inOrder);
+    EXPECT_GT(slow.Overflows(), 0u);
+}
+
+TEST(MidiEndpoints, DisconnectingWhileAnotherThreadSpraysIsSafe) {
+    TMidiLocalProducer producer;
+    TMidiRecorder a("a", 1 << 20), b("b", 1 << 20);
+    std::atomic<bool> run{true};
+    std::thread sender([&] {
+        while (run.load()) producer.SprayControlChange(0, 1, 2, 0);
+    });
+    for (int i = 0; i < 2000; ++i) {
+        producer.Connect(i % 2 ? &a : &b);
+        producer.Disconnect(i % 2 ? &b : &a);
+    }
+    run = false;
+    sender.join();
+    producer.Disconnect(&a);
+    producer.Disconnect(&b);
+    ASSERT_TRUE(a.WaitIdle(2000000));
+    size_t count = a.Entries().size();
+    producer.SprayControlChange(0, 1, 2, 0);
+    ASSERT_TRUE(a.WaitIdle(2000000));
+    EXPECT_EQ(a.Entries().size(), count);
+}
+
+TEST(MidiRoster, ListsRegisteredConsumersByIdAndFindsThemByName) {
+    TMidiRecorder synth("Test Synth Alpha", 1), other("Test Synth Beta", 1), hidden("Hidden", 1);
+    std::atomic<int> changes{0};
+    int32_t token = TMidiRoster::Default().AddWatcher([&] { changes.fetch_add(1); });
+    synth.Register();
+    other.Register();
+    EXPECT_EQ(changes.load(), 2);
+    EXPECT_EQ(synth.Register(), -1);
+    TMidiRoster& roster = TMidiRoster::Default();
+    EXPECT_EQ(roster.FindConsumer(synth.ID()), &synth);
+    EXPECT_EQ(roster.FindConsumer(hidden.ID()), nullptr);
+    EXPECT_EQ(roster.FindConsumerByName("Test Synth Beta"), &other);
+    EXPECT_EQ(roster.FindConsumerByName("Alpha"), &synth);
+    EXPECT_EQ(roster.FindConsumerByName("Test Synth"), nullptr);  // two match: no guess
+    int32_t id = 0;
+    std::vector<int32_t> ids;
+    while (TMidiConsumer* consumer = roster.NextConsumer(&id)) ids.push_back(consumer->ID());
+    EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
+    other.Unregister();
+    EXPECT_EQ(roster.FindConsumerByName("Beta"), nullptr);
+    EXPECT_EQ(changes.load(), 3);
+    roster.RemoveWatcher(token);
+}
+
+}  // namespace
