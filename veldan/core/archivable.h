@@ -26,6 +26,9 @@ public:
     // Writes Archive's message over the file. False when the file can't be opened, when
     // Archive fails (the file is then left empty) or when writing fails.
     bool Save(const std::filesystem::path& entry) const;
+
+    // No data of its own: lets derived records default their comparison.
+    bool operator==(const TArchivable&) const = default;
 };
 
 // Reads the one flattened message a file holds; false (and *message untouched) otherwise.

@@ -12,13 +12,6 @@ namespace {
 
 constexpr char kMakerFolder[] = "VELDAN";
 
-std::filesystem::path home_dir() {
-    const char* home = std::getenv("HOME");
-    if (home && home[0] == '/') return home;
-    const passwd* user = getpwuid(getuid());
-    return user && user->pw_dir ? std::filesystem::path(user->pw_dir) : std::filesystem::path();
-}
-
 // Folder with sub appended, created when missing; empty when it can't be had.
 std::filesystem::path ensure_folder(const std::filesystem::path& base, const char* sub) {
     if (base.empty()) return {};
@@ -29,6 +22,13 @@ std::filesystem::path ensure_folder(const std::filesystem::path& base, const cha
 }
 
 }  // namespace
+
+std::filesystem::path home_dir() {
+    const char* home = std::getenv("HOME");
+    if (home && home[0] == '/') return home;
+    const passwd* user = getpwuid(getuid());
+    return user && user->pw_dir ? std::filesystem::path(user->pw_dir) : std::filesystem::path();
+}
 
 std::filesystem::path user_settings_dir() {
     const char* config = std::getenv("XDG_CONFIG_HOME");

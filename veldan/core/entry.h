@@ -27,6 +27,9 @@ bool get_ref(const std::filesystem::path& dir, const char* name, std::filesystem
 // The path of a reference; empty for none.
 std::filesystem::path path_for_ref(const std::filesystem::path* ref);
 
+// The user's home folder ($HOME, else the password database); empty when unknown.
+std::filesystem::path home_dir();
+
 // The XDG configuration folder; empty when neither it nor a home folder is known.
 std::filesystem::path user_settings_dir();
 
