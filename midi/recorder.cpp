@@ -1,37 +1,43 @@
 #include "midi/recorder.h"
 
 #include <cstring>
+#include <stdexcept>
 
 #include "veldan/base/clock.h"
 
 TMidiRecorder::TMidiRecorder(std::string name, size_t maxEvents, size_t maxBytes)
-    : TMidiLocalConsumer(std::move(name)) {
-    fEntries.reserve(maxEvents);
-    fBytes.reserve(maxBytes ? maxBytes : maxEvents * 4);
-}
+    : TMidiLocalConsumer(std::move(name)),
+      fEntries(new TEntry[maxEvents]),
+      fBytes(new uint8_t[maxBytes ? maxBytes : maxEvents * 4]),
+      fMaxEvents(maxEvents),
+      fMaxBytes(maxBytes ? maxBytes : maxEvents * 4) {}
 
 TMidiRecorder::~TMidiRecorder() { StopReceiving(); }
 
 void TMidiRecorder::Data(const uint8_t* data, size_t length, bool, int64_t time) {
     int64_t now = veldan::system_time();
-    if (fEntries.size() == fEntries.capacity() ||
-        fBytes.capacity() - fBytes.size() < length) {
-        ++fDropped;
+    size_t count = fCount.load(std::memory_order_relaxed);
+    if (count == fMaxEvents || fMaxBytes - fBytesUsed < length) {
+        fDropped.fetch_add(1, std::memory_order_relaxed);
         return;
     }
-    fEntries.push_back({now, time, uint32_t(fBytes.size()), uint32_t(length)});
-    fBytes.insert(fBytes.end(), data, data + length);
+    fEntries[count] = {now, time, uint32_t(fBytesUsed), uint32_t(length)};
+    std::memcpy(fBytes.get() + fBytesUsed, data, length);
+    fBytesUsed += length;
+    fCount.store(count + 1, std::memory_order_release);
 }
 
 std::vector<uint8_t> TMidiRecorder::EventBytes(size_t index) const {
-    const TEntry& entry = fEntries.at(index);
+    if (index >= Count()) throw std::out_of_range("no such recorded event");
+    const TEntry& entry = fEntries[index];
     return {BytesOf(entry), BytesOf(entry) + entry.length};
 }
 
 void TMidiRecorder::Clear() {
-    fEntries.clear();
-    fBytes.clear();
-    fDropped = 0;
+    WaitIdle(1000000);
+    fCount.store(0, std::memory_order_release);
+    fBytesUsed = 0;
+    fDropped.store(0, std::memory_order_relaxed);
 }
 
 std::string hex_bytes(const uint8_t* data, size_t length) {
