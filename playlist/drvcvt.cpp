@@ -1,0 +1,134 @@
+#include "playlist/drvcvt.h"
+
+#include "veldan/base/strings.h"
+#include "veldan/core/entry.h"
+
+#include <iconv.h>
+
+#include <cerrno>
+
+namespace {
+
+constexpr char kSubstitute = 0x1A;
+
+// The index of a drive letter, or -1; the 0x20 bit folds lower case to upper.
+int letter_index(char letter) {
+    const char upper = char(letter & ~0x20);
+    return upper >= 'A' && upper <= 'Z' ? upper - 'A' : -1;
+}
+
+bool is_sjis_lead(uint8_t byte) { return (byte >= 0x81 && byte <= 0x9F) || (byte >= 0xE0 && byte <= 0xFC); }
+
+// Backslashes become slashes. In Shift-JIS text a 0x5C after a lead byte belongs to its
+// character (ソ is 0x83 0x5C), so only a backslash that stands alone is a separator.
+void replace_separators(std::string* path, bool sjis) {
+    for (size_t i = 0; i < path->size(); i++) {
+        const uint8_t byte = uint8_t((*path)[i]);
+        if (sjis && is_sjis_lead(byte)) {
+            i++;
+        } else if (byte == '\\') {
+            (*path)[i] = '/';
+        }
+    }
+}
+
+bool settings_file(std::filesystem::path* file) {
+    return veldan::get_entry(TDrvCvt::kFileName, file, veldan::BD_SETTINGS, TDrvCvt::kSubFolder);
+}
+
+}  // namespace
+
+bool sjis_to_utf8(const std::string& sjis, std::string* utf8) {
+    // CP932 first: plain SHIFT_JIS turns 0x7E into an overline, which breaks "~" in paths.
+    iconv_t converter = iconv_open("UTF-8", "CP932");
+    if (converter == iconv_t(-1)) converter = iconv_open("UTF-8", "SHIFT_JIS");
+    if (converter == iconv_t(-1)) return false;
+    // One input byte gives at most three UTF-8 bytes (half-width katakana).
+    std::string out(sjis.size() * 3, '\0');
+    char* in = const_cast<char*>(sjis.data());
+    size_t inLeft = sjis.size();
+    char* next = out.data();
+    size_t outLeft = out.size();
+    bool converted = true;
+    while (inLeft > 0) {
+        if (iconv(converter, &in, &inLeft, &next, &outLeft) != size_t(-1)) break;
+        if ((errno != EILSEQ && errno != EINVAL) || outLeft == 0) {
+            converted = false;
+            break;
+        }
+        *next++ = kSubstitute;
+        outLeft--;
+        in++;
+        inLeft--;
+    }
+    iconv_close(converter);
+    if (!converted) return false;
+    out.resize(out.size() - outLeft);
+    *utf8 = std::move(out);
+    return true;
+}
+
+TDrvCvt::TDrvCvt() {
+    SetBeDL('A', "/no name");
+    SetBeDL('C', "/windows");
+    Load();
+}
+
+bool TDrvCvt::Load() {
+    std::filesystem::path file;
+    return settings_file(&file) && TArchivable::Load(file);
+}
+
+bool TDrvCvt::Save() const {
+    std::filesystem::path file;
+    return settings_file(&file) && TArchivable::Save(file);
+}
+
+void TDrvCvt::SetBeDL(char letter, const std::string& path) {
+    const int index = letter_index(letter);
+    if (index >= 0) fPaths[size_t(index)] = path;
+}
+
+bool TDrvCvt::GetBeDL(char letter, std::string* path) const {
+    const int index = letter_index(letter);
+    if (index < 0 || fPaths[size_t(index)].empty()) return false;
+    *path = fPaths[size_t(index)];
+    return true;
+}
+
+bool TDrvCvt::CvtPathWinToBe(const char* winPath, std::string* out, const char* basePath) const {
+    if (!winPath || !winPath[0]) return false;
+    std::string result;
+    if (winPath[1] == ':') {
+        if (!GetBeDL(winPath[0], &result)) return false;
+        result += winPath + 2;
+    } else if (winPath[0] == '\\') {
+        if (!basePath || !basePath[0]) return false;
+        const std::string base(basePath);
+        // The volume the playlist lies on: the base path up to its second "/".
+        result = base.substr(0, base.find('/', 1)) + winPath;
+    } else {
+        return false;
+    }
+    const bool sjis = veldan::detect_charset(result.c_str()) == veldan::kSJISConversion;
+    replace_separators(&result, sjis);
+    // kept: lines of files written on Windows end in a carriage return.
+    if (!result.empty() && result.back() == '\r') result.pop_back();
+    if (!sjis || !sjis_to_utf8(result, out)) *out = result;
+    return true;
+}
+
+bool TDrvCvt::Archive(veldan::TMessage* into) const {
+    for (size_t i = 0; i < fPaths.size(); i++) {
+        if (!into->AddString(std::string(1, char('A' + i)), fPaths[i])) return false;
+    }
+    return true;
+}
+
+bool TDrvCvt::Unarchive(const veldan::TMessage& from) {
+    for (size_t i = 0; i < fPaths.size(); i++) {
+        fPaths[i].clear();
+        from.FindString(std::string(1, char('A' + i)), &fPaths[i]);
+    }
+    return true;
+}
