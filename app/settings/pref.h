@@ -1,0 +1,31 @@
+#pragma once
+// TPref: what the user sets in the preferences window, stored in "QuillMIDI_Prefs.arc".
+// A value type: the preferences window edits a copy and assigns it back.
+
+#include "veldan/core/archivable.h"
+
+#include <cstdint>
+#include <string>
+
+class TPref : public veldan::TArchivable {
+public:
+    // Values of autoSortKind.
+    static constexpr int32_t kSortNone = 0;
+    static constexpr int32_t kSortAscending = 1;
+    static constexpr int32_t kSortDescending = 2;
+
+    bool useAIDatabase = true;  // load and save the learning database with the main view
+    bool waitBetweenSongs = false;
+    bool sendSysResets = false;
+    int32_t autoSortKind = kSortAscending;  // how songs are sorted when added
+    int32_t sysResetCombination = 1;        // bit set: 1 GM, 2 GS, 4 88, 8 XG
+    int64_t silenceAfterResetsUs = 300000;
+    int64_t silenceBetweenSongsUs = 3000000;
+    std::string languageFile = "English.llt";  // leaf name in "Language"; "" is built in
+
+    // Both true only when every field was written or found.
+    bool Archive(veldan::TMessage* into) const override;
+    bool Unarchive(const veldan::TMessage& from) override;
+
+    bool operator==(const TPref&) const = default;
+};

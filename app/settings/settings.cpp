@@ -1,0 +1,77 @@
+#include "app/settings/settings.h"
+
+#include "veldan/core/entry.h"
+
+#include <QCoreApplication>
+#include <QGuiApplication>
+
+#include <cstdlib>
+#include <cstring>
+#include <system_error>
+
+namespace {
+
+constexpr char kResetEnvironment[] = "QUILLMIDI_RESET_SETTINGS";
+constexpr Qt::KeyboardModifiers kResetChord =
+    Qt::ShiftModifier | Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
+
+bool load_record(veldan::TArchivable& record, const char* name) {
+    std::filesystem::path entry;
+    return settings_entry(name, &entry) && record.Load(entry);
+}
+
+bool save_record(const veldan::TArchivable& record, const char* name) {
+    std::filesystem::path entry;
+    return settings_entry(name, &entry) && record.Save(entry);
+}
+
+}  // namespace
+
+TAppPrivacy& app_privacy() {
+    static TAppPrivacy privacy;
+    return privacy;
+}
+
+TExitState& exit_state() {
+    static TExitState state;
+    return state;
+}
+
+TPref& pref() {
+    static TPref preferences;
+    return preferences;
+}
+
+bool is_reset_chord_held() {
+    const char* forced = std::getenv(kResetEnvironment);
+    if (forced && std::strcmp(forced, "1") == 0) return true;
+    if (!qobject_cast<QGuiApplication*>(QCoreApplication::instance())) return false;
+    return (QGuiApplication::queryKeyboardModifiers() & kResetChord) == kResetChord;
+}
+
+bool load_global() {
+    if (is_reset_chord_held()) {
+        save_pref(true);
+        return false;
+    }
+    const bool exitStateLoaded = load_record(exit_state(), kExitStateFile);
+    const bool prefLoaded = load_record(pref(), kPrefsFile);
+    return exitStateLoaded && prefLoaded;
+}
+
+bool save_exit_state() {
+    return !is_reset_chord_held() && save_record(exit_state(), kExitStateFile);
+}
+
+bool save_pref(bool force) {
+    return (force || !is_reset_chord_held()) && save_record(pref(), kPrefsFile);
+}
+
+bool is_file_exists(const char* path) {
+    std::error_code error;
+    return path && path[0] && std::filesystem::exists(std::filesystem::symlink_status(path, error));
+}
+
+bool settings_entry(const char* name, std::filesystem::path* entry) {
+    return veldan::get_entry(name, entry, veldan::BD_SETTINGS, kSettingsFolder);
+}

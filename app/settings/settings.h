@@ -1,0 +1,44 @@
+#pragma once
+// The process-wide settings records and the functions that load and save them.
+//
+// Settings files lie in the user settings folder under "VELDAN/QuillMIDI" (the folder is
+// made on first use). Failures are silent: a record that can't be read keeps what it
+// had, the rest its defaults.
+//
+// The records are made on first use and live until the program ends, destroyed in the
+// reverse order of their making; main touches app_privacy(), exit_state() and pref() in
+// that order before anything else.
+//
+// The settings-reset chord: Shift, Control, Alt and Meta held together at start (the
+// original keyboard's Shift, Command, Control and Option). It is read from the keyboard
+// only where a QGuiApplication exists; QUILLMIDI_RESET_SETTINGS=1 in the environment
+// counts as the chord held, for machines without a display and for scripts.
+
+#include "app/settings/app_privacy.h"
+#include "app/settings/exit_state.h"
+#include "app/settings/pref.h"
+
+inline constexpr char kSettingsFolder[] = "QuillMIDI";
+inline constexpr char kPrefsFile[] = "QuillMIDI_Prefs.arc";
+inline constexpr char kExitStateFile[] = "QuillMIDI_ExitStates.arc";
+inline constexpr char kMRUPlaylistsFile[] = "QuillMIDI_MRUPlaylists.arc";
+
+TAppPrivacy& app_privacy();
+TExitState& exit_state();
+TPref& pref();
+
+bool is_reset_chord_held();
+
+// Loads the exit state, then the preferences; true only when both loaded. With the reset
+// chord held, writes the default preferences over the file, loads nothing, and is false.
+bool load_global();
+// Writes the exit state, unless the reset chord is held.
+bool save_exit_state();
+// Writes the preferences, unless the reset chord is held and force is false.
+bool save_pref(bool force);
+
+// Whether the entry at path exists (a dangling link counts).
+bool is_file_exists(const char* path);
+
+// The settings file name in "VELDAN/QuillMIDI"; false when the folder can't be had.
+bool settings_entry(const char* name, std::filesystem::path* entry);
