@@ -1,0 +1,31 @@
+#pragma once
+// TMidiOutPorts: connecting the two public ports to consumers of the roster, and
+// silencing a consumer when it is let go, so no note hangs there whatever the note
+// tables hold. All calls from the owner's thread.
+
+#include <cstdint>
+
+#include "engine/output_chain.h"
+#include "midi/local_producer.h"
+
+class TMidiOutPorts {
+public:
+    explicit TMidiOutPorts(TOutputChain& chain) : fChain(chain) {}
+
+    // 0, or -1 when the roster has no consumer with that id.
+    int32_t ConnectMidiOut(int port, int32_t id);
+    // A port's menu item: connects when not connected, else disconnects and silences the
+    // consumer. False when the consumer has gone from the roster (nothing happens then).
+    bool ToggleMidiOut(int port, int32_t id);
+    // Controllers 123, 120 and 121 on all 16 channels, from a producer of its own that is
+    // connected for just that.
+    void MuteMidiOut(int32_t id);
+    // Every consumer of both ports, once per connection.
+    void MuteAllMidiOut();
+    // The port indicator: lit while the port has at least one connection.
+    bool IsPortConnected(int port) const;
+
+private:
+    TOutputChain& fChain;
+    TMidiLocalProducer fSilencer{"DisconnectProducer"};
+};
