@@ -13,15 +13,6 @@ namespace {
 
 constexpr size_t kReadChunk = 64 * 1024;
 
-char upper(char c) { return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c; }
-
-bool same_ignoring_case(std::string_view a, std::string_view b) {
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return upper(x) == upper(y);
-           });
-}
-
 std::string_view view(const char* text) { return text ? std::string_view(text) : ""; }
 
 // Walks loaded bytes line by line as the stream line reader does: at most maxBytes bytes
@@ -100,7 +91,7 @@ std::string format_number(T value) {
 
 TIniFilePair* TIniFileSection::FindPair(std::string_view key) {
     auto found = std::find_if(fPairs.begin(), fPairs.end(), [key](const TIniFilePair& pair) {
-        return same_ignoring_case(pair.Key(), key);
+        return equals_ignoring_case(pair.Key(), key);
     });
     return found == fPairs.end() ? nullptr : &*found;
 }
@@ -245,7 +236,7 @@ TIniFileSection* TIniFile::CreateSection(const char* name, int index) {
 
 TIniFileSection* TIniFile::FindSection(const char* name) const {
     for (const auto& section : fSections) {
-        if (same_ignoring_case(section->Name(), view(name))) return section.get();
+        if (equals_ignoring_case(section->Name(), view(name))) return section.get();
     }
     return nullptr;
 }

@@ -1,5 +1,6 @@
 #include "veldan/base/strings.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -55,6 +56,8 @@ int leading_ones(uint8_t byte) {
 
 bool is_continuation(uint8_t byte) { return (byte & 0xC0) == 0x80; }
 
+char upper(char c) { return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c; }
+
 }  // namespace
 
 bool is_space(char c) {
@@ -62,6 +65,19 @@ bool is_space(char c) {
 }
 
 std::string_view trimmed(std::string_view text) { return trimmed_right(trimmed_left(text)); }
+
+std::string upper_ascii(std::string_view text) {
+    std::string out(text);
+    std::transform(out.begin(), out.end(), out.begin(), upper);
+    return out;
+}
+
+bool equals_ignoring_case(std::string_view a, std::string_view b) {
+    return a.size() == b.size() &&
+           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return upper(x) == upper(y);
+           });
+}
 
 int trimleft(char* dst, const char* src) { return put(dst, trimmed_left(src)); }
 

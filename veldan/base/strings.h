@@ -17,6 +17,10 @@ namespace veldan {
 bool is_space(char c);
 // The view without leading and trailing white space.
 std::string_view trimmed(std::string_view text);
+// ASCII letters made capitals, every other byte kept, whatever the locale.
+std::string upper_ascii(std::string_view text);
+// Equal once ASCII letters are made capitals.
+bool equals_ignoring_case(std::string_view a, std::string_view b);
 
 // src without leading white space; returns the new length.
 int trimleft(char* dst, const char* src);
