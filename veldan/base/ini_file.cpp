@@ -241,6 +241,11 @@ TIniFileSection* TIniFile::FindSection(const char* name) const {
     return nullptr;
 }
 
+TIniFileSection* TIniFile::SectionAt(int index) const {
+    if (index < 0 || index >= CountSections()) return nullptr;
+    return fSections[size_t(index)].get();
+}
+
 bool TIniFile::SectionExists(const char* name) const { return FindSection(name) != nullptr; }
 
 bool TIniFile::DeleteSection(const char* name) {

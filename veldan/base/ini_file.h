@@ -118,6 +118,9 @@ public:
     TIniFileSection* CreateSection(const char* name, int index);
     TIniFileSection* FindSection(const char* name) const;
     TIniFileSection* CurrentSection() const { return fCurrent; }
+    // Sections in file order, duplicates included; null out of range.
+    int CountSections() const { return int(fSections.size()); }
+    TIniFileSection* SectionAt(int index) const;
     virtual bool SectionExists(const char* name) const;
     // Removes the first matching section. Deleting the global section puts an empty one
     // in its place; when the current section goes, the front section becomes current.

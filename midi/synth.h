@@ -1,0 +1,81 @@
+#pragma once
+// TSynthConsumer: "Quill Synth", the built-in synthesizer. A local consumer that plays
+// what it receives through FluidSynth with a General MIDI sound font, so music sounds
+// with no set-up.
+//
+// Output: the system's audio through the first FluidSynth audio driver that opens, in
+// the order pipewire (when this FluidSynth has it), pulseaudio, alsa, jack; a JACK
+// server is never started for us. When none opens, or when the owner asks for a WAV
+// file, the synthesizer is rendered in real time into a 16-bit stereo 44100 Hz WAV file
+// instead (without a path of the owner's, "quill-synth-<pid>.wav" in the temporary
+// folder).
+//
+// The sound font is loaded once, in Create(), with samples loaded as they are first
+// needed, so creation takes a fraction of a second and the first note is not delayed.
+//
+// Threads: the hooks run on the consumer's receive thread and call FluidSynth, whose API
+// is thread-safe; Create, Finish and the destructor belong to the owner's thread.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "midi/local_consumer.h"
+
+class TSynthConsumer : public TMidiLocalConsumer {
+public:
+    static constexpr const char* kName = "Quill Synth";
+    // Installed by Debian's fluid-soundfont-gm.
+    static constexpr const char* kDefaultSoundFont = "/usr/share/sounds/sf2/FluidR3_GM.sf2";
+    // The DriverName() of WAV rendering.
+    static constexpr const char* kWavDriver = "wav";
+    static constexpr int32_t kSampleRate = 44100;
+
+    struct TOptions {
+        std::string soundFontPath = kDefaultSoundFont;  // .sf2 or .sf3
+        // Non-empty: render into this file and leave the audio system alone.
+        std::string wavPath;
+        // A FluidSynth driver name ("pulseaudio", "alsa", ...) tried alone instead of the
+        // probe; empty probes. Either way a WAV file takes over when nothing opens.
+        std::string audioDriver;
+        float gain = 0.2f;  // FluidSynth's master gain, 0 to 10
+    };
+
+    // Owner's thread, never a real-time one: loads the sound font and opens the output.
+    // Sets JACK_NO_START_SERVER=1 in the process environment. nullptr with *error set
+    // ("cannot load sound font /x/y.sf2") when the synthesizer cannot be made.
+    static std::unique_ptr<TSynthConsumer> Create(const TOptions& options, std::string* error);
+    ~TSynthConsumer() override;
+
+    // "pipewire", "pulseaudio", "alsa", "jack" or kWavDriver.
+    const std::string& DriverName() const;
+    // The file rendered into; empty when playing through an audio driver.
+    const std::string& WavPath() const;
+    // system_time() of the WAV file's first frame, to line the file up with the song;
+    // 0 without a file.
+    int64_t WavStartTime() const;
+
+    // Owner's thread. Lets the output run on for tailUs, so release tails are heard or
+    // reach the file, then ends it: the WAV file is complete and closed, the audio
+    // driver is shut. Events that arrive later change nothing. Blocks for about tailUs;
+    // idempotent. False when writing the WAV file failed.
+    bool Finish(int64_t tailUs);
+
+    // Receive thread.
+    void NoteOff(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) override;
+    void NoteOn(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) override;
+    void KeyPressure(uint8_t channel, uint8_t note, uint8_t pressure, int64_t time) override;
+    void ControlChange(uint8_t channel, uint8_t controller, uint8_t value,
+                       int64_t time) override;
+    void ProgramChange(uint8_t channel, uint8_t program, int64_t time) override;
+    void ChannelPressure(uint8_t channel, uint8_t pressure, int64_t time) override;
+    void PitchBend(uint8_t channel, uint8_t lsb, uint8_t msb, int64_t time) override;
+    // data without the leading 0xF0; a closing 0xF7 is optional.
+    void SystemExclusive(const uint8_t* data, size_t length, int64_t time) override;
+
+private:
+    struct TEngine;
+    explicit TSynthConsumer(std::unique_ptr<TEngine> engine);
+
+    std::unique_ptr<TEngine> fEngine;
+};
