@@ -11,6 +11,8 @@ TMidiLocalProducer::TMidiLocalProducer(std::string name)
     : TMidiProducer(std::move(name)), fConnections(new TConnectionList) {}
 
 TMidiLocalProducer::~TMidiLocalProducer() {
+    // While this object is whole, so that backends can take their ports back.
+    Unregister();
     for (TMidiConsumer* consumer : Connections()) Disconnect(consumer);
     delete fConnections.load();
 }
@@ -20,9 +22,10 @@ int32_t TMidiLocalProducer::Connect(TMidiConsumer* consumer) {
     {
         std::lock_guard lock(fWriteLock);
         const TConnectionList* current = fConnections.load();
-        if (std::find(current->begin(), current->end(), consumer) != current->end()) return -1;
+        if (std::ranges::find(current->consumers, consumer) != current->consumers.end())
+            return -1;
         auto* next = new TConnectionList(*current);
-        next->push_back(consumer);
+        next->consumers.push_back(consumer);
         Publish(next);
     }
     {
@@ -37,9 +40,10 @@ int32_t TMidiLocalProducer::Disconnect(TMidiConsumer* consumer) {
     {
         std::lock_guard lock(fWriteLock);
         const TConnectionList* current = fConnections.load();
-        if (std::find(current->begin(), current->end(), consumer) == current->end()) return -1;
+        if (std::ranges::find(current->consumers, consumer) == current->consumers.end())
+            return -1;
         auto* next = new TConnectionList(*current);
-        std::erase(*next, consumer);
+        std::erase(next->consumers, consumer);
         Publish(next);
     }
     {
@@ -60,20 +64,42 @@ void TMidiLocalProducer::Publish(TConnectionList* next) {
 bool TMidiLocalProducer::IsConnected(const TMidiConsumer* consumer) const {
     std::lock_guard lock(fWriteLock);
     const TConnectionList* current = fConnections.load();
-    return std::find(current->begin(), current->end(), consumer) != current->end();
+    return std::ranges::find(current->consumers, consumer) != current->consumers.end();
 }
 
 std::vector<TMidiConsumer*> TMidiLocalProducer::Connections() const {
     std::lock_guard lock(fWriteLock);
-    return *fConnections.load();
+    return fConnections.load()->consumers;
+}
+
+int32_t TMidiLocalProducer::AttachSink(TMidiPortSink* sink) {
+    if (!sink) return -1;
+    std::lock_guard lock(fWriteLock);
+    const TConnectionList* current = fConnections.load();
+    if (std::ranges::find(current->sinks, sink) != current->sinks.end()) return -1;
+    auto* next = new TConnectionList(*current);
+    next->sinks.push_back(sink);
+    Publish(next);
+    return 0;
+}
+
+int32_t TMidiLocalProducer::DetachSink(TMidiPortSink* sink) {
+    std::lock_guard lock(fWriteLock);
+    const TConnectionList* current = fConnections.load();
+    if (std::ranges::find(current->sinks, sink) == current->sinks.end()) return -1;
+    auto* next = new TConnectionList(*current);
+    std::erase(next->sinks, sink);
+    Publish(next);
+    return 0;
 }
 
 void TMidiLocalProducer::SprayData(const uint8_t* data, size_t length, bool atomic,
                                    int64_t time) const {
     if (length == 0) return;
     fSprays.fetch_add(1);
-    for (TMidiConsumer* consumer : *fConnections.load())
-        consumer->Receive(data, length, atomic, time);
+    const TConnectionList* route = fConnections.load();
+    for (TMidiConsumer* consumer : route->consumers) consumer->Receive(data, length, atomic, time);
+    for (TMidiPortSink* sink : route->sinks) sink->Send(data, length, time);
     fSprays.fetch_sub(1);
 }
 

@@ -6,6 +6,10 @@
 // lock of their own) free an old snapshot only once no spray can still be walking it.
 // A spray allocates nothing; SysEx longer than kSysExStackBytes is the one exception.
 //
+// A producer may also have port sinks: the ports a system backend gives it (an ALSA
+// sequencer port, a JACK output port). Each sink gets every spray once, whatever the
+// number of consumers behind it, after the consumers; sinks live in the same snapshot.
+//
 // Raw form of events on the way: channel and system messages as their bytes; SysEx as
 // 0xF0 followed by the data given to SpraySystemExclusive (a closing 0xF7 only when the
 // caller's data holds one). Consumers that talk to real MIDI add a missing 0xF7.
@@ -17,6 +21,14 @@
 #include <vector>
 
 #include "midi/endpoint.h"
+
+// A system port that speaks for one local producer.
+class TMidiPortSink {
+public:
+    virtual ~TMidiPortSink() = default;
+    // Called on the spraying thread for every event; must not block.
+    virtual void Send(const uint8_t* data, size_t length, int64_t time) = 0;
+};
 
 class TMidiLocalProducer : public TMidiProducer {
 public:
@@ -33,6 +45,12 @@ public:
     int32_t Disconnect(TMidiConsumer* consumer);
     bool IsConnected(const TMidiConsumer* consumer) const;
     std::vector<TMidiConsumer*> Connections() const;
+
+    // For system backends; any thread but a real-time one. 0, or -1 when sink is null or
+    // already attached (Attach) / not attached (Detach). DetachSink returns once no spray
+    // can still reach the sink.
+    int32_t AttachSink(TMidiPortSink* sink);
+    int32_t DetachSink(TMidiPortSink* sink);
 
     // Any thread; wait-free apart from the consumers' Receive.
     void SprayData(const uint8_t* data, size_t length, bool atomic, int64_t time) const;
@@ -51,7 +69,10 @@ public:
     void SprayTempoChange(int32_t beatsPerMinute, int64_t time) const;
 
 private:
-    using TConnectionList = std::vector<TMidiConsumer*>;
+    struct TConnectionList {
+        std::vector<TMidiConsumer*> consumers;
+        std::vector<TMidiPortSink*> sinks;
+    };
     void Publish(TConnectionList* next);
     void SprayChannelMessage(uint8_t status, uint8_t channel, uint8_t data1, uint8_t data2,
                              size_t length, int64_t time) const;

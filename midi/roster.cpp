@@ -3,6 +3,14 @@
 #include <algorithm>
 
 #include "midi/endpoint.h"
+#include "midi/local_producer.h"
+
+namespace {
+// No virtual calls here: an endpoint may be unregistered from its base destructor.
+TMidiLocalProducer* as_local_producer(TMidiEndpoint* endpoint) {
+    return dynamic_cast<TMidiLocalProducer*>(endpoint);
+}
+}  // namespace
 
 TMidiRoster& TMidiRoster::Default() {
     static TMidiRoster roster;
@@ -16,21 +24,50 @@ int32_t TMidiRoster::NewID() {
 
 void TMidiRoster::Register(TMidiEndpoint* endpoint) {
     {
-        std::lock_guard lock(fLock);
-        auto at = std::lower_bound(
-            fEndpoints.begin(), fEndpoints.end(), endpoint,
-            [](const TMidiEndpoint* a, const TMidiEndpoint* b) { return a->ID() < b->ID(); });
-        fEndpoints.insert(at, endpoint);
+        std::lock_guard backendLock(fBackendLock);
+        {
+            std::lock_guard lock(fLock);
+            auto at = std::lower_bound(
+                fEndpoints.begin(), fEndpoints.end(), endpoint,
+                [](const TMidiEndpoint* a, const TMidiEndpoint* b) { return a->ID() < b->ID(); });
+            fEndpoints.insert(at, endpoint);
+        }
+        if (TMidiLocalProducer* producer = as_local_producer(endpoint))
+            for (TMidiRosterBackend* backend : fBackends) backend->ProducerRegistered(producer);
     }
     Notify();
 }
 
 void TMidiRoster::Unregister(TMidiEndpoint* endpoint) {
     {
+        std::lock_guard backendLock(fBackendLock);
+        if (TMidiLocalProducer* producer = as_local_producer(endpoint))
+            for (TMidiRosterBackend* backend : fBackends) backend->ProducerUnregistered(producer);
         std::lock_guard lock(fLock);
         std::erase(fEndpoints, endpoint);
     }
     Notify();
+}
+
+void TMidiRoster::AddBackend(TMidiRosterBackend* backend) {
+    std::lock_guard backendLock(fBackendLock);
+    fBackends.push_back(backend);
+    for (TMidiLocalProducer* producer : LocalProducers()) backend->ProducerRegistered(producer);
+}
+
+void TMidiRoster::RemoveBackend(TMidiRosterBackend* backend) {
+    std::lock_guard backendLock(fBackendLock);
+    if (std::erase(fBackends, backend) == 0) return;
+    for (TMidiLocalProducer* producer : LocalProducers()) backend->ProducerUnregistered(producer);
+}
+
+std::vector<TMidiLocalProducer*> TMidiRoster::LocalProducers() {
+    std::vector<TMidiLocalProducer*> producers;
+    std::lock_guard lock(fLock);
+    for (TMidiEndpoint* endpoint : fEndpoints)
+        if (TMidiLocalProducer* producer = as_local_producer(endpoint))
+            producers.push_back(producer);
+    return producers;
 }
 
 bool TMidiRoster::IsRegistered(const TMidiEndpoint* endpoint) {

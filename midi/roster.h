@@ -11,6 +11,17 @@
 
 class TMidiConsumer;
 class TMidiEndpoint;
+class TMidiLocalProducer;
+
+// A system backend (ALSA sequencer, JACK) that mirrors registered local producers as ports
+// other programs can see. Called on the registering thread, outside the roster's lock.
+class TMidiRosterBackend {
+public:
+    virtual ~TMidiRosterBackend() = default;
+    virtual void ProducerRegistered(TMidiLocalProducer* producer) = 0;
+    // Called while the producer is still whole (its destructor unregisters it first).
+    virtual void ProducerUnregistered(TMidiLocalProducer* producer) = 0;
+};
 
 class TMidiRoster {
 public:
@@ -31,12 +42,24 @@ public:
 
     int32_t NewID();
 
+    // Any thread but a real-time one. Adding a backend announces every local producer
+    // registered so far to it; removing it withdraws them, so its ports go first.
+    void AddBackend(TMidiRosterBackend* backend);
+    void RemoveBackend(TMidiRosterBackend* backend);
+
 private:
     friend class TMidiEndpoint;
     void Register(TMidiEndpoint* endpoint);
     void Unregister(TMidiEndpoint* endpoint);
     bool IsRegistered(const TMidiEndpoint* endpoint);
     void Notify();
+    std::vector<TMidiLocalProducer*> LocalProducers();
+
+    // Held while a local producer is registered or unregistered and while backends are told
+    // of it, so a backend hears of each producer exactly once, and never after
+    // RemoveBackend returns. Taken before fLock.
+    std::mutex fBackendLock;
+    std::vector<TMidiRosterBackend*> fBackends;
 
     std::mutex fLock;
     std::vector<TMidiEndpoint*> fEndpoints;  // id order
