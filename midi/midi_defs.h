@@ -1,6 +1,7 @@
 #pragma once
 // Status bytes and controller numbers shared by the chain.
 
+#include <cstddef>
 #include <cstdint>
 
 namespace midi {
@@ -21,6 +22,12 @@ constexpr uint8_t kMetaTempo = 0x51;
 constexpr uint8_t kCtrlAllSoundOff = 120;
 constexpr uint8_t kCtrlResetAllControllers = 121;
 constexpr uint8_t kCtrlAllNotesOff = 123;
+
+// The chain passes meta events (tempo changes) as 0xFF plus data; a lone 0xFF is a system
+// reset. Meta events have no form on a MIDI wire.
+inline bool is_meta_event(const uint8_t* data, size_t length) {
+    return length > 1 && data[0] == kMetaEvent;
+}
 
 constexpr int kChannels = 16;
 constexpr uint8_t kPercussionChannel = 9;

@@ -1,0 +1,271 @@
+#include "midi/jack_backend.h"
+
+#include <jack/midiport.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+#include "midi/midi_defs.h"
+#include "veldan/base/clock.h"
+
+namespace {
+
+// How long a disconnecting or closing thread waits for the process callback to pass on
+// what a port was sent; a stalled server must not hang the caller.
+constexpr int64_t kFlushLimitUs = 500000;
+
+struct TRecord {
+    int64_t sentUs;  // jack_get_time() when sent
+    uint32_t length;
+};
+
+void wait_briefly() { std::this_thread::sleep_for(std::chrono::milliseconds(1)); }
+
+}  // namespace
+
+class TJackBackend::TJackPort final : public TMidiSystemBackend::TPort {
+  public:
+    TJackPort(TJackBackend& backend, std::string name, jack_port_t* port)
+        : TPort(backend, std::move(name)),
+          fJack(backend),
+          fPort(port),
+          fRing(jack_ringbuffer_create(kRingBytes)) {
+        jack_ringbuffer_mlock(fRing);
+        fJack.AddPort(this);
+    }
+
+    ~TJackPort() override {
+        fJack.RemovePort(this);
+        if (!fJack.ServerGone()) jack_port_unregister(fJack.fClient, fPort);
+        jack_ringbuffer_free(fRing);
+    }
+
+    jack_port_t* Port() const { return fPort; }
+    bool Empty() const { return jack_ringbuffer_read_space(fRing) == 0; }
+
+    // Spraying threads; the lock is held only by other senders of this port, briefly.
+    void Send(const uint8_t* data, size_t length, int64_t) override {
+        if (length == 0 || midi::is_meta_event(data, length) || fJack.ServerGone()) return;
+        const bool close = data[0] == midi::kSysExStart && data[length - 1] != midi::kSysExEnd;
+        TRecord record{0, uint32_t(length + close)};
+        std::lock_guard lock(fWriteLock);
+        if (jack_ringbuffer_write_space(fRing) < sizeof record + record.length) {
+            NoteDrop();
+            return;
+        }
+        // Stamped under the lock, so the ring's stamps never go back in time.
+        record.sentUs = int64_t(jack_get_time());
+        Write(&record, sizeof record);
+        Write(data, length);
+        if (close) Write(&midi::kSysExEnd, 1);
+    }
+
+    // Process callback: moves every event sent before this cycle into the port's buffer.
+    void Drain(jack_nframes_t frames, int64_t cycleStartUs, int64_t periodUs) {
+        void* buffer = jack_port_get_buffer(fPort, frames);
+        jack_midi_clear_buffer(buffer);
+        uint32_t last = 0;
+        TRecord record;
+        while (jack_ringbuffer_peek(fRing, reinterpret_cast<char*>(&record), sizeof record) ==
+               sizeof record) {
+            // A record is whole only once its bytes are in too.
+            if (jack_ringbuffer_read_space(fRing) < sizeof record + record.length) break;
+            uint32_t frame = FrameOffset(record.sentUs, cycleStartUs, periodUs, frames);
+            if (frame >= frames) break;
+            last = std::max(last, frame);
+            jack_ringbuffer_read_advance(fRing, sizeof record);
+            jack_midi_data_t* room = jack_midi_event_reserve(buffer, last, record.length);
+            if (room) {
+                jack_ringbuffer_read(fRing, reinterpret_cast<char*>(room), record.length);
+            } else {
+                jack_ringbuffer_read_advance(fRing, record.length);
+                NoteDrop();
+            }
+        }
+    }
+
+  private:
+    void Write(const void* bytes, size_t size) {
+        jack_ringbuffer_write(fRing, static_cast<const char*>(bytes), size);
+    }
+
+    TJackBackend& fJack;
+    jack_port_t* const fPort;
+    jack_ringbuffer_t* const fRing;
+    std::mutex fWriteLock;
+};
+
+std::unique_ptr<TJackBackend> TJackBackend::Open(const std::string& serverName,
+                                                 std::string* error) {
+    // Nothing in this process may start a server by surprise.
+    setenv("JACK_NO_START_SERVER", "1", 1);
+    // libjack prints its failures to stderr; ours are reported through the status line.
+    jack_set_error_function([](const char*) {});
+    jack_set_info_function([](const char*) {});
+    int options = JackNoStartServer;
+    if (!serverName.empty()) options |= JackServerName;
+    jack_status_t status;
+    jack_client_t* client =
+        jack_client_open(kClientName, jack_options_t(options), &status, serverName.c_str());
+    if (!client) {
+        *error = "JACK: no server running";
+        return nullptr;
+    }
+    std::unique_ptr<TJackBackend> backend(new TJackBackend(client, serverName));
+    TJackBackend* self = backend.get();
+    jack_set_process_callback(
+        client,
+        [](jack_nframes_t frames, void* arg) {
+            return static_cast<TJackBackend*>(arg)->Process(frames);
+        },
+        self);
+    // JACK's notification thread only wakes the service thread, which asks JACK itself.
+    jack_set_port_registration_callback(
+        client,
+        [](jack_port_id_t, int, void* arg) { static_cast<TJackBackend*>(arg)->RequestRescan(); },
+        self);
+    jack_set_client_registration_callback(
+        client,
+        [](const char*, int, void* arg) { static_cast<TJackBackend*>(arg)->RequestRescan(); },
+        self);
+    jack_set_port_rename_callback(
+        client,
+        [](jack_port_id_t, const char*, const char*, void* arg) {
+            static_cast<TJackBackend*>(arg)->RequestRescan();
+        },
+        self);
+    jack_on_info_shutdown(
+        client,
+        [](jack_status_t, const char*, void* arg) {
+            auto* jack = static_cast<TJackBackend*>(arg);
+            jack->fServerGone.store(true);
+            jack->Wake();
+        },
+        self);
+    if (jack_activate(client) != 0) {
+        *error = "JACK: the server refused to activate the client";
+        return nullptr;
+    }
+    return backend;
+}
+
+TJackBackend::TJackBackend(jack_client_t* client, std::string serverName)
+    : fClient(client),
+      fServerName(serverName.empty() ? "default" : std::move(serverName)),
+      fClientName(jack_get_client_name(client)),
+      fPortList(new TPortList) {}
+
+TJackBackend::~TJackBackend() {
+    Stop();
+    jack_client_close(fClient);
+    delete fPortList.load();
+}
+
+std::string TJackBackend::Status() const {
+    if (ServerGone()) return "JACK: the server \"" + fServerName + "\" stopped";
+    return "JACK: client \"" + fClientName + "\" on server \"" + fServerName + "\"";
+}
+
+uint32_t TJackBackend::FrameOffset(int64_t sentUs, int64_t cycleStartUs, int64_t periodUs,
+                                   uint32_t frames) {
+    if (sentUs >= cycleStartUs) return frames;
+    if (periodUs <= 0) return 0;
+    const int64_t sinceLastCycle = sentUs - (cycleStartUs - periodUs);
+    if (sinceLastCycle <= 0) return 0;
+    return uint32_t(std::min<int64_t>(sinceLastCycle * frames / periodUs, frames - 1));
+}
+
+int TJackBackend::Process(jack_nframes_t frames) {
+    fProcessing.fetch_add(1);
+    jack_nframes_t cycleStartFrame;
+    jack_time_t cycleStartUs;
+    jack_time_t nextCycleUs;
+    float periodUs;
+    if (jack_get_cycle_times(fClient, &cycleStartFrame, &cycleStartUs, &nextCycleUs, &periodUs) !=
+        0) {
+        cycleStartUs = jack_get_time();
+        periodUs = float(frames) * 1e6f / float(jack_get_sample_rate(fClient));
+    }
+    for (TJackPort* port : *fPortList.load())
+        port->Drain(frames, int64_t(cycleStartUs), int64_t(periodUs));
+    fCycles.fetch_add(1);
+    fProcessing.fetch_sub(1);
+    return 0;
+}
+
+void TJackBackend::Publish(TPortList* next) {
+    std::unique_ptr<TPortList> old(fPortList.exchange(next));
+    // A process callback that loaded the old list is still counted in fProcessing.
+    while (fProcessing.load() != 0) std::this_thread::yield();
+}
+
+void TJackBackend::AddPort(TJackPort* port) {
+    std::lock_guard lock(fPortListLock);
+    auto* next = new TPortList(*fPortList.load());
+    next->push_back(port);
+    Publish(next);
+}
+
+void TJackBackend::RemovePort(TJackPort* port) {
+    std::lock_guard lock(fPortListLock);
+    auto* next = new TPortList(*fPortList.load());
+    std::erase(*next, port);
+    Publish(next);
+}
+
+void TJackBackend::WaitCycles(uint64_t cycles) {
+    const uint64_t target = fCycles.load() + cycles;
+    const int64_t deadline = veldan::system_time() + kFlushLimitUs;
+    while (fCycles.load() < target && !ServerGone() && veldan::system_time() < deadline)
+        wait_briefly();
+}
+
+std::unique_ptr<TMidiSystemBackend::TPort> TJackBackend::OpenPort(const std::string& name, bool) {
+    if (ServerGone()) return nullptr;
+    jack_port_t* port = jack_port_register(fClient, name.empty() ? "out" : name.c_str(),
+                                           JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
+    if (!port) return nullptr;
+    return std::make_unique<TJackPort>(*this, name, port);
+}
+
+bool TJackBackend::Link(TPort& port, const TMidiSystemConsumer& consumer) {
+    if (ServerGone()) return false;
+    const char* source = jack_port_name(static_cast<TJackPort&>(port).Port());
+    int result = jack_connect(fClient, source, consumer.Address().c_str());
+    return result == 0 || result == EEXIST;
+}
+
+void TJackBackend::Unlink(TPort& port, const TMidiSystemConsumer& consumer) {
+    if (ServerGone()) return;
+    jack_disconnect(fClient, jack_port_name(static_cast<TJackPort&>(port).Port()),
+                    consumer.Address().c_str());
+}
+
+void TJackBackend::Flush(TPort& port) {
+    const auto& jackPort = static_cast<const TJackPort&>(port);
+    const int64_t deadline = veldan::system_time() + kFlushLimitUs;
+    while (!jackPort.Empty() && !ServerGone() && veldan::system_time() < deadline) wait_briefly();
+    // The cycle that took the last events has ended once two more have begun.
+    WaitCycles(2);
+}
+
+bool TJackBackend::ListPeers(std::vector<TPeer>* peers) {
+    if (ServerGone()) return false;
+    const char** names = jack_get_ports(fClient, nullptr, JACK_DEFAULT_MIDI_TYPE, JackPortIsInput);
+    for (const char** name = names; name && *name; ++name) {
+        jack_port_t* port = jack_port_by_name(fClient, *name);
+        if (port && jack_port_is_mine(fClient, port)) continue;
+        peers->push_back({*name, *name});
+    }
+    jack_free(names);
+    return true;
+}
+
+void TJackBackend::ServiceWoken() {
+    if (!ServerGone() || fServerGoneHandled) return;
+    fServerGoneHandled = true;
+    RetireAllConsumers();
+    Report("JACK: the server \"" + fServerName + "\" stopped; its ports are gone");
+}

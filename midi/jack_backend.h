@@ -1,0 +1,79 @@
+#pragma once
+// TJackBackend: the roster on a running JACK server. The program is the JACK client
+// "Quill MIDI"; registered local producers are its MIDI output ports; every other client's
+// MIDI input port is a consumer; connecting is jack_connect. A server is never started
+// for us (JackNoStartServer, and JACK_NO_START_SERVER=1 for anything else in the process).
+//
+// Events cross from the spraying threads to the process callback through one
+// jack_ringbuffer per port, each record stamped with jack_get_time() when it was sent.
+// Writers of one port are serialised by a short lock of the port (only spraying threads
+// take it); the process callback reads without locks. The events sent during one period
+// are written in the next, at frame offsets that keep their spacing (FrameOffset). A full
+// ring or a full port buffer loses the event, reported once per port; the sender never
+// waits. JACK's registration callbacks only wake the service thread, which lists the
+// ports again; a server that stops is reported once and its consumers go.
+
+#include <jack/jack.h>
+#include <jack/ringbuffer.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "midi/system_backend.h"
+
+class TJackBackend final : public TMidiSystemBackend {
+  public:
+    static constexpr const char* kClientName = "Quill MIDI";
+    static constexpr size_t kRingBytes = 64 * 1024;
+
+    // The client, activated but not yet started, on serverName (empty: the default server,
+    // or $JACK_DEFAULT_SERVER); nullptr and *error set when no server answers.
+    static std::unique_ptr<TJackBackend> Open(const std::string& serverName, std::string* error);
+    ~TJackBackend() override;
+
+    std::string Status() const override;
+    // Any thread: true once the server has shut the client down.
+    bool ServerGone() const { return fServerGone.load(); }
+    const std::string& ClientName() const { return fClientName; }
+
+    // The frame of the current cycle (which started at cycleStartUs and lasts periodUs,
+    // frames long) for an event sent at sentUs: sends of the previous period map onto this
+    // one, keeping their spacing; later sends wait (frames is returned); late ones go to
+    // frame 0, never dropped.
+    static uint32_t FrameOffset(int64_t sentUs, int64_t cycleStartUs, int64_t periodUs,
+                                uint32_t frames);
+
+  protected:
+    const char* SystemName() const override { return "JACK"; }
+    std::unique_ptr<TPort> OpenPort(const std::string& name, bool isPublic) override;
+    bool Link(TPort& port, const TMidiSystemConsumer& consumer) override;
+    void Unlink(TPort& port, const TMidiSystemConsumer& consumer) override;
+    void Flush(TPort& port) override;
+    bool ListPeers(std::vector<TPeer>* peers) override;
+    void ServiceWoken() override;
+
+  private:
+    class TJackPort;
+    using TPortList = std::vector<TJackPort*>;
+
+    TJackBackend(jack_client_t* client, std::string serverName);
+    void Publish(TPortList* next);
+    void AddPort(TJackPort* port);
+    void RemovePort(TJackPort* port);
+    // Waits (bounded) until the process callback has run `cycles` more times.
+    void WaitCycles(uint64_t cycles);
+    int Process(jack_nframes_t frames);
+
+    jack_client_t* fClient;
+    const std::string fServerName;
+    const std::string fClientName;
+    std::mutex fPortListLock;  // writers of fPortList
+    std::atomic<TPortList*> fPortList;
+    std::atomic<int32_t> fProcessing{0};
+    std::atomic<uint64_t> fCycles{0};
+    std::atomic<bool> fServerGone{false};
+    bool fServerGoneHandled = false;  // service thread only
+};
