@@ -12,7 +12,7 @@ namespace {
 
 // Copies text (which may lie inside dst) to dst and terminates it.
 int put(char* dst, std::string_view text) {
-    std::memmove(dst, text.data(), text.size());
+    if (!text.empty()) std::memmove(dst, text.data(), text.size());
     dst[text.size()] = '\0';
     return int(text.size());
 }
