@@ -1,12 +1,12 @@
 // Converts arbitrary playlist lines: the first line of the input is the Windows path,
 // the rest the playlist file's own path.
 
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
-
-#include <unistd.h>
 
 #include "playlist/drvcvt.h"
 

@@ -3,7 +3,6 @@
 
 #include <QBuffer>
 #include <QByteArray>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,11 +1,11 @@
 #include "playlist/drvcvt.h"
 
-#include "veldan/base/strings.h"
-#include "veldan/core/entry.h"
-
 #include <iconv.h>
 
 #include <cerrno>
+
+#include "veldan/base/strings.h"
+#include "veldan/core/entry.h"
 
 namespace {
 
@@ -17,7 +17,9 @@ int letter_index(char letter) {
     return upper >= 'A' && upper <= 'Z' ? upper - 'A' : -1;
 }
 
-bool is_sjis_lead(uint8_t byte) { return (byte >= 0x81 && byte <= 0x9F) || (byte >= 0xE0 && byte <= 0xFC); }
+bool is_sjis_lead(uint8_t byte) {
+    return (byte >= 0x81 && byte <= 0x9F) || (byte >= 0xE0 && byte <= 0xFC);
+}
 
 // Backslashes become slashes. In Shift-JIS text a 0x5C after a lead byte belongs to its
 // character (ソ is 0x83 0x5C), so only a backslash that stands alone is a separator.

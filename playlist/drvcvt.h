@@ -8,13 +8,13 @@
 // upper-case letter, empty for an unmapped letter. Without a readable file the defaults
 // hold: A is "/no name", C is "/windows", the rest unmapped; a file replaces them all.
 
-#include "veldan/core/archivable.h"
-
 #include <array>
 #include <string>
 
+#include "veldan/core/archivable.h"
+
 class TDrvCvt : public veldan::TArchivable {
-public:
+  public:
     static constexpr char kFileName[] = "DriveLetter.arc";
     static constexpr char kSubFolder[] = "Shared";
 
@@ -37,7 +37,7 @@ public:
     bool Archive(veldan::TMessage* into) const override;
     bool Unarchive(const veldan::TMessage& from) override;
 
-private:
+  private:
     std::array<std::string, 26> fPaths;
 };
 

@@ -2,10 +2,10 @@
 // TAppPrivacy: where the executable lies and the player's current state, plus the
 // program's drive-letter converter (loaded when the object is made).
 
-#include "playlist/drvcvt.h"
-
 #include <cstdint>
 #include <string>
+
+#include "playlist/drvcvt.h"
 
 // The player state; the player controller steps through the preparing states.
 enum TMarnelState : int32_t {
@@ -20,7 +20,7 @@ enum TMarnelState : int32_t {
 };
 
 class TAppPrivacy : public TDrvCvt {
-public:
+  public:
     // Splits the program's path into its folder (with the trailing "/") and file name.
     void AnaExePath(const char* path);
     std::string ExePath() const { return fExePath; }
@@ -29,7 +29,7 @@ public:
     TMarnelState State() const { return fState; }
     void SetState(TMarnelState state) { fState = state; }
 
-private:
+  private:
     std::string fExePath;
     std::string fExeName;
     TMarnelState fState = MS_STOPPED;

@@ -1,9 +1,9 @@
 #include "app/settings/exit_state.h"
 
-#include "veldan/core/entry.h"
-
 #include <algorithm>
 #include <iterator>
+
+#include "veldan/core/entry.h"
 
 namespace {
 

@@ -2,19 +2,19 @@
 // TExitState: what the program remembers from one run to the next, stored in
 // "QuillMIDI_ExitStates.arc".
 
-#include "veldan/core/archivable.h"
-
 #include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "veldan/core/archivable.h"
 
 // The running version; stored with the exit state, a different stored one makes start-up
 // install the playlist file type again.
 inline constexpr char kAppVersion[] = "Ver 5.34";
 
 class TExitState : public veldan::TArchivable {
-public:
+  public:
     static constexpr int kOutputCount = 2;
 
     TExitState();

@@ -1,8 +1,8 @@
 #include "app/settings/mruf.h"
 
-#include "veldan/base/strings.h"
-
 #include <algorithm>
+
+#include "veldan/base/strings.h"
 
 void TMRUF::AddMRUF(const std::string& path) {
     const int32_t found = FindMRUF(path);

@@ -6,15 +6,15 @@
 // Menu building (GenerateMenu with its target menu, handler and base) lives with the
 // main window; this class gives it each item's label and short-cut.
 
-#include "veldan/core/archivable.h"
-
 #include <cstdint>
 #include <deque>
 #include <optional>
 #include <string>
 
+#include "veldan/core/archivable.h"
+
 class TMRUF : public veldan::TArchivable {
-public:
+  public:
     static constexpr int32_t kMinMax = 1;
     static constexpr int32_t kMaxMax = 20;
     static constexpr uint32_t kMsgRecentFile = '_RRC';  // the default item message
@@ -55,7 +55,7 @@ public:
     bool Archive(veldan::TMessage* into) const override;
     bool Unarchive(const veldan::TMessage& from) override;
 
-private:
+  private:
     int32_t Number(int32_t index) const { return index + fTriggerBase; }
 
     bool fShowSC = false;

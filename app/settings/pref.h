@@ -2,13 +2,13 @@
 // TPref: what the user sets in the preferences window, stored in "QuillMIDI_Prefs.arc".
 // A value type: the preferences window edits a copy and assigns it back.
 
-#include "veldan/core/archivable.h"
-
 #include <cstdint>
 #include <string>
 
+#include "veldan/core/archivable.h"
+
 class TPref : public veldan::TArchivable {
-public:
+  public:
     // Values of autoSortKind.
     static constexpr int32_t kSortNone = 0;
     static constexpr int32_t kSortAscending = 1;

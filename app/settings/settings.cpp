@@ -1,13 +1,12 @@
 #include "app/settings/settings.h"
 
-#include "veldan/core/entry.h"
-
 #include <QCoreApplication>
 #include <QGuiApplication>
-
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
+
+#include "veldan/core/entry.h"
 
 namespace {
 

@@ -124,7 +124,9 @@ TEST(RecentPlaylists, LabelsNumberFromTheTriggerBaseAndOnlyDigitsGetShortCuts) {
     TMRUF list;
     list.SetMaxMRUF(20);
     for (int i = 11; i >= 0; i--) list.AddMRUF("/lists/" + std::to_string(i) + ".qml");
-    EXPECT_EQ(list.ItemLabel(0), "0\xE3\x83\xBB" "0.qml");
+    EXPECT_EQ(list.ItemLabel(0),
+              "0\xE3\x83\xBB"
+              "0.qml");
     EXPECT_EQ(list.ItemShortcut(0), '\0');  // short-cuts off by default
     list.SetShowSC(true);
     list.SetSeparator(": ");

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <QByteArray>
-
 #include <filesystem>
 
 #include "tests/support/scoped_env.h"
@@ -15,7 +14,7 @@ namespace fs = std::filesystem;
 namespace {
 
 class Settings : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         pref() = TPref();
         exit_state() = TExitState();
@@ -68,8 +67,8 @@ TEST_F(Settings, PreferencesArchiveEveryKeyWithItsTypeInOrder) {
     TMessage message;
     ASSERT_TRUE(TPref().Archive(&message));
     const std::pair<const char*, uint32_t> expected[] = {
-        {"ClAI", veldan::kBoolType},  {"SiBS", veldan::kBoolType},  {"SSyR", veldan::kBoolType},
-        {"ASKy", veldan::kInt32Type}, {"SRCb", veldan::kInt32Type}, {"SIAR", veldan::kInt64Type},
+        {"ClAI", veldan::kBoolType},  {"SiBS", veldan::kBoolType},   {"SSyR", veldan::kBoolType},
+        {"ASKy", veldan::kInt32Type}, {"SRCb", veldan::kInt32Type},  {"SIAR", veldan::kInt64Type},
         {"SIBS", veldan::kInt64Type}, {"LLTF", veldan::kStringType},
     };
     EXPECT_EQ(message.CountNames(), 8);
@@ -151,8 +150,8 @@ TEST_F(Settings, ExitStateRoundTripsWithItsConnectionsAndTheRunningVersion) {
     exit_state() = TExitState();
     load_global();
     EXPECT_EQ(exit_state(), expected);
-    expect_field_order(expected, {"AtEx", "CuSI", "ExWH", "_Ver", "MLFN", "PnFN", "CMO0",
-                                  "CMO1", "_WFr", "PlyM"});
+    expect_field_order(
+        expected, {"AtEx", "CuSI", "ExWH", "_Ver", "MLFN", "PnFN", "CMO0", "CMO1", "_WFr", "PlyM"});
 }
 
 TEST_F(Settings, AnExitStateWithoutCMO1HasNoConnectionsForOutputOne) {

@@ -4,7 +4,6 @@
 
 #include "tests/support/scoped_env.h"
 #include "tests/support/temp_dir.h"
-
 #include "veldan/core/archivable.h"
 
 using veldan::TMessage;
@@ -13,13 +12,13 @@ namespace fs = std::filesystem;
 namespace {
 
 // Shift-JIS (code page 932) bytes of the names used below.
-const std::string kSjisOngaku = "\x89\xb9\x8a\x79";     // 音楽
-const std::string kSjisKyoku = "\x8b\xc8";              // 曲
+const std::string kSjisOngaku = "\x89\xb9\x8a\x79";         // 音楽
+const std::string kSjisKyoku = "\x8b\xc8";                  // 曲
 const std::string kSjisSongu = "\x83\x5c\x83\x93\x83\x4f";  // ソング: its first trail byte is 0x5C
-const std::string kSjisHalfKana = "\xb6\xc5";           // ｶﾅ
+const std::string kSjisHalfKana = "\xb6\xc5";               // ｶﾅ
 
 class DriveLetters : public ::testing::Test {
-protected:
+  protected:
     fs::path TableFile() const { return fConfig.Path() / "VELDAN" / "Shared" / "DriveLetter.arc"; }
     // Converts and returns the output, or "<false>" when the line is not converted.
     static std::string Convert(const TDrvCvt& table, const std::string& line,

@@ -6,7 +6,7 @@
 #include <string>
 
 class TScopedEnv {
-public:
+  public:
     // A null value unsets the variable.
     TScopedEnv(const char* name, const char* value) : fName(name) {
         if (const char* old = std::getenv(name)) fOld = old;
@@ -16,7 +16,7 @@ public:
     TScopedEnv(const TScopedEnv&) = delete;
     TScopedEnv& operator=(const TScopedEnv&) = delete;
 
-private:
+  private:
     void Set(const char* value) {
         if (value) {
             setenv(fName.c_str(), value, 1);

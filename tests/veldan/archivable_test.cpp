@@ -1,18 +1,17 @@
-#include "veldan/base/exception.h"
 #include "veldan/core/archivable.h"
-#include "veldan/core/entry.h"
-#include "veldan/core/rsrc_msg.h"
 
 #include <gtest/gtest.h>
 
 #include <QByteArray>
 #include <QString>
-
 #include <filesystem>
 #include <fstream>
 
 #include "tests/support/scoped_env.h"
 #include "tests/support/temp_dir.h"
+#include "veldan/base/exception.h"
+#include "veldan/core/entry.h"
+#include "veldan/core/rsrc_msg.h"
 
 using veldan::TMessage;
 namespace fs = std::filesystem;
@@ -20,7 +19,7 @@ namespace fs = std::filesystem;
 namespace {
 
 class TSample : public veldan::TArchivable {
-public:
+  public:
     int32_t count = 5;
     std::string name = "default";
     bool archiveFails = false;
@@ -104,7 +103,7 @@ TEST(ArchivableFiles, TheBaseArchivesNothingAndAcceptsAnything) {
 }
 
 class EntryLocation : public ::testing::Test {
-protected:
+  protected:
     TTempDir fConfig;
     TTempDir fHome;
     TScopedEnv fXdg{"XDG_CONFIG_HOME", fConfig.Path().c_str()};

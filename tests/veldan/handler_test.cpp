@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-
 #include <memory>
 #include <thread>
 #include <vector>
@@ -20,20 +19,20 @@ QCoreApplication* application() {
     static int argc = 1;
     static char name[] = "veldan_core_msg_tests";
     static char* argv[] = {name, nullptr};
-    static QCoreApplication* app =
-        QCoreApplication::instance() ? QCoreApplication::instance() : new QCoreApplication(argc, argv);
+    static QCoreApplication* app = QCoreApplication::instance() ? QCoreApplication::instance()
+                                                                : new QCoreApplication(argc, argv);
     return app;
 }
 
 class TRecorder : public veldan::THandler {
-public:
+  public:
     std::vector<TMessage> received;
 
     void MessageReceived(TMessage* message) override { received.push_back(*message); }
 };
 
 class MessagePosting : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { application(); }
     void Deliver() { QCoreApplication::sendPostedEvents(); }
 };

@@ -5,7 +5,6 @@
 #include <QBuffer>
 #include <QByteArray>
 #include <QObject>
-
 #include <memory>
 #include <random>
 #include <string>
@@ -17,7 +16,7 @@ namespace {
 
 // Builds flattened bytes by hand, for inputs that Flatten would never write.
 class TFlatBytes {
-public:
+  public:
     TFlatBytes& U8(uint8_t value) {
         fBody.append(char(value));
         return *this;
@@ -42,7 +41,7 @@ public:
         return header.fBody + fBody;
     }
 
-private:
+  private:
     QByteArray fBody;
 };
 
@@ -348,8 +347,15 @@ TEST(MessageUnflattening, HostileSizesAndCountsAreRefusedBeforeAllocating) {
          TFlatBytes().U32('what').U32(1).Field("P", 'PNTR', 1).U32(0).U32(0x1000).Flat()},
         {"bool that is neither 0 nor 1",
          TFlatBytes().U32('what').U32(1).Field("B", 'BOOL', 1).U8(2).Flat()},
-        {"relative file reference",
-         TFlatBytes().U32('what').U32(1).Field("R", 'RREF', 1).U32(3).U8('a').U8('/').U8('b').Flat()},
+        {"relative file reference", TFlatBytes()
+                                        .U32('what')
+                                        .U32(1)
+                                        .Field("R", 'RREF', 1)
+                                        .U32(3)
+                                        .U8('a')
+                                        .U8('/')
+                                        .U8('b')
+                                        .Flat()},
         {"trailing bytes", TFlatBytes().U32('what').U32(0).U8(0).Flat()},
         {"foreign magic", QByteArray("PMF1\0\0\0\0", 8)},
     };

@@ -10,7 +10,7 @@
 namespace veldan {
 
 class TException : public std::exception {
-public:
+  public:
     TException(uint32_t id, const char* text) : fID(id), fText(text ? text : "") {}
     explicit TException(const char* text) : TException(0, text) {}
 
@@ -18,7 +18,7 @@ public:
     const char* String() const { return fText.c_str(); }
     const char* what() const noexcept override { return fText.c_str(); }
 
-private:
+  private:
     uint32_t fID;
     std::string fText;
 };

@@ -1,7 +1,6 @@
 #include "veldan/core/archivable.h"
 
 #include <QByteArray>
-
 #include <fstream>
 
 namespace veldan {

@@ -7,14 +7,14 @@
 // functions, which leave a member untouched when its field is missing: a file from an
 // older version, or no file at all, leaves the defaults for what it lacks.
 
-#include "veldan/core/message.h"
-
 #include <filesystem>
+
+#include "veldan/core/message.h"
 
 namespace veldan {
 
 class TArchivable {
-public:
+  public:
     virtual ~TArchivable() = default;
 
     // The base writes nothing and reads nothing; both return true.

@@ -55,7 +55,9 @@ bool get_entry(const char* name, std::filesystem::path* entry, TBaseDir base, co
             if (!sub || sub[0] != '/') return false;
             folder = std::filesystem::path(sub).lexically_normal();
             break;
-        case BD_APP: folder = ensure_folder(app_dir(), sub); break;
+        case BD_APP:
+            folder = ensure_folder(app_dir(), sub);
+            break;
         case BD_SETTINGS: {
             const std::filesystem::path settings = user_settings_dir();
             folder = ensure_folder(settings.empty() ? settings : settings / kMakerFolder, sub);

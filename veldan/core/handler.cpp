@@ -22,7 +22,8 @@ bool add_next_msg(TMessage* msg, const TMessage& next, QObject* target) {
 bool copy_next_msg(TMessage* to, const TMessage& from) {
     TMessage next;
     void* target = nullptr;
-    if (!from.FindMessage(kNextMsgField, &next) || !from.FindPointer(kNextMsgTargetField, &target)) {
+    if (!from.FindMessage(kNextMsgField, &next) ||
+        !from.FindPointer(kNextMsgTargetField, &target)) {
         return false;
     }
     to->RemoveName(kNextMsgField);

@@ -6,15 +6,15 @@
 // QObject whose event() hands TMessageEvents to MessageReceived; TMessageHandler<Base>
 // does that for a QObject or any widget class, and THandler is the plain QObject one.
 
-#include "veldan/core/message.h"
-
 #include <QEvent>
 #include <QObject>
+
+#include "veldan/core/message.h"
 
 namespace veldan {
 
 class TMessageEvent : public QEvent {
-public:
+  public:
     explicit TMessageEvent(const TMessage& message) : QEvent(EventType()), fMessage(message) {}
 
     // Registered with Qt once, on first use.
@@ -22,19 +22,19 @@ public:
 
     TMessage* Message() { return &fMessage; }
 
-private:
+  private:
     TMessage fMessage;
 };
 
 template <class QtBase>
 class TMessageHandler : public QtBase {
-public:
+  public:
     using QtBase::QtBase;
 
     // Messages nobody claims end here.
     virtual void MessageReceived(TMessage* message) { (void)message; }
 
-protected:
+  protected:
     bool event(QEvent* event) override {
         if (event->type() != TMessageEvent::EventType()) return QtBase::event(event);
         MessageReceived(static_cast<TMessageEvent*>(event)->Message());

@@ -3,7 +3,6 @@
 #include <QByteArray>
 #include <QDataStream>
 #include <QIODevice>
-
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -20,8 +19,8 @@ constexpr int kStreamVersion = QDataStream::Qt_6_0;
 constexpr qint64 kHeaderSize = 8;  // magic and body size
 
 // Type codes in the order of TMessage::TValue's alternatives.
-constexpr std::array<uint32_t, 10> kTypeCodes = {kBoolType,   kInt32Type, kInt64Type,  kFloatType,
-                                                 kDoubleType, kStringType, kRectType,  kRefType,
+constexpr std::array<uint32_t, 10> kTypeCodes = {kBoolType,    kInt32Type,  kInt64Type, kFloatType,
+                                                 kDoubleType,  kStringType, kRectType,  kRefType,
                                                  kMessageType, kPointerType};
 
 std::string hex32(uint32_t value) {
@@ -62,7 +61,7 @@ QByteArray read_up_to(QIODevice* device, qint64 size) {
 // Writes a message body; refuses what Unflatten would refuse, so every flattened
 // message can be read back.
 class TFlatWriter {
-public:
+  public:
     explicit TFlatWriter(QByteArray* body) : fStream(body, QIODevice::WriteOnly), fBody(body) {
         prepare(fStream);
     }
@@ -73,7 +72,8 @@ public:
             return !std::holds_alternative<TMessage::TPointerValue>(field.values.front());
         };
         fStream << quint32(message.what)
-                << quint32(std::count_if(message.fFields.begin(), message.fFields.end(), flattened));
+                << quint32(
+                       std::count_if(message.fFields.begin(), message.fFields.end(), flattened));
         for (const TMessage::TField& field : message.fFields) {
             if (!flattened(field)) continue;
             fValues += field.values.size();
@@ -90,23 +90,36 @@ public:
                size_t(fBody->size()) <= TMessage::kMaxFlattenedSize;
     }
 
-private:
+  private:
     bool Value(const TMessage::TValue& value, int depth) {
         if (fBody->size() > qsizetype(TMessage::kMaxFlattenedSize)) return false;
         switch (value.index()) {
-            case 0: fStream << quint8(std::get<bool>(value)); return true;
-            case 1: fStream << quint32(std::get<int32_t>(value)); return true;
-            case 2: fStream << quint64(std::get<int64_t>(value)); return true;
-            case 3: Float(std::get<float>(value)); return true;
-            case 4: fStream << std::bit_cast<quint64>(std::get<double>(value)); return true;
-            case 5: return Bytes(std::get<std::string>(value));
+            case 0:
+                fStream << quint8(std::get<bool>(value));
+                return true;
+            case 1:
+                fStream << quint32(std::get<int32_t>(value));
+                return true;
+            case 2:
+                fStream << quint64(std::get<int64_t>(value));
+                return true;
+            case 3:
+                Float(std::get<float>(value));
+                return true;
+            case 4:
+                fStream << std::bit_cast<quint64>(std::get<double>(value));
+                return true;
+            case 5:
+                return Bytes(std::get<std::string>(value));
             case 6: {
                 const TRect& rect = std::get<TRect>(value);
                 for (float edge : {rect.left, rect.top, rect.right, rect.bottom}) Float(edge);
                 return true;
             }
-            case 7: return Bytes(std::get<std::filesystem::path>(value).string());
-            case 8: return Body(*std::get<TMessage::TMessageValue>(value).message, depth + 1);
+            case 7:
+                return Bytes(std::get<std::filesystem::path>(value).string());
+            case 8:
+                return Body(*std::get<TMessage::TMessageValue>(value).message, depth + 1);
         }
         return false;
     }
@@ -125,7 +138,7 @@ private:
 // Reads a message body. Every read is checked against the bytes left, so no count or
 // length from the input decides an allocation larger than the input itself.
 class TFlatReader {
-public:
+  public:
     explicit TFlatReader(const QByteArray& body) : fStream(body) { prepare(fStream); }
 
     bool Body(TMessage* message, int depth) {
@@ -145,7 +158,7 @@ public:
     }
     const std::string& Error() const { return fError; }
 
-private:
+  private:
     bool Field(TMessage* message, int depth, std::unordered_set<std::string>* names) {
         uint8_t nameLength = 0;
         std::string name;
@@ -210,9 +223,12 @@ private:
                 if (!String(&bytes)) return false;
                 value->emplace<std::string>(std::move(bytes));
                 return true;
-            case kRectType: return Rect(value);
-            case kRefType: return Ref(value);
-            case kMessageType: return Nested(depth, value);
+            case kRectType:
+                return Rect(value);
+            case kRefType:
+                return Ref(value);
+            case kMessageType:
+                return Nested(depth, value);
         }
         return Fail("unknown type code " + hex32(type));
     }
@@ -255,8 +271,7 @@ private:
                         std::to_string(Left()) + " bytes left");
         }
         bytes->resize(length);
-        return fStream.readRawData(bytes->data(), int(length)) == int(length) ||
-               Fail("short read");
+        return fStream.readRawData(bytes->data(), int(length)) == int(length) || Fail("short read");
     }
     bool U8(uint8_t* value) { return Read<quint8>(value); }
     bool U32(uint32_t* value) { return Read<quint32>(value); }
@@ -302,8 +317,8 @@ bool TMessage::Load(const TValue& stored, void** value) {
 }
 
 bool TMessage::AddGuarded(std::string_view name, void* address, QObject* object) {
-    return AddValue(name, TValue(std::in_place_type<TPointerValue>,
-                                 TPointerValue{address, object, true}));
+    return AddValue(
+        name, TValue(std::in_place_type<TPointerValue>, TPointerValue{address, object, true}));
 }
 
 bool TMessage::AddValue(std::string_view name, TValue value) {

@@ -25,7 +25,6 @@
 
 #include <QObject>
 #include <QPointer>
-
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -67,7 +66,7 @@ struct TRect {
 };
 
 class TMessage {
-public:
+  public:
     static constexpr size_t kMaxNameLength = 255;
     static constexpr size_t kMaxFlattenedSize = 4 * 1024 * 1024;
     static constexpr int kMaxDepth = 32;
@@ -137,9 +136,7 @@ public:
     bool FindRef(std::string_view name, std::filesystem::path* value) const {
         return Find(name, 0, value);
     }
-    bool FindMessage(std::string_view name, TMessage* value) const {
-        return Find(name, 0, value);
-    }
+    bool FindMessage(std::string_view name, TMessage* value) const { return Find(name, 0, value); }
     bool FindPointer(std::string_view name, void** value) const { return Find(name, 0, value); }
 
     // Replace an existing value of the same type; false when there is none at index.
@@ -197,7 +194,7 @@ public:
 
     bool operator==(const TMessage& other) const;
 
-private:
+  private:
     struct TPointerValue {
         void* address;
         QPointer<QObject> guard;

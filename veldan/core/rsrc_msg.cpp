@@ -1,8 +1,8 @@
 #include "veldan/core/rsrc_msg.h"
 
-#include "veldan/core/archivable.h"
-
 #include <QFile>
+
+#include "veldan/core/archivable.h"
 
 namespace veldan {
 

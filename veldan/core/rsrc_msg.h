@@ -3,16 +3,15 @@
 // resources or from a file that holds one flattened message of named messages (a
 // language's message table, for instance).
 
-#include "veldan/core/message.h"
-
 #include <QString>
-
 #include <filesystem>
+
+#include "veldan/core/message.h"
 
 namespace veldan {
 
 class TRsrcMsg {
-public:
+  public:
     // Resource messages lie at <root>/<name>, each one flattened message.
     static inline const QString kResourceRoot = QStringLiteral(":/RAWT");
 
@@ -27,7 +26,7 @@ public:
     // field name of the file's message. On failure *out is left as it was.
     bool GetMessage(const char* name, TMessage* out, const QString& root = kResourceRoot) const;
 
-private:
+  private:
     bool fFromFile = false;
     std::filesystem::path fFile;
 };
