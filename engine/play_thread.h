@@ -15,7 +15,7 @@ class TSMFProducer;
 
 class TPlayThread : public veldan::TThread {
 public:
-    static constexpr int32_t kPriority = 110;
+    static constexpr int32_t kPriority = veldan::kMusicPriority;
 
     explicit TPlayThread(TSMFProducer* producer);
     ~TPlayThread() override;

@@ -6,8 +6,9 @@
 #include "veldan/base/clock.h"
 #include "veldan/base/thread.h"
 
-TMidiLocalConsumer::TMidiLocalConsumer(std::string name, size_t queueCapacity)
-    : TMidiConsumer(std::move(name)), fQueue(queueCapacity) {
+TMidiLocalConsumer::TMidiLocalConsumer(std::string name, size_t queueCapacity,
+                                       int32_t receivePriority)
+    : TMidiConsumer(std::move(name)), fReceivePriority(receivePriority), fQueue(queueCapacity) {
     fThread = std::thread([this] { ReceiveLoop(); });
 }
 
@@ -41,7 +42,7 @@ void TMidiLocalConsumer::WakeReceiver() {
 }
 
 void TMidiLocalConsumer::ReceiveLoop() {
-    veldan::apply_thread_priority(kReceivePriority);
+    veldan::apply_thread_priority(fReceivePriority);
     auto handle = [this](const uint8_t* data, size_t length, bool atomic, int64_t time) {
         Data(data, length, atomic, time);
     };

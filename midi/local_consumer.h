@@ -15,16 +15,18 @@
 
 #include "midi/endpoint.h"
 #include "midi/event_queue.h"
+#include "veldan/base/thread.h"
 
 class TMidiLocalConsumer : public TMidiConsumer {
 public:
     static constexpr size_t kDefaultQueueCapacity = 4096;
-    // Receive threads carry the music on its way out, so they ask for the play thread's
-    // real-time priority too; refused, they run at normal priority.
-    static constexpr int32_t kReceivePriority = 110;
+    // Receive threads carry the music on its way out, so by default they ask for the play
+    // thread's real-time priority too; refused, they run at normal priority.
+    static constexpr int32_t kReceivePriority = veldan::kMusicPriority;
 
     explicit TMidiLocalConsumer(std::string name = {},
-                                size_t queueCapacity = kDefaultQueueCapacity);
+                                size_t queueCapacity = kDefaultQueueCapacity,
+                                int32_t receivePriority = kReceivePriority);
     ~TMidiLocalConsumer() override;
 
     bool IsLocal() const override { return true; }
@@ -67,6 +69,7 @@ private:
     void ReceiveLoop();
     void WakeReceiver();
 
+    int32_t fReceivePriority;
     TMidiEventQueue fQueue;
     // 1 while the receive thread sleeps; senders that find it set wake the thread.
     std::atomic<uint32_t> fSleeping{0};

@@ -14,7 +14,7 @@ bool apply_thread_priority(int32_t priority) {
     // The default timer slack (50 us) lets the kernel coalesce our wake-ups; a small
     // slack halves the wake-up lateness of the play thread.
     prctl(PR_SET_TIMERSLACK, 1UL, 0, 0, 0);
-    if (priority < 100) return false;
+    if (priority < kRealTimePriority) return false;
     sched_param param{};
     // 110 ("urgent") maps to the middle of the SCHED_FIFO range, below audio servers
     // such as JACK, which run at 70 and above.
@@ -33,7 +33,7 @@ bool apply_thread_priority(int32_t priority) {
             if (CPU_ISSET(cpu, &allowed)) last = cpu;
         return last;
     }();
-    if (musicCpu >= 0) {
+    if (priority >= kMusicPriority && musicCpu >= 0) {
         cpu_set_t one;
         CPU_ZERO(&one);
         CPU_SET(musicCpu, &one);

@@ -13,14 +13,18 @@
 
 namespace veldan {
 
-// For the calling thread: a small timer slack, and with priority 100 or above real-time
-// scheduling (SCHED_FIFO) when the system allows it. True when real-time was granted.
+// Priorities follow the original scale. 100 and above ask for real-time scheduling
+// (SCHED_FIFO); kMusicPriority and above also share the music core (see thread.cpp).
+constexpr int32_t kRealTimePriority = 100;
+constexpr int32_t kMusicPriority = 110;
+
+// For the calling thread: a small timer slack, and real-time scheduling when the system
+// allows it. True when real-time was granted.
 bool apply_thread_priority(int32_t priority);
 
 class TThread {
 public:
-    // priority follows the original scale: 100 and above ask for real-time scheduling
-    // (SCHED_FIFO); without the right to it the thread keeps normal priority.
+    // Without the right to real-time scheduling the thread keeps normal priority.
     TThread(const char* name, int32_t priority);
     virtual ~TThread();
 
