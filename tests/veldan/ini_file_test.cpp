@@ -52,7 +52,8 @@ std::string rewritten(const std::string& text) {
 
 TEST(IniFile, PairsMatchWhateverTheBlanksAndTheCaseOfTheKey) {
     TTempDir dir;
-    for (const char* line : {"key=value", "  key   =   value  ", "KEY\t=\tvalue", "kEy = value\r"}) {
+    for (const char* line :
+         {"key=value", "  key   =   value  ", "KEY\t=\tvalue", "kEy = value\r"}) {
         TIniFile ini(dir.Write("a.ini", std::string(line) + "\n"), kReadOnly, kMaxLen);
         EXPECT_EQ(read(ini, "Key"), "value") << line;
     }

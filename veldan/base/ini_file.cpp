@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <initializer_list>
 #include <type_traits>
 
 namespace veldan {
@@ -352,9 +353,11 @@ bool TIniFile::WriteValue(const char* key, float value) {
 }
 
 bool TIniFile::WriteValue(const char* key, rgb_color value) {
-    std::string text = format_number(int32_t(value.red)) + " " + format_number(int32_t(value.green)) +
-                       " " + format_number(int32_t(value.blue)) + " " +
-                       format_number(int32_t(value.alpha));
+    std::string text;
+    for (uint8_t channel : {value.red, value.green, value.blue, value.alpha}) {
+        if (!text.empty()) text += ' ';
+        text += format_number(int32_t(channel));
+    }
     return StoreValue(key, text);
 }
 

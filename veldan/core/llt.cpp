@@ -96,14 +96,18 @@ void TLLT::AddTexts(const TIniFileSection& data) {
     std::unordered_map<std::string, const std::string*> firstValues;
     for (const TIniFilePair& pair : data.Pairs()) {
         auto first = firstValues.try_emplace(upper_ascii(pair.Key()), &pair.Value()).first;
-        if (!fTexts.contains(pair.Key())) fTexts.emplace(pair.Key(), decode_escapes(*first->second));
+        if (!fTexts.contains(pair.Key())) {
+            fTexts.emplace(pair.Key(), decode_escapes(*first->second));
+        }
     }
 }
 
 const char* TLLT::Text(const char* key) const {
     auto found = key ? fTexts.find(key) : fTexts.end();
     if (found != fTexts.end()) return found->second.c_str();
-    if (fShowMissingKeys && fShowMsg) fShowMsg("TLLT::Text", key ? key : "", "OK", TAlertType::kStop);
+    if (fShowMissingKeys && fShowMsg) {
+        fShowMsg("TLLT::Text", key ? key : "", "OK", TAlertType::kStop);
+    }
     return "";
 }
 
