@@ -113,11 +113,10 @@ void TSynthConsumer::TEngine::OpenFirstDriver(const std::vector<std::string>& na
 
 std::vector<std::string> TSynthConsumer::TEngine::AvailableDrivers() const {
     std::vector<std::string> names;
-    fluid_settings_foreach_option(settings.get(), "audio.driver", &names,
-                                  [](void* data, const char*, const char* option) {
-                                      static_cast<std::vector<std::string>*>(data)->push_back(
-                                          option);
-                                  });
+    fluid_settings_foreach_option(
+        settings.get(), "audio.driver", &names, [](void* data, const char*, const char* option) {
+            static_cast<std::vector<std::string>*>(data)->push_back(option);
+        });
     return names;
 }
 

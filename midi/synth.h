@@ -12,6 +12,9 @@
 //
 // The sound font is loaded once, in Create(), with samples loaded as they are first
 // needed, so creation takes a fraction of a second and the first note is not delayed.
+// Limit: the price is paid later, on the receive thread: the first program change to a
+// preset not heard before loads its samples there (5 to 40 ms for FluidR3_GM), and the
+// events behind it wait that long.
 //
 // Threads: the hooks run on the consumer's receive thread and call FluidSynth, whose API
 // is thread-safe; Create, Finish and the destructor belong to the owner's thread.
@@ -47,6 +50,7 @@ public:
     static std::unique_ptr<TSynthConsumer> Create(const TOptions& options, std::string* error);
     ~TSynthConsumer() override;
 
+    // These three: any thread; fixed at creation.
     // "pipewire", "pulseaudio", "alsa", "jack" or kWavDriver.
     const std::string& DriverName() const;
     // The file rendered into; empty when playing through an audio driver.
@@ -65,12 +69,12 @@ public:
     void NoteOff(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) override;
     void NoteOn(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) override;
     void KeyPressure(uint8_t channel, uint8_t note, uint8_t pressure, int64_t time) override;
-    void ControlChange(uint8_t channel, uint8_t controller, uint8_t value,
-                       int64_t time) override;
+    void ControlChange(uint8_t channel, uint8_t controller, uint8_t value, int64_t time) override;
     void ProgramChange(uint8_t channel, uint8_t program, int64_t time) override;
     void ChannelPressure(uint8_t channel, uint8_t pressure, int64_t time) override;
     void PitchBend(uint8_t channel, uint8_t lsb, uint8_t msb, int64_t time) override;
-    // data without the leading 0xF0; a closing 0xF7 is optional.
+    // data without the leading 0xF0; a closing 0xF7 is optional. GS and XG messages are
+    // taken at device id 0x10, the factory setting of the modules songs were made for.
     void SystemExclusive(const uint8_t* data, size_t length, int64_t time) override;
 
 private:

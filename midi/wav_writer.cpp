@@ -43,8 +43,8 @@ bool TWavWriter::Open(const std::string& path, int32_t sampleRate, std::string* 
 
 bool TWavWriter::Append(const int16_t* samples, size_t frames) {
     if (fFd < 0 || fFailed) return false;
-    uint64_t bytes = std::min<uint64_t>(uint64_t(frames) * kBytesPerFrame,
-                                        kMaxDataBytes - fDataBytes);
+    uint64_t bytes =
+        std::min<uint64_t>(uint64_t(frames) * kBytesPerFrame, kMaxDataBytes - fDataBytes);
     if (bytes == 0) return true;
     if (!WriteAt(samples, size_t(bytes), kHeaderBytes + fDataBytes)) return false;
     fDataBytes += bytes;
