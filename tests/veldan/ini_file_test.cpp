@@ -409,6 +409,15 @@ TEST(IniFile, MemoryStreamLoadsAndReceivesTheFlush) {
     EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "\n[ S ]\nk = w\n\n");
 }
 
+TEST(IniFile, StreamLargerThanTheCapLoadsAsEmpty) {
+    std::string text = "k = v\n";
+    text.resize(TIniFile::kMaxStreamBytes + 1, ' ');
+    TMemoryIO memory(text.data(), text.size());
+    TIniFile ini(&memory, kMaxLen);
+    EXPECT_EQ(sections_of(ini), std::vector<std::string>{kGlobal});
+    EXPECT_FALSE(ini.KeyExists("k"));
+}
+
 TEST(IniFile, UnsetFlushesAndForgetsEverything) {
     TTempDir dir;
     auto path = dir.Write("a.ini", std::string("k=v\n"));

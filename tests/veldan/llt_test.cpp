@@ -169,11 +169,11 @@ TEST(LLT, EmptyStoredTextIsFoundWithoutAnAlert) {
     EXPECT_EQ(alerts, 0);
 }
 
-TEST(LLT, ResourceIsReadThroughQFileAndAMissingOneIsRejected) {
-    TTempDir dir;
-    auto path = dir.Write("builtin.llt", valid_file("Play = Play"));
+TEST(LLT, BuiltInResourceLoadsAndAMissingOneIsRejected) {
     TLLT table;
     EXPECT_EQ(table.LoadResource(QStringLiteral(":/no/such/language")), -1);
-    EXPECT_EQ(table.LoadResource(QString::fromStdString(path.string())), 0);
+    EXPECT_EQ(table.LoadResource(QStringLiteral(":/test/builtin.llt")), 0);
+    EXPECT_EQ(table.LanguageName(), "Built-in");
     EXPECT_STREQ(table.Text("Play"), "Play");
+    EXPECT_STREQ(table.Text("Greeting"), " Hello,\nworld ");
 }

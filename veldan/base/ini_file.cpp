@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
 #include <initializer_list>
 #include <type_traits>
 
