@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "midi/byte_ring.h"
 #include "midi/midi_defs.h"
 #include "veldan/base/clock.h"
 
@@ -28,38 +29,28 @@ void wait_briefly() { std::this_thread::sleep_for(std::chrono::milliseconds(1));
 class TJackBackend::TJackPort final : public TMidiSystemBackend::TPort {
   public:
     TJackPort(TJackBackend& backend, std::string name, jack_port_t* port)
-        : TPort(backend, std::move(name)),
-          fJack(backend),
-          fPort(port),
-          fRing(jack_ringbuffer_create(kRingBytes)) {
-        jack_ringbuffer_mlock(fRing);
+        : TPort(backend, std::move(name)), fJack(backend), fPort(port), fRing(kRingBytes) {
         fJack.AddPort(this);
     }
 
     ~TJackPort() override {
         fJack.RemovePort(this);
         if (!fJack.ServerGone()) jack_port_unregister(fJack.fClient, fPort);
-        jack_ringbuffer_free(fRing);
     }
 
     jack_port_t* Port() const { return fPort; }
-    bool Empty() const { return jack_ringbuffer_read_space(fRing) == 0; }
+    bool Empty() const { return fRing.ReadSpace() == 0; }
 
     // Spraying threads; the lock is held only by other senders of this port, briefly.
     void Send(const uint8_t* data, size_t length, int64_t) override {
         if (length == 0 || midi::is_meta_event(data, length) || fJack.ServerGone()) return;
         const bool close = data[0] == midi::kSysExStart && data[length - 1] != midi::kSysExEnd;
-        TRecord record{0, uint32_t(length + close)};
         std::lock_guard lock(fWriteLock);
-        if (jack_ringbuffer_write_space(fRing) < sizeof record + record.length) {
-            NoteDrop();
-            return;
-        }
         // Stamped under the lock, so the ring's stamps never go back in time.
-        record.sentUs = int64_t(jack_get_time());
-        Write(&record, sizeof record);
-        Write(data, length);
-        if (close) Write(&midi::kSysExEnd, 1);
+        const TRecord record{int64_t(jack_get_time()), uint32_t(length + close)};
+        if (!fRing.Write(
+                {{&record, sizeof record}, {data, length}, {&midi::kSysExEnd, close ? 1u : 0u}}))
+            NoteDrop();
     }
 
     // Process callback: moves every event sent before this cycle into the port's buffer.
@@ -68,32 +59,25 @@ class TJackBackend::TJackPort final : public TMidiSystemBackend::TPort {
         jack_midi_clear_buffer(buffer);
         uint32_t last = 0;
         TRecord record;
-        while (jack_ringbuffer_peek(fRing, reinterpret_cast<char*>(&record), sizeof record) ==
-               sizeof record) {
-            // A record is whole only once its bytes are in too.
-            if (jack_ringbuffer_read_space(fRing) < sizeof record + record.length) break;
+        while (fRing.Peek(&record, sizeof record)) {
             uint32_t frame = FrameOffset(record.sentUs, cycleStartUs, periodUs, frames);
             if (frame >= frames) break;
             last = std::max(last, frame);
-            jack_ringbuffer_read_advance(fRing, sizeof record);
+            fRing.Skip(sizeof record);
             jack_midi_data_t* room = jack_midi_event_reserve(buffer, last, record.length);
             if (room) {
-                jack_ringbuffer_read(fRing, reinterpret_cast<char*>(room), record.length);
+                fRing.Read(room, record.length);
             } else {
-                jack_ringbuffer_read_advance(fRing, record.length);
+                fRing.Skip(record.length);
                 NoteDrop();
             }
         }
     }
 
   private:
-    void Write(const void* bytes, size_t size) {
-        jack_ringbuffer_write(fRing, static_cast<const char*>(bytes), size);
-    }
-
     TJackBackend& fJack;
     jack_port_t* const fPort;
-    jack_ringbuffer_t* const fRing;
+    TByteRing fRing;
     std::mutex fWriteLock;
 };
 

@@ -4,8 +4,8 @@
 // MIDI input port is a consumer; connecting is jack_connect. A server is never started
 // for us (JackNoStartServer, and JACK_NO_START_SERVER=1 for anything else in the process).
 //
-// Events cross from the spraying threads to the process callback through one
-// jack_ringbuffer per port, each record stamped with jack_get_time() when it was sent.
+// Events cross from the spraying threads to the process callback through one TByteRing
+// per port, each record stamped with jack_get_time() when it was sent and published whole.
 // Writers of one port are serialised by a short lock of the port (only spraying threads
 // take it); the process callback reads without locks. The events sent during one period
 // are written in the next, at frame offsets that keep their spacing (FrameOffset). A full
@@ -14,7 +14,6 @@
 // ports again; a server that stops is reported once and its consumers go.
 
 #include <jack/jack.h>
-#include <jack/ringbuffer.h>
 
 #include <atomic>
 #include <cstdint>

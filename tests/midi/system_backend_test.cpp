@@ -9,11 +9,13 @@
 #include <atomic>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "midi/alsa_backend.h"
 #include "midi/alsa_encoder.h"
 #include "midi/backends.h"
+#include "midi/byte_ring.h"
 #include "midi/jack_backend.h"
 #include "midi/local_producer.h"
 #include "midi/roster.h"
@@ -287,6 +289,54 @@ TEST(SystemBackend, DroppedEventsAreReportedOncePerPort) {
     EXPECT_EQ(backend.Problems(),
               (std::vector<std::string>{
                   "TEST: events dropped on \"Port OUT\" (a receiver is not keeping up)"}));
+}
+
+// --- the ring between JACK's senders and its process callback ----------------------------
+
+TEST(ByteRing, RecordsArePublishedWholeAndWrapAround) {
+    TByteRing ring(16);
+    const uint8_t first[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    ASSERT_TRUE(ring.Write({{first, 6}, {first + 6, 4}}));
+    EXPECT_EQ(ring.ReadSpace(), 10u);
+    EXPECT_FALSE(ring.Write({{first, 7}})) << "all or nothing";
+    uint8_t got[10] = {};
+    ASSERT_TRUE(ring.Peek(got, 2));
+    EXPECT_EQ(got[1], 2);
+    ring.Read(got, 10);
+    EXPECT_EQ(std::vector<uint8_t>(got, got + 10), std::vector<uint8_t>(first, first + 10));
+    EXPECT_FALSE(ring.Peek(got, 1));
+    const uint8_t second[] = {11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22};
+    ASSERT_TRUE(ring.Write({{second, sizeof second}}));  // crosses the end of the storage
+    ring.Read(got, 10);
+    EXPECT_EQ(std::vector<uint8_t>(got, got + 10), std::vector<uint8_t>(second, second + 10));
+    ring.Skip(2);
+    EXPECT_EQ(ring.ReadSpace(), 0u);
+    EXPECT_EQ(ring.WriteSpace(), 16u);
+}
+
+TEST(ByteRing, OneWriterAndOneReaderOnTheirOwnThreadsLoseAndTearNothing) {
+    TByteRing ring(256);
+    constexpr uint32_t kRecords = 100000;
+    std::thread writer([&] {
+        for (uint32_t i = 0; i < kRecords;) {
+            const uint32_t length = 1 + i % 40;
+            uint8_t body[40];
+            std::fill(body, body + length, uint8_t(i));
+            if (ring.Write({{&length, sizeof length}, {body, length}})) ++i;
+        }
+    });
+    uint32_t torn = 0;
+    for (uint32_t i = 0; i < kRecords;) {
+        uint32_t length;
+        if (!ring.Peek(&length, sizeof length)) continue;
+        ring.Skip(sizeof length);
+        uint8_t body[40];
+        ring.Read(body, length);
+        torn += length != 1 + i % 40 || body[length - 1] != uint8_t(i);
+        ++i;
+    }
+    writer.join();
+    EXPECT_EQ(torn, 0u);
 }
 
 // --- ALSA event encoding ---------------------------------------------------------------
