@@ -2,7 +2,6 @@
 // its table with the stored text, and decoding may only shorten a text.
 
 #include <QByteArray>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,11 +1,11 @@
 #include "veldan/base/ini_file.h"
 
-#include "tests/support/temp_dir.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
+
+#include "tests/support/temp_dir.h"
 
 using namespace veldan;
 
@@ -134,9 +134,9 @@ TEST(IniFile, LineLongerThanTheMaximumIsSplit) {
 
 TEST(IniFile, NulByteEndsTheTextOfItsLine) {
     TTempDir dir;
-    TIniFile ini(dir.Write("a.ini", std::vector<uint8_t>{'a', '=', '1', 0, '2', '\n', 'b', '=',
-                                                         '3', '\n'}),
-                 kReadOnly, kMaxLen);
+    TIniFile ini(
+        dir.Write("a.ini", std::vector<uint8_t>{'a', '=', '1', 0, '2', '\n', 'b', '=', '3', '\n'}),
+        kReadOnly, kMaxLen);
     EXPECT_EQ(read(ini, "a"), "1");
     EXPECT_EQ(read(ini, "b"), "3");
 }
@@ -202,9 +202,7 @@ TEST(IniFile, CleanFlushWritesNothing) {
     EXPECT_EQ(text_of(path), original);
 }
 
-TEST(IniFile, GlobalPairIsWrittenWithoutAHeader) {
-    EXPECT_EQ(rewritten("k=v"), "k = v\n\n");
-}
+TEST(IniFile, GlobalPairIsWrittenWithoutAHeader) { EXPECT_EQ(rewritten("k=v"), "k = v\n\n"); }
 
 TEST(IniFile, NewFileStartsWithTheEmptyGlobalSectionsLine) {
     TTempDir dir;
@@ -346,8 +344,7 @@ TEST(IniFile, DeletingTheGlobalSectionLeavesAnEmptyOneInFront) {
 
 TEST(IniFile, CommentsAreReadInOrderPerSection) {
     TTempDir dir;
-    TIniFile ini(dir.Write("a.ini", std::string(";top\n[S]\n; one\n;two\n")), kReadOnly,
-                 kMaxLen);
+    TIniFile ini(dir.Write("a.ini", std::string(";top\n[S]\n; one\n;two\n")), kReadOnly, kMaxLen);
     std::string comment;
     EXPECT_TRUE(ini.ReadComment(&comment));
     EXPECT_EQ(comment, "top");

@@ -1,15 +1,14 @@
 #include "veldan/core/llm.h"
 
-#include "tests/support/temp_dir.h"
-
 #include <gtest/gtest.h>
 
 #include <QByteArray>
 #include <QString>
-
 #include <initializer_list>
 #include <string>
 #include <vector>
+
+#include "tests/support/temp_dir.h"
 
 using namespace veldan;
 
@@ -48,16 +47,18 @@ struct TAlert {
 };
 
 class TRecordingLLM : public TLLM {
-public:
+  public:
     std::vector<TAlert> alerts;
     std::vector<std::string> firstTextsSeen;
 
     TRecordingLLM() {
-        SetShowMsg([this](const char* title, const char* text, const char* button,
-                          TAlertType type) { alerts.push_back({title, text, button, type}); });
+        SetShowMsg(
+            [this](const char* title, const char* text, const char* button, TAlertType type) {
+                alerts.push_back({title, text, button, type});
+            });
     }
 
-protected:
+  protected:
     void GenerateRelativeMsg() override { firstTextsSeen.push_back(Msg(0)); }
 };
 
@@ -67,8 +68,8 @@ TEST(LLM, LoadsTheTextsOfTheLanguageFile) {
     TTempDir dir;
     write_table_file(dir, "English.rlm", texts_message({"Yes", "No"}));
     TRecordingLLM table;
-    EXPECT_TRUE(table.Load(dir.Path().c_str(), "English.rlm",
-                           QStringLiteral(":/no/resources/here")));
+    EXPECT_TRUE(
+        table.Load(dir.Path().c_str(), "English.rlm", QStringLiteral(":/no/resources/here")));
     EXPECT_STREQ(table.Msg(0), "Yes");
     EXPECT_STREQ(table.Msg(1), "No");
     EXPECT_STREQ(table.Msg(2), "");

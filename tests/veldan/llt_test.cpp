@@ -1,14 +1,13 @@
 #include "veldan/core/llt.h"
 
-#include "tests/support/temp_dir.h"
-
 #include <gtest/gtest.h>
 
 #include <QByteArray>
 #include <QString>
-
 #include <string>
 #include <vector>
+
+#include "tests/support/temp_dir.h"
 
 using namespace veldan;
 
@@ -40,10 +39,10 @@ struct TAlert {
 
 TEST(LLT, LoadsInformationAndTextsFromAFile) {
     TTempDir dir;
-    auto path = dir.Write("English.llt",
-                          llt_file("Header = LLT File Format 100\nLanguage = English\n"
-                                   "Writer = Someone\nSpecialThanks = Everybody",
-                                   "Play = Play\nStop = Stop"));
+    auto path =
+        dir.Write("English.llt", llt_file("Header = LLT File Format 100\nLanguage = English\n"
+                                          "Writer = Someone\nSpecialThanks = Everybody",
+                                          "Play = Play\nStop = Stop"));
     TLLT table;
     EXPECT_EQ(table.Load(path.c_str()), 0);
     EXPECT_EQ(table.LanguageName(), "English");
@@ -66,9 +65,9 @@ TEST(LLT, WrongOrMissingHeaderIsRejectedAndChangesNothing) {
     ASSERT_EQ(table.LoadData(QByteArray::fromStdString(
                   llt_file("Header = LLT File Format 100\nLanguage = First", "k = kept"))),
               0);
-    for (const char* informations : {"Header = llt file format 100\nLanguage = Other",
-                                     "Header = LLT File Format 101\nLanguage = Other",
-                                     "Language = Other"}) {
+    for (const char* informations :
+         {"Header = llt file format 100\nLanguage = Other",
+          "Header = LLT File Format 101\nLanguage = Other", "Language = Other"}) {
         std::string file = llt_file(informations, "k = lost\nnew = lost");
         EXPECT_EQ(table.LoadData(QByteArray::fromStdString(file)), -1) << informations;
     }
@@ -144,10 +143,10 @@ TEST(LLT, InitLangInfoAndDataStartsAfresh) {
 TEST(LLT, MissingKeyGivesEmptyTextAndAnAlertOnlyWhenAsked) {
     std::vector<TAlert> alerts;
     TLLT table;
-    table.SetShowMsg([&alerts](const char* title, const char* text, const char* button,
-                               TAlertType type) {
-        alerts.push_back({title, text, button, type});
-    });
+    table.SetShowMsg(
+        [&alerts](const char* title, const char* text, const char* button, TAlertType type) {
+            alerts.push_back({title, text, button, type});
+        });
     EXPECT_STREQ(table.Text("Nothing"), "");
     EXPECT_TRUE(alerts.empty());
     table.SET_SHOW_DB_INFO(true);

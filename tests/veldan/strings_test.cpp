@@ -1,10 +1,10 @@
 #include "veldan/base/strings.h"
 
-#include "tests/support/temp_dir.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
+
+#include "tests/support/temp_dir.h"
 
 using namespace veldan;
 

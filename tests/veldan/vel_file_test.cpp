@@ -1,10 +1,10 @@
 #include "veldan/base/vel_file.h"
 
-#include "tests/support/temp_dir.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
+
+#include "tests/support/temp_dir.h"
 
 using namespace veldan;
 

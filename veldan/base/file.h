@@ -25,7 +25,7 @@ constexpr uint32_t kFailIfExists = O_EXCL;
 constexpr uint32_t kOpenAtEnd = O_APPEND;
 
 class TPositionIO {
-public:
+  public:
     virtual ~TPositionIO() = default;
 
     // Up to size bytes from the position on; the count read, 0 at the end, -1 on error.
@@ -42,7 +42,7 @@ public:
 };
 
 class TFile : public TPositionIO {
-public:
+  public:
     TFile() = default;
     TFile(const char* path, uint32_t openMode) { SetTo(path, openMode); }
     ~TFile() override;
@@ -64,7 +64,7 @@ public:
     off_t Size() const override;
     bool IsDirectory() const override;
 
-private:
+  private:
     int fFD = -1;
     int fStatus = -EBADF;
 };
@@ -72,7 +72,7 @@ private:
 // A memory block: starts with a copy of the given bytes and grows as it is written past
 // its end.
 class TMemoryIO : public TPositionIO {
-public:
+  public:
     TMemoryIO() = default;
     TMemoryIO(const void* data, size_t size);
 
@@ -84,7 +84,7 @@ public:
 
     const std::vector<uint8_t>& Bytes() const { return fBytes; }
 
-private:
+  private:
     std::vector<uint8_t> fBytes;
     size_t fPosition = 0;
 };

@@ -1,11 +1,11 @@
 #include "veldan/base/ini_file.h"
 
-#include "veldan/base/strings.h"
-
 #include <algorithm>
 #include <charconv>
 #include <initializer_list>
 #include <type_traits>
+
+#include "veldan/base/strings.h"
 
 namespace veldan {
 
@@ -18,10 +18,9 @@ std::string_view view(const char* text) { return text ? std::string_view(text) :
 // Walks loaded bytes line by line as the stream line reader does: at most maxBytes bytes
 // per line, LF or CRLF ends a line, and the text stops at a NUL as a C string would.
 class TLineCursor {
-public:
+  public:
     TLineCursor(const std::vector<uint8_t>& bytes, size_t maxBytes)
-        : fText(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
-          fMaxBytes(maxBytes) {}
+        : fText(reinterpret_cast<const char*>(bytes.data()), bytes.size()), fMaxBytes(maxBytes) {}
 
     bool Next(std::string_view* line) {
         if (fPosition >= fText.size() || fMaxBytes == 0) return false;
@@ -39,7 +38,7 @@ public:
         return true;
     }
 
-private:
+  private:
     std::string_view fText;
     size_t fMaxBytes;
     size_t fPosition = 0;
@@ -79,8 +78,8 @@ std::string format_number(T value) {
     char buffer[64];
     std::to_chars_result result;
     if constexpr (std::is_floating_point_v<T>) {
-        result = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general,
-                               6);
+        result =
+            std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 6);
     } else {
         result = std::to_chars(buffer, buffer + sizeof buffer, value);
     }

@@ -28,9 +28,6 @@
 //
 // Not thread-safe.
 
-#include "veldan/base/file.h"
-#include "veldan/base/rgb_color.h"
-
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -38,23 +35,26 @@
 #include <string_view>
 #include <vector>
 
+#include "veldan/base/file.h"
+#include "veldan/base/rgb_color.h"
+
 namespace veldan {
 
 class TIniFilePair {
-public:
+  public:
     TIniFilePair(std::string_view key, std::string_view value) : fKey(key), fValue(value) {}
 
     const std::string& Key() const { return fKey; }
     const std::string& Value() const { return fValue; }
     void SetValue(std::string_view value) { fValue = value; }
 
-private:
+  private:
     std::string fKey;
     std::string fValue;
 };
 
 class TIniFileSection {
-public:
+  public:
     explicit TIniFileSection(std::string_view name) : fName(name) {}
 
     const std::string& Name() const { return fName; }
@@ -75,7 +75,7 @@ public:
     bool ReadComment(std::string* out);
     void RewindComments() { fCommentPosition = 0; }
 
-private:
+  private:
     std::string fName;
     size_t fCommentPosition = 0;  // into fComments, for ReadComment
     std::vector<TIniFilePair> fPairs;
@@ -83,7 +83,7 @@ private:
 };
 
 class TIniFile {
-public:
+  public:
     static constexpr const char* kGlobalSectionName = "_TIniF_GlobalSec";
     static constexpr size_t kMaxStreamBytes = 16 * 1024 * 1024;
 
@@ -159,7 +159,7 @@ public:
     virtual bool Flush(bool force = false);
     bool IsDirty() const { return fDirty; }
 
-private:
+  private:
     void Load();
     bool ReadStream(std::vector<uint8_t>* bytes) const;
     void ParseLine(std::string_view line, TIniFileSection** filling);

@@ -73,10 +73,8 @@ std::string upper_ascii(std::string_view text) {
 }
 
 bool equals_ignoring_case(std::string_view a, std::string_view b) {
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return upper(x) == upper(y);
-           });
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
+                                              [](char x, char y) { return upper(x) == upper(y); });
 }
 
 int trimleft(char* dst, const char* src) { return put(dst, trimmed_left(src)); }

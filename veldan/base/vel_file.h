@@ -6,7 +6,7 @@
 namespace veldan {
 
 class TVELFile : public TFile {
-public:
+  public:
     using TFile::TFile;
 
     // Reads up to a line feed, the end of the file, or size - 1 bytes, whichever comes

@@ -1,8 +1,8 @@
 #include "veldan/core/llm.h"
 
-#include "veldan/core/entry.h"
-
 #include <filesystem>
+
+#include "veldan/core/entry.h"
 
 namespace veldan {
 

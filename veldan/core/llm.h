@@ -6,15 +6,14 @@
 //
 // Not thread-safe; the GUI thread owns it.
 
-#include "veldan/core/alert_hook.h"
-#include "veldan/core/message.h"
-#include "veldan/core/rsrc_msg.h"
-
 #include <QString>
-
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "veldan/core/alert_hook.h"
+#include "veldan/core/message.h"
+#include "veldan/core/rsrc_msg.h"
 
 namespace veldan {
 
@@ -25,7 +24,7 @@ enum TLang : int32_t {
 };
 
 class TLLM {
-public:
+  public:
     static constexpr const char* kMessageName = "_RLM";
     static constexpr const char* kTextsField = "_ALM";
 
@@ -47,12 +46,12 @@ public:
 
     void SetShowMsg(TShowMsgFn showMsg) { fShowMsg = std::move(showMsg); }
 
-protected:
+  protected:
     // Called at the end of every Load, with the table in place, so that a derived table
     // can build texts from the loaded ones.
     virtual void GenerateRelativeMsg() {}
 
-private:
+  private:
     void ReportFailure(const char* folder, const char* file, TLang lang) const;
 
     TMessage fMessage;

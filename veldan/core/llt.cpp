@@ -1,15 +1,14 @@
 #include "veldan/core/llt.h"
 
-#include "veldan/base/file.h"
-#include "veldan/base/ini_file.h"
-#include "veldan/base/strings.h"
-
 #include <QByteArray>
 #include <QFile>
 #include <QString>
-
 #include <string_view>
 #include <unordered_map>
+
+#include "veldan/base/file.h"
+#include "veldan/base/ini_file.h"
+#include "veldan/base/strings.h"
 
 namespace veldan {
 

@@ -15,10 +15,10 @@
 //
 // Not thread-safe; the GUI thread owns it.
 
-#include "veldan/core/alert_hook.h"
-
 #include <map>
 #include <string>
+
+#include "veldan/core/alert_hook.h"
 
 class QByteArray;
 class QString;
@@ -29,7 +29,7 @@ class TIniFile;
 class TIniFileSection;
 
 class TLLT {
-public:
+  public:
     static constexpr int kMaxLineLength = 2048;
     static constexpr const char* kHeader = "LLT File Format 100";
 
@@ -57,7 +57,7 @@ public:
     const std::string& SpecialThanks() const { return fSpecialThanks; }
     const std::map<std::string, std::string>& TextMap() const { return fTexts; }
 
-private:
+  private:
     void AddTexts(const TIniFileSection& data);
 
     bool fShowMissingKeys = false;
