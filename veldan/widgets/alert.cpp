@@ -5,6 +5,7 @@
 
 #include <QAbstractButton>
 #include <QDesktopServices>
+#include <QFileInfo>
 #include <QPushButton>
 #include <QThread>
 #include <QUrl>
@@ -37,7 +38,8 @@ QKeySequence first_character_key(const QString& label) {
 }
 
 bool open_or_tell(const QUrl& url, const char* title, const std::string& failText) {
-    if (QDesktopServices::openUrl(url)) return true;
+    const bool missing = url.isLocalFile() && !QFileInfo::exists(url.toLocalFile());
+    if (!missing && QDesktopServices::openUrl(url)) return true;
     show_msg(title, failText.c_str(), kDefaultButtonLabel, TAlertType::kWarning);
     return false;
 }
