@@ -1,0 +1,254 @@
+#include "player/control_bar.h"
+
+#include "player/readout.h"
+#include "player/resources.h"
+#include "veldan/core/llt.h"
+#include "veldan/widgets/lang_key.h"
+#include "veldan/widgets/tool_bar.h"
+#include "veldan/widgets/tool_button.h"
+
+#include <QHBoxLayout>
+#include <QIcon>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace quill {
+
+namespace {
+
+using veldan::llt_key;
+using TLit = TLCDIndicator::TLit;
+
+struct TTransportItem {
+    const char* name;
+    const char* image;
+    uint32_t code;
+    const char* tipKey;
+    bool radio;  // play, pause and stop show the player's state as one radio group
+};
+
+constexpr TTransportItem kTransport[] = {
+    {"ButtonPlay", ":/bitmaps/play.png", kMsgPlay, llt_key("ToolTip_Play"), true},
+    {"ButtonPause", ":/bitmaps/pause.png", kMsgPause, llt_key("ToolTip_Pause"), true},
+    {"ButtonStop", ":/bitmaps/stop.png", kMsgStop, llt_key("ToolTip_Stop"), true},
+    {"ButtonPrev", ":/bitmaps/prev.png", kMsgPrev, llt_key("ToolTip_Prev"), false},
+    {"ButtonNext", ":/bitmaps/next.png", kMsgNext, llt_key("ToolTip_Next"), false},
+};
+constexpr int kRadioCount = 3;
+
+struct TSliderItem {
+    const char* name;
+    const char* readoutName;
+    const char* prefixKey;
+    uint32_t message;
+    uint32_t modification;
+    int32_t min;
+    int32_t max;
+    int32_t initial;
+    bool hasDefault;  // a right click restores the initial value
+    TReadoutKind kind;
+    int stretch;
+};
+
+constexpr TSliderItem kSliderItems[TControlBar::kSliderCount] = {
+    {"SliderVolume", "StrViewVolume", llt_key("ReadOut_Volume"), kMsgVolumeChanged,
+     kMsgVolumeChanged, 0, 200, 100, true, TReadoutKind::kPercent, 2},
+    {"SliderKey", "StrViewKey", llt_key("ReadOut_Key"), kMsgKeyChanged, kMsgKeyChanging, -12, 12,
+     0, true, TReadoutKind::kSigned, 1},
+    {"SliderTempo", "StrViewTempo", llt_key("ReadOut_Tempo"), kMsgTempoChanged, kMsgTempoChanging,
+     30, 300, 100, true, TReadoutKind::kPercent, 2},
+    {"SliderPos", "StrViewPos", llt_key("ReadOut_Pos"), kMsgPosChanged, kMsgPosChanging, 0, 100,
+     0, false, TReadoutKind::kPercent, 3},
+};
+
+struct TIndicatorItem {
+    const char* name;
+    const char* text;
+};
+
+constexpr TIndicatorItem kPortItems[] = {{"StrViewPortA", "A"}, {"StrViewPortB", "B"}};
+constexpr TIndicatorItem kResetItems[] = {{"StrViewSysGM", "GM"},
+                                          {"StrViewSysGS", "GS"},
+                                          {"StrViewSys88", "88"},
+                                          {"StrViewSysXG", "XG"}};
+
+constexpr int kReadoutPadding = 6;
+constexpr int kGroupSpacing = 8;
+constexpr int kIndicatorSpacing = 2;
+
+QHBoxLayout* row_layout(QWidget* owner, int spacing) {
+    auto* layout = new QHBoxLayout(owner);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(spacing);
+    return layout;
+}
+
+}  // namespace
+
+TControlBar::TControlBar(const veldan::TLLT& texts, QWidget* parent) : QWidget(parent) {
+    init_resources();
+    setObjectName("ControlBar");
+
+    auto* top = new QWidget(this);
+    QHBoxLayout* topRow = row_layout(top, kGroupSpacing);
+    topRow->addWidget(MakeTransport());
+    fTitle = new TLCDIndicator("StrViewTitle", QString(), TLit::kLit, top);
+    fTitle->setAlignment(Qt::AlignVCenter | Qt::AlignLeft);
+    // A long title must not widen the window; it is cut at the right.
+    fTitle->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    topRow->addWidget(fTitle, 1);
+    topRow->addWidget(MakeIndicators());
+
+    fStatusBar = new QLabel(this);
+    fStatusBar->setObjectName("StatBar");
+    fStatusBar->setFrameStyle(QFrame::Panel | QFrame::Sunken);
+    fStatusBar->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(4, 4, 4, 4);
+    column->setSpacing(4);
+    column->addWidget(top);
+    column->addWidget(MakeSliders());
+    column->addWidget(fStatusBar);
+
+    ApplyLanguage(texts);
+}
+
+QWidget* TControlBar::MakeTransport() {
+    fTransport = new veldan::TToolBar("ToolBarTransport");
+    for (int i = 0; i < int(std::size(kTransport)); ++i) {
+        const TTransportItem& item = kTransport[i];
+        if (i == kRadioCount) fTransport->AddSeparatorItem();
+        const uint32_t behavior =
+            item.radio ? veldan::TToolButton::kToggleButton : veldan::TToolButton::kPushButton;
+        fTransport->AddItem(new veldan::TToolButton(item.name, QIcon(item.image), QIcon(),
+                                                    std::make_unique<veldan::TMessage>(item.code),
+                                                    behavior));
+    }
+    fTransport->ItemAt(0)->SetRadioMode(true);
+    SetPlayState(kStateStopped);
+    return fTransport;
+}
+
+QWidget* TControlBar::MakeIndicators() {
+    auto* box = new QWidget;
+    QHBoxLayout* row = row_layout(box, kGroupSpacing);
+
+    auto* ports = new QWidget(box);
+    ports->setObjectName("StrViewPort");
+    QHBoxLayout* portRow = row_layout(ports, kIndicatorSpacing);
+    for (size_t i = 0; i < fPorts.size(); ++i) {
+        fPorts[i] = new TLCDIndicator(kPortItems[i].name, kPortItems[i].text, TLit::kUnlit, ports);
+        portRow->addWidget(fPorts[i]);
+    }
+    row->addWidget(ports);
+
+    auto* resets = new QWidget(box);
+    QHBoxLayout* resetRow = row_layout(resets, kIndicatorSpacing);
+    for (size_t i = 0; i < fResets.size(); ++i) {
+        fResets[i] =
+            new TLCDIndicator(kResetItems[i].name, kResetItems[i].text, TLit::kUnlit, resets);
+        resetRow->addWidget(fResets[i]);
+    }
+    row->addWidget(resets);
+    return box;
+}
+
+QWidget* TControlBar::MakeSliders() {
+    auto* box = new QWidget(this);
+    QHBoxLayout* row = row_layout(box, 4);
+    for (int i = 0; i < kSliderCount; ++i) {
+        const TSliderItem& item = kSliderItems[i];
+        if (i > 0) row->addSpacing(kGroupSpacing);
+        fReadouts[size_t(i)] = new QLabel(box);
+        fReadouts[size_t(i)]->setObjectName(item.readoutName);
+        fReadouts[size_t(i)]->setAlignment(Qt::AlignVCenter | Qt::AlignRight);
+        row->addWidget(fReadouts[size_t(i)]);
+
+        auto* slider = new TCompactSlider(
+            item.name, std::make_unique<veldan::TMessage>(item.message), item.min, item.max, box);
+        slider->SetModificationMessage(std::make_unique<veldan::TMessage>(item.modification));
+        slider->setValue(item.initial);
+        if (item.hasDefault) slider->SetDefaultValue(item.initial);
+        connect(slider, &QSlider::valueChanged, this, [this, i] { UpdateReadout(i); });
+        fSliders[size_t(i)] = slider;
+        row->addWidget(slider, item.stretch);
+    }
+    return box;
+}
+
+void TControlBar::SetTarget(QObject* target) {
+    fTransport->SetTargetForItems(target);
+    for (TCompactSlider* slider : fSliders) slider->SetTarget(target);
+}
+
+void TControlBar::ApplyLanguage(const veldan::TLLT& texts) {
+    for (int i = 0; i < int(std::size(kTransport)); ++i) {
+        fTransport->FindItem(kTransport[i].name)->SetTip(texts.Text(kTransport[i].tipKey));
+    }
+    for (int i = 0; i < kSliderCount; ++i) {
+        fPrefixes[size_t(i)] = texts.Text(kSliderItems[i].prefixKey);
+        FitReadout(i);
+        UpdateReadout(i);
+    }
+}
+
+// Wide enough for the read-out of either end of the range, so that no value is cut and
+// the sliders do not move while one is dragged.
+void TControlBar::FitReadout(int slider) {
+    const TSliderItem& item = kSliderItems[slider];
+    const QFontMetrics metrics = fReadouts[size_t(slider)]->fontMetrics();
+    int width = 0;
+    for (int32_t value : {item.min, item.max}) {
+        const std::string text = readout_text(fPrefixes[size_t(slider)], value, item.kind);
+        width = std::max(width, metrics.horizontalAdvance(QString::fromStdString(text)));
+    }
+    fReadouts[size_t(slider)]->setMinimumWidth(width + kReadoutPadding);
+}
+
+void TControlBar::UpdateReadout(int slider) {
+    const TSliderItem& item = kSliderItems[slider];
+    const QString text = QString::fromStdString(readout_text(
+        fPrefixes[size_t(slider)], fSliders[size_t(slider)]->sliderPosition(), item.kind));
+    // Rebuilt only when it changes: the position is refreshed often while a song plays.
+    if (fReadouts[size_t(slider)]->text() != text) fReadouts[size_t(slider)]->setText(text);
+}
+
+void TControlBar::SetPlayState(int32_t state) {
+    const int radio = state == kStateStopped ? 2 : state == kStatePaused ? 1 : 0;
+    fTransport->ItemAt(radio)->SetValue(1);
+}
+
+void TControlBar::SetSliderValue(TSlider slider, int32_t value) {
+    fSliders[size_t(slider)]->setValue(value);
+    UpdateReadout(slider);
+}
+
+int32_t TControlBar::SliderValue(TSlider slider) const { return fSliders[size_t(slider)]->value(); }
+
+void TControlBar::SetTitle(const std::string& title) {
+    fTitle->setText(QString::fromStdString(title));
+    fTitle->repaint();
+}
+
+void TControlBar::SetStatusText(const std::string& text) {
+    fStatusBar->setText(QString::fromStdString(" " + text));
+}
+
+void TControlBar::SetPortLit(int port, bool lit) {
+    if (port < 0 || port >= int(fPorts.size())) return;
+    fPorts[size_t(port)]->SetLit(lit ? TLit::kLit : TLit::kUnlit);
+}
+
+void TControlBar::SetResetLit(int32_t resetBit, TLCDIndicator::TLit lit) {
+    const auto* it = std::find(std::begin(kResetBits), std::end(kResetBits), resetBit);
+    if (it == std::end(kResetBits)) return;
+    fResets[size_t(it - std::begin(kResetBits))]->SetLit(lit);
+}
+
+void TControlBar::TurnOffAllSysReset() {
+    for (TLCDIndicator* indicator : fResets) indicator->SetLit(TLit::kUnlit);
+}
+
+}  // namespace quill

@@ -1,0 +1,105 @@
+#pragma once
+// TControlBar ("ControlBar"): the transport buttons, the song title, the port and reset
+// indicators, the volume, key, tempo and position sliders with their read-outs, and the
+// status bar. It only shows state and posts the codes below to its target; the player
+// controller decides what they do and tells the bar what to show.
+//
+// Child names: "ToolBarTransport" with "ButtonPlay", "ButtonPause", "ButtonStop",
+// "ButtonPrev", "ButtonNext"; "StrViewTitle"; "StrViewPort" holding "StrViewPortA" and
+// "StrViewPortB"; "StrViewSysGM", "StrViewSysGS", "StrViewSys88", "StrViewSysXG";
+// "StrViewVolume", "StrViewKey", "StrViewTempo", "StrViewPos"; "SliderVolume",
+// "SliderKey", "SliderTempo", "SliderPos"; "StatBar".
+
+#include "player/compact_slider.h"
+#include "player/lcd_indicator.h"
+
+#include <QLabel>
+#include <QWidget>
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace veldan {
+class TLLT;
+class TToolBar;
+}  // namespace veldan
+
+namespace quill {
+
+// Transport buttons; each carries int32 "be:value".
+constexpr uint32_t kMsgPlay = 'play';
+constexpr uint32_t kMsgPause = 'puse';
+constexpr uint32_t kMsgStop = 'stop';
+constexpr uint32_t kMsgNext = 'next';
+constexpr uint32_t kMsgPrev = 'prev';
+// Sliders, with int32 "be:value": "changed" when released, "changing" while dragged.
+constexpr uint32_t kMsgVolumeChanged = 'svlc';
+constexpr uint32_t kMsgKeyChanged = 'skyc';
+constexpr uint32_t kMsgKeyChanging = 'skyg';
+constexpr uint32_t kMsgTempoChanged = 'stpc';
+constexpr uint32_t kMsgTempoChanging = 'stpg';
+constexpr uint32_t kMsgPosChanged = 'spoc';
+constexpr uint32_t kMsgPosChanging = 'spog';
+
+// The player state as the controller keeps it: 0 stopped, 1 playing, 2 paused, 3 to 7
+// preparing (shown as playing).
+constexpr int32_t kStateStopped = 0;
+constexpr int32_t kStatePlaying = 1;
+constexpr int32_t kStatePaused = 2;
+
+class TControlBar : public QWidget {
+public:
+    enum TSlider : int {
+        kVolume = 0,
+        kKey,
+        kTempo,
+        kPos,
+        kSliderCount,
+    };
+    // Reset indicators by the bit of the reset: 1 GM, 2 GS, 4 88, 8 XG.
+    static constexpr int32_t kResetBits[] = {1, 2, 4, 8};
+
+    explicit TControlBar(const veldan::TLLT& texts, QWidget* parent = nullptr);
+
+    void SetTarget(QObject* target);
+
+    // Relabels tool tips and read-outs from the table.
+    void ApplyLanguage(const veldan::TLLT& texts);
+
+    void SetPlayState(int32_t state);
+    // Sets a slider from code (no message) and its read-out.
+    void SetSliderValue(TSlider slider, int32_t value);
+    int32_t SliderValue(TSlider slider) const;
+
+    // The song title strip; empty for none.
+    void SetTitle(const std::string& title);
+    // The status bar shows the text after one blank.
+    void SetStatusText(const std::string& text);
+
+    // port 0 is A, 1 is B.
+    void SetPortLit(int port, bool lit);
+    // resetBit 1 GM, 2 GS, 4 88, 8 XG; other values are ignored.
+    void SetResetLit(int32_t resetBit, TLCDIndicator::TLit lit);
+    void TurnOffAllSysReset();
+
+    veldan::TToolBar* TransportBar() const { return fTransport; }
+
+private:
+    QWidget* MakeTransport();
+    QWidget* MakeIndicators();
+    QWidget* MakeSliders();
+    void UpdateReadout(int slider);
+    void FitReadout(int slider);
+
+    veldan::TToolBar* fTransport = nullptr;
+    TLCDIndicator* fTitle = nullptr;
+    std::array<TLCDIndicator*, 2> fPorts{};
+    std::array<TLCDIndicator*, 4> fResets{};
+    std::array<TCompactSlider*, kSliderCount> fSliders{};
+    std::array<QLabel*, kSliderCount> fReadouts{};
+    std::array<std::string, kSliderCount> fPrefixes;
+    QLabel* fStatusBar = nullptr;
+};
+
+}  // namespace quill
