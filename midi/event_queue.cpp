@@ -44,8 +44,3 @@ bool TMidiEventQueue::TryPush(const uint8_t* data, size_t length, bool atomic, i
     slot->sequence.store(index + 1, std::memory_order_release);
     return true;
 }
-
-bool TMidiEventQueue::IsEmpty() const {
-    return fWriteIndex.load(std::memory_order_acquire) ==
-           fPublishedReadIndex.load(std::memory_order_acquire);
-}

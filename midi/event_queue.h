@@ -26,7 +26,6 @@ public:
     template <typename Handler>
     bool TryPop(Handler&& handler);
 
-    bool IsEmpty() const;
     size_t Capacity() const { return fMask + 1; }
 
 private:
@@ -44,7 +43,6 @@ private:
     size_t fMask;
     alignas(64) std::atomic<uint64_t> fWriteIndex{0};
     alignas(64) uint64_t fReadIndex = 0;
-    std::atomic<uint64_t> fPublishedReadIndex{0};
 };
 
 template <typename Handler>
@@ -57,6 +55,5 @@ bool TMidiEventQueue::TryPop(Handler&& handler) {
     slot.heap = nullptr;
     slot.sequence.store(fReadIndex + fMask + 1, std::memory_order_release);
     ++fReadIndex;
-    fPublishedReadIndex.store(fReadIndex, std::memory_order_release);
     return true;
 }

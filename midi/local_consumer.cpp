@@ -28,16 +28,15 @@ void TMidiLocalConsumer::Receive(const uint8_t* data, size_t length, bool atomic
         WakeReceiver();
         std::this_thread::yield();
     }
-    fAccepted.fetch_add(1, std::memory_order_release);
+    fAccepted.fetch_add(1, std::memory_order_seq_cst);
     WakeReceiver();
 }
 
 void TMidiLocalConsumer::WakeReceiver() {
-    // Pairs with the fence in ReceiveLoop: either the receiver sees our event before it
-    // sleeps, or we see it asleep here and wake it.
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-    if (fSleeping.load(std::memory_order_relaxed) != 0 &&
-        fSleeping.exchange(0, std::memory_order_acq_rel) != 0)
+    // Sequentially consistent with the receiver's "sleeping" store and "accepted" load:
+    // either it sees our event before it sleeps, or we see it asleep here and wake it.
+    if (fSleeping.load(std::memory_order_seq_cst) != 0 &&
+        fSleeping.exchange(0, std::memory_order_seq_cst) != 0)
         veldan::futex_wake(&fSleeping, 1);
 }
 
@@ -46,12 +45,13 @@ void TMidiLocalConsumer::ReceiveLoop() {
     auto handle = [this](const uint8_t* data, size_t length, bool atomic, int64_t time) {
         Data(data, length, atomic, time);
     };
+    uint64_t handled = 0;
     for (;;) {
-        while (fQueue.TryPop(handle)) fHandled.fetch_add(1, std::memory_order_release);
+        while (fQueue.TryPop(handle)) fHandled.store(++handled, std::memory_order_release);
         if (fQuit.load(std::memory_order_acquire)) return;
-        fSleeping.store(1, std::memory_order_relaxed);
-        std::atomic_thread_fence(std::memory_order_seq_cst);
-        if (!fQueue.IsEmpty() || fQuit.load(std::memory_order_acquire)) {
+        fSleeping.store(1, std::memory_order_seq_cst);
+        if (fAccepted.load(std::memory_order_seq_cst) != handled ||
+            fQuit.load(std::memory_order_seq_cst)) {
             fSleeping.store(0, std::memory_order_relaxed);
             continue;
         }

@@ -142,7 +142,8 @@ std::unique_ptr<TSynthConsumer> TSynthConsumer::Create(const TOptions& options,
 }
 
 TSynthConsumer::TSynthConsumer(std::unique_ptr<TEngine> engine)
-    : TMidiLocalConsumer(kName), fEngine(std::move(engine)) {}
+    : TMidiLocalConsumer(kName, kDefaultQueueCapacity, kReceivePriority),
+      fEngine(std::move(engine)) {}
 
 TSynthConsumer::~TSynthConsumer() { StopReceiving(); }
 

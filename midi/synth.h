@@ -33,6 +33,9 @@ public:
     // The DriverName() of WAV rendering.
     static constexpr const char* kWavDriver = "wav";
     static constexpr int32_t kSampleRate = 44100;
+    // Real-time, but below the chain and off its core: loading a preset's samples on the
+    // first program change takes up to tens of milliseconds, and must hold up only us.
+    static constexpr int32_t kReceivePriority = veldan::kRealTimePriority;
 
     struct TOptions {
         std::string soundFontPath = kDefaultSoundFont;  // .sf2 or .sf3
