@@ -1,0 +1,81 @@
+#include "app/headless_options.h"
+
+#include <charconv>
+#include <cstring>
+
+namespace {
+
+bool parse_int(const char* text, int32_t low, int32_t high, int32_t* value) {
+    const char* end = text + std::strlen(text);
+    auto [ptr, ec] = std::from_chars(text, end, *value);
+    return ec == std::errc() && ptr == end && *value >= low && *value <= high;
+}
+
+}  // namespace
+
+bool parse_headless_options(int argc, char** argv, THeadlessOptions* options, std::string* error) {
+    struct TRange {
+        const char* name;
+        int32_t low, high;
+        int32_t* target;
+    };
+    const TRange ranges[] = {{"--key", -12, 12, &options->key},
+                             {"--tempo", 30, 300, &options->tempoPercent},
+                             {"--volume", 0, 200, &options->volumePercent},
+                             {"--resets", 0, 15, &options->resetMask},
+                             {"--reset-silence", 0, 60000, &options->resetSilenceMs},
+                             {"--song-silence", 0, 3600, &options->songSilenceSeconds}};
+    struct TText {
+        const char* name;
+        std::string* target;
+    };
+    const TText texts[] = {{"--wav", &options->wavPath},
+                           {"--out", &options->outName},
+                           {"--out-b", &options->outNameB},
+                           {"--trace", &options->tracePath}};
+    for (int i = 1; i < argc; ++i) {
+        std::string arg = argv[i];
+        if (arg == "--headless") continue;
+        if (arg == "--dump" || arg == "--list-ports") {
+            (arg == "--dump" ? options->dump : options->listPorts) = true;
+            continue;
+        }
+        if (arg.rfind("--", 0) != 0) {
+            options->files.push_back(arg);
+            continue;
+        }
+        bool known = false;
+        for (const TRange& range : ranges) {
+            if (arg != range.name) continue;
+            known = true;
+            if (i + 1 >= argc || !parse_int(argv[++i], range.low, range.high, range.target)) {
+                *error = arg + " takes a whole number from " + std::to_string(range.low) +
+                         " to " + std::to_string(range.high);
+                return false;
+            }
+        }
+        for (const TText& text : texts) {
+            if (arg != text.name) continue;
+            known = true;
+            if (i + 1 >= argc) {
+                *error = arg + " needs a value";
+                return false;
+            }
+            *text.target = argv[++i];
+        }
+        if (!known) {
+            *error = "unknown option " + arg;
+            return false;
+        }
+    }
+    if (options->listPorts) return true;
+    if (options->files.empty()) {
+        *error = "no MIDI file given";
+        return false;
+    }
+    if (options->dump && options->files.size() != 1) {
+        *error = "--dump takes one file";
+        return false;
+    }
+    return true;
+}

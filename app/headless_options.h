@@ -1,0 +1,27 @@
+#pragma once
+// Command-line options of the window-less modes.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct THeadlessOptions {
+    bool dump = false;
+    bool listPorts = false;
+    std::vector<std::string> files;
+    std::string wavPath;
+    std::string outName;
+    std::string outNameB;
+    std::string tracePath;
+    int32_t key = 0;
+    int32_t tempoPercent = 100;
+    int32_t volumePercent = 100;
+    int32_t resetMask = 0;            // resets sent before each song: 1 GM, 2 GS, 4 88, 8 XG
+    int32_t resetSilenceMs = 300;     // after each reset
+    int32_t songSilenceSeconds = -1;  // before each song; -1: none
+};
+
+// false with a message in *error for an unknown option, a missing value or a value out of
+// its range (--key -12..12, --tempo 30..300, --volume 0..200, --resets 0..15,
+// --reset-silence 0..60000 ms, --song-silence 0..3600 s).
+bool parse_headless_options(int argc, char** argv, THeadlessOptions* options, std::string* error);

@@ -1,0 +1,141 @@
+// The command-line player, run as a user runs it: a child process with real files.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/smf_builder.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+struct TResult {
+    int exitCode;
+    std::string out;
+    std::string err;
+};
+
+TResult run_quillmidi(const std::string& arguments, const TTempDir& dir) {
+    std::string errPath = (dir.Path() / "stderr.txt").string();
+    std::string command = std::string(QUILLMIDI_BINARY) + " " + arguments + " 2>" + errPath;
+    TResult result{-1, {}, {}};
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return result;
+    std::array<char, 4096> buffer;
+    size_t n;
+    while ((n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
+        result.out.append(buffer.data(), n);
+    int status = pclose(pipe);
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    std::ifstream err(errPath);
+    std::stringstream text;
+    text << err.rdbuf();
+    result.err = text.str();
+    return result;
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+std::string quoted(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
+
+TEST(Headless, DumpPrintsEventsInPlayOrderWithTrackAndPort) {
+    TTempDir dir;
+    TSmfBuilder smf(1, 96);
+    smf.AddTrack().Name(0, "Hi").NoteOn(0, 0, 60, 100).Event(10, {60, 0});
+    smf.AddTrack().Port(0, 1).SysEx(0, {0x7E, 0x7F, 0x09, 0x01, 0xF7}).Program(10, 2, 3);
+    auto file = dir.Write("song.mid", smf.Bytes());
+    TResult result = run_quillmidi("--dump " + quoted(file), dir);
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(lines_of(result.out),
+              (std::vector<std::string>{"0 0 0 ff 03 48 69", "0 0 0 90 3c 64", "0 1 0 ff 21 01",
+                                        "0 1 1 f0 7e 7f 09 01 f7", "10 0 0 90 3c 00",
+                                        "10 0 0 ff 2f", "10 1 1 c2 03", "10 1 1 ff 2f"}));
+}
+
+TEST(Headless, AnUnreadableFileIsNamedWithItsReasonAndTheNextOnePlays) {
+    TTempDir dir;
+    TSmfBuilder format2(2);
+    format2.AddTrack();
+    TSmfBuilder good(1, 480);
+    good.AddTrack().Name(0, "Good Song").NoteOn(0, 0, 60, 100).NoteOff(240, 0, 60);
+    auto bad = dir.Write("bad.mid", format2.Bytes());
+    auto text = dir.Write("notes.txt", std::string("hello"));
+    auto song = dir.Write("good.mid", good.Bytes());
+    auto wav = dir.Path() / "out.wav";
+    TResult result = run_quillmidi("--headless --wav " + quoted(wav) + " " + quoted(bad) + " " +
+                                       quoted(text) + " " + quoted(song),
+                                   dir);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.err.find("bad.mid: format 2 is not supported"), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find("notes.txt: not a MIDI file"), std::string::npos) << result.err;
+    EXPECT_NE(result.out.find("Good Song"), std::string::npos) << result.out;
+}
+
+TEST(Headless, PlaysToTheBuiltInSynthesizerIntoAWavFileAndTracesWhatLeft) {
+    TTempDir dir;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack()
+        .Program(0, 0, 0)
+        .NoteOn(0, 0, 60, 100)
+        .NoteOff(480, 0, 60)
+        .NoteOn(0, 0, 64, 100)
+        .NoteOff(480, 0, 64);
+    smf.AddTrack().Port(0, 1).NoteOn(240, 1, 50, 90).NoteOff(240, 1, 50);
+    auto song = dir.Write("song.mid", smf.Bytes());
+    auto wav = dir.Path() / "song.wav";
+    auto trace = dir.Path() / "trace.txt";
+    TResult result = run_quillmidi("--headless --key 2 --volume 50 --wav " + quoted(wav) +
+                                       " --trace " + quoted(trace) + " " + quoted(song),
+                                   dir);
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+
+    std::ifstream in(trace);
+    std::vector<std::string> portA, portB;
+    int64_t previous = -1;
+    for (std::string line; std::getline(in, line);) {
+        int64_t us = std::stoll(line);
+        EXPECT_GE(us, previous) << "trace lines come in time order";
+        previous = us;
+        std::string event = line.substr(line.find(' ') + 3);
+        (line[line.find(' ') + 1] == 'A' ? portA : portB).push_back(event);
+    }
+    // Key +2 and half velocity, on the lane each track chose.
+    EXPECT_EQ(portA,
+              (std::vector<std::string>{"c0 00", "90 3e 32", "80 3e 00", "90 42 32", "80 42 00"}));
+    EXPECT_EQ(portB, (std::vector<std::string>{"91 34 2d", "81 34 00"}));
+
+    std::vector<uint8_t> bytes = read_file_bytes(wav);
+    ASSERT_GT(bytes.size(), 44u);
+    EXPECT_EQ(std::string(bytes.begin(), bytes.begin() + 4), "RIFF");
+    size_t frames = (bytes.size() - 44) / 4;
+    double seconds = double(frames) / 44100.0;
+    EXPECT_GT(seconds, 1.0);  // one second of song and a release tail
+    EXPECT_LT(seconds, 10.0);
+    int peak = 0;
+    for (size_t i = 44; i + 1 < bytes.size(); i += 2)
+        peak = std::max(peak, std::abs(int(int16_t(bytes[i] | bytes[i + 1] << 8))));
+    EXPECT_GT(peak, 100) << "the notes should be heard";
+}
+
+TEST(Headless, BadArgumentsAreRefusedWithTheRange) {
+    TTempDir dir;
+    TResult result = run_quillmidi("--headless --key 13 x.mid", dir);
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_NE(result.err.find("--key takes a whole number from -12 to 12"), std::string::npos);
+    EXPECT_EQ(run_quillmidi("--headless --frobnicate x.mid", dir).exitCode, 2);
+    EXPECT_EQ(run_quillmidi("--headless", dir).exitCode, 2);
+}
+
+}  // namespace
