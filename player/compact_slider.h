@@ -19,7 +19,8 @@ namespace quill {
 
 class TCompactSlider : public QSlider {
 public:
-    static constexpr int kBarHeight = 6;
+    // Seven rows, so that the four nested rectangles leave one row of the innermost colour.
+    static constexpr int kBarHeight = 7;
     static constexpr int kThumbRadius = 2;
     // The bar's four nested rectangles, from the outside in, each inset by 1 pixel.
     static inline const std::array<QColor, 4> kBarColors = {
@@ -41,7 +42,7 @@ public:
 
     // With a default set: take it and post the message.
     void MouseDownRight();
-    // The groove narrowed to a band kBarHeight high, centred in the bounds.
+    // The groove narrowed to a band kBarHeight rows high, centred in the bounds.
     QRect BarFrame() const;
     QRect ThumbFrame() const;
 

@@ -49,17 +49,18 @@ struct TSliderItem {
     bool hasDefault;  // a right click restores the initial value
     TReadoutKind kind;
     int stretch;
+    int minWidth;  // so that the thumb keeps room to travel in a narrow window
 };
 
 constexpr TSliderItem kSliderItems[TControlBar::kSliderCount] = {
     {"SliderVolume", "StrViewVolume", llt_key("ReadOut_Volume"), kMsgVolumeChanged,
-     kMsgVolumeChanged, 0, 200, 100, true, TReadoutKind::kPercent, 2},
+     kMsgVolumeChanged, 0, 200, 100, true, TReadoutKind::kPercent, 2, 60},
     {"SliderKey", "StrViewKey", llt_key("ReadOut_Key"), kMsgKeyChanged, kMsgKeyChanging, -12, 12,
-     0, true, TReadoutKind::kSigned, 1},
+     0, true, TReadoutKind::kSigned, 1, 48},
     {"SliderTempo", "StrViewTempo", llt_key("ReadOut_Tempo"), kMsgTempoChanged, kMsgTempoChanging,
-     30, 300, 100, true, TReadoutKind::kPercent, 2},
+     30, 300, 100, true, TReadoutKind::kPercent, 2, 60},
     {"SliderPos", "StrViewPos", llt_key("ReadOut_Pos"), kMsgPosChanged, kMsgPosChanging, 0, 100,
-     0, false, TReadoutKind::kPercent, 3},
+     0, false, TReadoutKind::kPercent, 3, 80},
 };
 
 struct TIndicatorItem {
@@ -170,6 +171,7 @@ QWidget* TControlBar::MakeSliders() {
             item.name, std::make_unique<veldan::TMessage>(item.message), item.min, item.max, box);
         slider->SetModificationMessage(std::make_unique<veldan::TMessage>(item.modification));
         slider->setValue(item.initial);
+        slider->setMinimumWidth(item.minWidth);
         if (item.hasDefault) slider->SetDefaultValue(item.initial);
         connect(slider, &QSlider::valueChanged, this, [this, i] { UpdateReadout(i); });
         fSliders[size_t(i)] = slider;

@@ -1,7 +1,8 @@
 #pragma once
 // Marks a string literal as a language key that is looked up later, the way
-// QT_TRANSLATE_NOOP marks texts for extraction: the language-file tests collect every
-// llt_key("...") and Text("...") in the sources and check that each key has a text.
+// QT_TRANSLATE_NOOP marks texts for extraction: the language-file tests collect the
+// literal arguments of every llt_key and Text call in the sources and check that each key
+// has a text.
 
 namespace veldan {
 
