@@ -1,0 +1,76 @@
+#pragma once
+// TAISelector: the chooser behind the AI random play mode. It keeps for every song file it
+// has met a learned liking (Priority 0..5, 2 neutral) and a count of its selections, and
+// draws the next song with a weight of 2^Priority.
+//
+// The record follows the song's leaf name, not its folder: two files of one name share a
+// record, and a song keeps it when moved or listed elsewhere.
+//
+// The database is the INI file kDatabaseName in the settings folder kSettingsFolder, with
+// sections "Priority" and "AutoSelectCount"; records at the neutral priority are not
+// written, so their counts are forgotten between runs.
+//
+// Used on the GUI thread only; no locks.
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+class TOrvickView;
+class TQuillSItem;
+
+class TAISelector {
+  public:
+    static constexpr char kDatabaseName[] = "QuillMIDI_AIDatabase.dat";
+    static constexpr char kSettingsFolder[] = "QuillMIDI";
+    static constexpr char kPrioritySection[] = "Priority";
+    static constexpr char kCountSection[] = "AutoSelectCount";
+    static constexpr int32_t kNeutralPriority = 2;
+    static constexpr int32_t kMaxPriority = 5;
+    static constexpr int kIniLineLength = 2048;
+
+    struct TScore {
+        int32_t priority = kNeutralPriority;
+        int32_t autoSelectCount = 0;
+        bool operator==(const TScore&) const = default;
+    };
+    using TScoreTable = std::map<std::string, TScore>;  // byte-wise key order
+    // Returns a non-negative random number, as rand() does.
+    using TRandomFn = std::function<uint32_t()>;
+
+    // Draws with std::rand, which the application seeds once at start-up.
+    TAISelector();
+
+    // The view is not owned and must outlive the selector's use of it.
+    int32_t SetOrvickView(const TOrvickView* view);
+    void SetRandom(TRandomFn random) { fRandom = std::move(random); }
+
+    // Reads the database once; a second call does nothing. A missing or unreadable file
+    // leaves the table as it was. Always 0.
+    int32_t Load(const std::filesystem::path& database);
+    // Writes the non-neutral records, replacing the file. Always 0; failures are silent.
+    int32_t Save(const std::filesystem::path& database) const;
+    // The database file in the user's settings folder; false when there is none.
+    static bool DatabaseEntry(std::filesystem::path* database);
+
+    // Adds delta to the song's priority, clamped to 0..kMaxPriority; null is ignored.
+    void ChangeScore(const TQuillSItem* song, int32_t delta);
+
+    // An index into the view's song sequence, drawn by weight; the chosen song's count
+    // rises by one. The view must hold at least one song.
+    // Kept: a song met for the first time weighs 2, half of what the same neutral song
+    // weighs from the next call on (4).
+    int32_t Select();
+
+    const TScoreTable& Scores() const { return fScores; }
+
+  private:
+    bool fLoaded = false;
+    TScoreTable fScores;
+    const TOrvickView* fView = nullptr;
+    TRandomFn fRandom;
+    std::vector<int32_t> fCandidates;  // reused so that its room is reserved only once
+};

@@ -1,0 +1,372 @@
+#include "playlist/orvick_view.h"
+
+#include <sys/xattr.h>
+
+#include <QMimeDatabase>
+#include <algorithm>
+#include <memory>
+#include <system_error>
+
+#include "playlist/drvcvt.h"
+#include "veldan/base/strings.h"
+#include "veldan/base/vel_file.h"
+#include "veldan/core/llt.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kFileNotFoundKey[] = "Stat_Str_File_Not_Found";
+constexpr char kUnsupportedKey[] = "Stat_Str_Unsupported_File";
+constexpr char kAlreadyAddedKey[] = "Stat_Str_Already_Added";
+constexpr char kAlreadyDeletedKey[] = "Err_Already_Deled";
+constexpr char kCannotSaveKey[] = "Err_Cannot_Save_List";
+constexpr char kPlaylistMimeType[] = "text/x-vnd.VELDAN-QuillMIDI-PlayList";
+
+bool names_a_file(const fs::path& ref) {
+    std::error_code error;
+    return ref.is_absolute() && fs::exists(ref, error);
+}
+
+// Containers are held by their real path, so that a container naming itself through a
+// link or a relative detour is caught as already added.
+fs::path real_path(const fs::path& ref) {
+    std::error_code error;
+    fs::path real = fs::weakly_canonical(ref, error);
+    return error ? ref.lexically_normal() : real;
+}
+
+TQuillSItem* row_of(QTreeWidgetItem* item) {
+    return item && item->type() == TQuillSItem::kItemType ? static_cast<TQuillSItem*>(item)
+                                                           : nullptr;
+}
+
+void append_rows(QTreeWidgetItem* row, std::vector<TQuillSItem*>* rows) {
+    if (TQuillSItem* own = row_of(row)) rows->push_back(own);
+    for (int i = 0; i < row->childCount(); i++) append_rows(row->child(i), rows);
+}
+
+}  // namespace
+
+TOrvickView::TOrvickView(const veldan::TLLT& texts, bool workView, const fs::path& loaderFolder,
+                         QWidget* parent)
+    : veldan::TMessageHandler<QTreeWidget>(parent),
+      fTexts(texts),
+      fWorkView(workView),
+      fLoaderFolder(loaderFolder) {
+    setHeaderHidden(true);
+    setColumnCount(1);
+    setSelectionMode(QAbstractItemView::ExtendedSelection);
+    setFocusPolicy(Qt::StrongFocus);
+    QAbstractItemModel* rows = model();
+    connect(rows, &QAbstractItemModel::rowsInserted, this, [this] { InvalidateFlatList(); });
+    connect(rows, &QAbstractItemModel::rowsRemoved, this, [this] { InvalidateFlatList(); });
+    connect(rows, &QAbstractItemModel::rowsMoved, this, [this] { InvalidateFlatList(); });
+    connect(rows, &QAbstractItemModel::layoutChanged, this, [this] { InvalidateFlatList(); });
+    connect(rows, &QAbstractItemModel::modelReset, this, [this] { InvalidateFlatList(); });
+    connect(&fLoaderWatcher, &QFileSystemWatcher::directoryChanged, this,
+            [this] { NodeLoaderChanged(); });
+
+    if (workView) {
+        setObjectName(kWorkViewName);
+        AddSSItem(new TQuillSItem(fs::path(), kFmtNativeList), nullptr);
+    } else {
+        AddNewList(nullptr);
+    }
+    load_container_loader(&fLoaders, fLoaderFolder);
+    WatchLoaderFolder();
+}
+
+TOrvickView::~TOrvickView() { unload_container_loader(&fLoaders); }
+
+void TOrvickView::BuildFlatList() const {
+    if (fFlatValid) return;
+    fFlatRows.clear();
+    fFlatSongIndexes.clear();
+    fFlatSongs.clear();
+    append_rows(invisibleRootItem(), &fFlatRows);
+    fFlatSongIndexes.reserve(fFlatRows.size());
+    for (TQuillSItem* row : fFlatRows) {
+        if (row->Container()) {
+            fFlatSongIndexes.push_back(-1);
+        } else {
+            fFlatSongIndexes.push_back(int32_t(fFlatSongs.size()));
+            fFlatSongs.push_back(row);
+        }
+    }
+    fFlatValid = true;
+}
+
+TQuillSItem* TOrvickView::Song(int32_t songIndex) const {
+    BuildFlatList();
+    if (songIndex < 0 || size_t(songIndex) >= fFlatSongs.size()) return nullptr;
+    return fFlatSongs[size_t(songIndex)];
+}
+
+int32_t TOrvickView::SongIdx(int32_t fullListIndex) const {
+    BuildFlatList();
+    if (fullListIndex < 0 || size_t(fullListIndex) >= fFlatSongIndexes.size()) return -1;
+    return fFlatSongIndexes[size_t(fullListIndex)];
+}
+
+int32_t TOrvickView::CurrentSelection(int32_t n) const {
+    BuildFlatList();
+    if (n < 0) return -1;
+    for (size_t i = 0; i < fFlatRows.size(); i++) {
+        if (fFlatRows[i]->isSelected() && n-- == 0) return int32_t(i);
+    }
+    return -1;
+}
+
+int32_t TOrvickView::SelectedSongIdx(int32_t n) const {
+    const int32_t position = CurrentSelection(n);
+    return position < 0 ? position : SongIdx(position);
+}
+
+int32_t TOrvickView::FullListCountItems() const {
+    BuildFlatList();
+    return int32_t(fFlatRows.size());
+}
+
+TQuillSItem* TOrvickView::FullListItemAt(int32_t fullListIndex) const {
+    BuildFlatList();
+    if (fullListIndex < 0 || size_t(fullListIndex) >= fFlatRows.size()) return nullptr;
+    return fFlatRows[size_t(fullListIndex)];
+}
+
+int32_t TOrvickView::FullListIndexOf(const TQuillSItem* row) const {
+    BuildFlatList();
+    auto found = std::find(fFlatRows.begin(), fFlatRows.end(), row);
+    return found == fFlatRows.end() ? -1 : int32_t(found - fFlatRows.begin());
+}
+
+void TOrvickView::Status(const char* key, const std::string& name) const {
+    if (fStatus) fStatus(fTexts.Text(key) + name);
+}
+
+bool TOrvickView::AddListFolderFile(const fs::path& ref, TQuillSItem* parent, int32_t magicNum,
+                                    bool isContainer) {
+    const TSupportFmt parentKind = parent ? parent->Kind() : kFmtNativeList;
+    if (!names_a_file(ref)) {
+        if (parentKind != kFmtSemiRawList) {
+            Status(kFileNotFoundKey, ref.filename().string());
+            if (parent) parent->UpdateText(fTexts);
+        }
+        return false;
+    }
+    if (!isContainer && IsMidiFile(ref)) return AddMidiFile(ref, parent, magicNum) != nullptr;
+
+    const fs::path container = real_path(ref);
+    TSupportFmt kind = kFmtGeneralList;
+    TContainerLoader* loader = FindContainerLoader(container, &kind);
+    if (!loader || fNesting >= kMaxNesting) {
+        if (parentKind != kFmtFolderList) Status(kUnsupportedKey, ref.filename().string());
+        return false;
+    }
+    if (DupliCheck(container)) {
+        if (parent) parent->UpdateText(fTexts);
+        return false;
+    }
+    return AddContainer(container, kind, loader, parent, magicNum);
+}
+
+bool TOrvickView::AddListFolderFileToTopLevel(const fs::path& ref) {
+    return AddListFolderFile(ref, row_of(topLevelItem(0)), -1);
+}
+
+TQuillSItem* TOrvickView::AddMidiFile(const fs::path& ref, TQuillSItem* parent,
+                                      int32_t magicNum) {
+    auto* row = new TQuillSItem(ref, kFmtSong);
+    row->SetMagicNum(magicNum);
+    AddSSItem(row, parent);
+    if (fSongs++ == 0) SendChangeSongRqtd(0);
+    return row;
+}
+
+TQuillSItem* TOrvickView::AddNewList(TQuillSItem* parent) {
+    auto* row = new TQuillSItem(fs::path(), kFmtNativeList);
+    row->SetListId(fNextListId++);
+    row->SetNewListNumber(fNextNewListNumber++);
+    row->SetUnnamedNewList(true);
+    AddSSItem(row, parent);
+    return row;
+}
+
+void TOrvickView::AddSSItem(TQuillSItem* row, TQuillSItem* parent) {
+    if (row->Container() && row->ListId() == 0) row->SetListId(fNextListId++);
+    row->UpdateText(fTexts);
+    if (parent) {
+        parent->addChild(row);
+        return;
+    }
+    addTopLevelItem(row);
+    veldan::post_message(fOwner, veldan::TMessage(kMsgUpdateWinTitle));
+}
+
+bool TOrvickView::DupliCheck(const fs::path& ref) const {
+    BuildFlatList();
+    for (const TQuillSItem* row : fFlatRows) {
+        if (row->EntryRef() == ref) {
+            Status(kAlreadyAddedKey, ref.filename().string());
+            return true;
+        }
+    }
+    return false;
+}
+
+bool TOrvickView::IsMidiFile(const fs::path& ref) {
+    static const QMimeDatabase mimeTypes;
+    const QString type = mimeTypes.mimeTypeForFile(QString::fromStdString(ref.string())).name();
+    if (type == "audio/midi" || type == "audio/x-midi") return true;
+    std::string lower = ref.string();
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
+    return veldan::instr(lower.c_str(), ".mid", 1) > 0;
+}
+
+fs::path TOrvickView::ResolveEntry(const std::string& line, const fs::path& container) const {
+    std::string path = line;
+    if (!line.empty() && line[0] == '/') {
+        std::string utf8;
+        if (veldan::detect_charset(line.c_str()) == veldan::kSJISConversion &&
+            sjis_to_utf8(line, &utf8)) {
+            path = utf8;
+        }
+    } else {
+        // Written on Windows; an unconvertible line stays relative and is reported missing.
+        TDrvCvt driveLetters;
+        driveLetters.CvtPathWinToBe(line.c_str(), &path, container.c_str());
+    }
+    return fs::path(path);
+}
+
+bool TOrvickView::AddContainer(const fs::path& ref, TSupportFmt kind, TContainerLoader* loader,
+                               TQuillSItem* parent, int32_t magicNum) {
+    std::vector<TContainerEntry> entries;
+    if (loader->Load(ref.string(), &entries) != 0) {
+        Status(kUnsupportedKey, ref.filename().string());
+        return false;
+    }
+    auto* list = new TQuillSItem(ref, kind);
+    list->SetMagicNum(magicNum);
+    AddSSItem(list, parent);
+
+    fNesting++;
+    int32_t index = 0;
+    for (const TContainerEntry& entry : entries) {
+        AddListFolderFile(ResolveEntry(entry.path, ref), list, index++, entry.isContainer);
+    }
+    fNesting--;
+
+    if (list->childCount() > 0) {
+        AutoSort(list);
+    } else if (kind == kFmtRawList || kind == kFmtSemiRawList) {
+        delete list;  // a QTreeWidgetItem leaves its tree as it is destroyed
+        return false;
+    }
+    return true;
+}
+
+void TOrvickView::AutoSort(TQuillSItem* list) const {
+    switch (fAutoSortKind) {
+        case kAutoSortByMagicNum:
+            sort_items_under(list, compare_func_by_magic_num_up);
+            break;
+        case kAutoSortByNameUp:
+            sort_items_under(list, compare_func_by_file_name_up);
+            break;
+        case kAutoSortByNameDown:
+            sort_items_under(list, compare_func_by_file_name_down);
+            break;
+        default:
+            break;
+    }
+}
+
+TQuillSItem* TOrvickView::FindList(int32_t listId) const {
+    BuildFlatList();
+    for (TQuillSItem* row : fFlatRows) {
+        if (row->Container() && row->ListId() == listId) return row;
+    }
+    return nullptr;
+}
+
+bool TOrvickView::OverwriteList(int32_t listId, const fs::path& target, std::string* error) {
+    TQuillSItem* list = FindList(listId);
+    if (!list) {
+        *error = fTexts.Text(kAlreadyDeletedKey);
+        return false;
+    }
+    veldan::TVELFile file(target.c_str(),
+                          veldan::kWriteOnly | veldan::kCreateFile | veldan::kEraseFile);
+    if (file.InitCheck() != 0) {
+        *error = fTexts.Text(kCannotSaveKey) + target.filename().string();
+        return false;
+    }
+    file.WriteLine("MarnelList$1");
+    for (int i = 0; i < list->childCount(); i++) {
+        const TQuillSItem* row = row_of(list->child(i));
+        std::error_code missing;
+        // A row whose file went away since it was added is left out silently.
+        if (row && row->EntryRef().is_absolute() && fs::exists(fs::symlink_status(row->EntryRef(), missing))) {
+            file.WriteLine(row->EntryRef().c_str());
+        }
+    }
+    // Where the file system keeps extended attributes, desktops read the type from here.
+    setxattr(target.c_str(), "user.mime_type", kPlaylistMimeType, sizeof kPlaylistMimeType - 1,
+             0);
+    list->SetModified(false);
+    list->SetUnnamedNewList(false);
+    list->SetEntryRef(target);
+    list->SetKind(kFmtNativeList);
+    list->UpdateText(fTexts);
+    return true;
+}
+
+TContainerLoader* TOrvickView::FindContainerLoader(const fs::path& ref, TSupportFmt* kind) const {
+    return find_container_loader(fLoaders, ref.string(), kind);
+}
+
+bool TOrvickView::IsContainerLoader(const fs::path& file) { return is_container_loader(file); }
+
+void TOrvickView::NodeLoaderChanged() {
+    unload_container_loader(&fLoaders);
+    load_container_loader(&fLoaders, fLoaderFolder);
+    WatchLoaderFolder();
+}
+
+void TOrvickView::WatchLoaderFolder() {
+    // A folder that was removed and made again must be watched anew.
+    if (!fLoaderWatcher.directories().isEmpty()) {
+        fLoaderWatcher.removePaths(fLoaderWatcher.directories());
+    }
+    std::error_code error;
+    if (fs::is_directory(fLoaderFolder, error)) {
+        fLoaderWatcher.addPath(QString::fromStdString(fLoaderFolder.string()));
+    }
+}
+
+void TOrvickView::SendChangeSongRqtd(int32_t songIndex) {
+    veldan::TMessage request(kMsgChangeSongRqtd);
+    request.AddInt32(kSongIndexField, songIndex);
+    veldan::post_message(fOwner, request);
+}
+
+void TOrvickView::LanguageChanged() {
+    BuildFlatList();
+    for (TQuillSItem* row : fFlatRows) row->UpdateText(fTexts);
+}
+
+void TOrvickView::MessageReceived(veldan::TMessage* message) {
+    switch (message->what) {
+        case kMsgNodeLoaderChanged:
+            NodeLoaderChanged();
+            break;
+        case kMsgLanguageChanged:
+            LanguageChanged();
+            break;
+        default:
+            veldan::TMessageHandler<QTreeWidget>::MessageReceived(message);
+            break;
+    }
+}

@@ -1,0 +1,161 @@
+#pragma once
+// TOrvickView: the playlist, an outline of lists and songs.
+//
+// The player reaches songs only through the flat song sequence: every song row in tree
+// order, at every level, collapsed lists included (Songs, Song, SongIdx, SelectedSongIdx).
+// The sequence and the full list of rows are cached and rebuilt on the first query after
+// any change of the tree, so that walking a playlist of 100,000 songs stays linear.
+//
+// Positions in the "full list" count every row in tree order (a list, then its children,
+// then its next sibling), whether or not the rows are shown.
+//
+// Reports go out three ways: status texts (language text and file name) to the status
+// function, change-song requests ('chsr' with int32 kSongIndexField) and window-title
+// requests ('uwtr') as messages to the owner.
+//
+// Lives on the GUI thread, like every widget.
+
+#include <QFileSystemWatcher>
+#include <QPointer>
+#include <QTreeWidget>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "loaders/container_loader.h"
+#include "playlist/loader_host.h"
+#include "playlist/quill_sitem.h"
+#include "veldan/core/handler.h"
+
+namespace veldan {
+class TLLT;
+}
+
+class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
+  public:
+    static constexpr uint32_t kMsgChangeSongRqtd = 'chsr';
+    static constexpr uint32_t kMsgUpdateWinTitle = 'uwtr';
+    static constexpr uint32_t kMsgNodeLoaderChanged = 'nloc';
+    static constexpr uint32_t kMsgLanguageChanged = '_lgc';
+    static constexpr char kSongIndexField[] = "SongIdx";
+    static constexpr char kWorkViewName[] = "WorkListView";
+
+    // Values of the auto-sort setting, as the preferences store them.
+    static constexpr int32_t kAutoSortByMagicNum = 0;
+    static constexpr int32_t kAutoSortByNameUp = 1;
+    static constexpr int32_t kAutoSortByNameDown = 2;
+
+    // Containers nested deeper than this are not opened: a guard against folder trees and
+    // playlists that never end.
+    static constexpr int kMaxNesting = 64;
+
+    using TStatusFn = std::function<void(const std::string&)>;
+
+    // texts must outlive the view. A work view starts with one empty native list row, the
+    // main playlist with one new list. The loader list is built from loaderFolder, which is
+    // watched for changes.
+    TOrvickView(const veldan::TLLT& texts, bool workView,
+                const std::filesystem::path& loaderFolder = default_loader_folder(),
+                QWidget* parent = nullptr);
+    ~TOrvickView() override;
+
+    void SetOwner(QObject* owner) { fOwner = owner; }
+    void SetStatusFn(TStatusFn status) { fStatus = std::move(status); }
+    void SetAutoSortKind(int32_t kind) { fAutoSortKind = kind; }
+    bool IsWorkView() const { return fWorkView; }
+
+    // The song sequence.
+    int32_t Songs() const { return fSongs; }
+    // Null when there are fewer songs.
+    TQuillSItem* Song(int32_t songIndex) const;
+    // -1 when the row there is a list or there is none.
+    int32_t SongIdx(int32_t fullListIndex) const;
+    // The song index of the n-th selected row (in full-list order); a negative selection
+    // result is passed on as it stands.
+    int32_t SelectedSongIdx(int32_t n) const;
+    // The full-list position of the n-th selected row, -1 when there is none.
+    int32_t CurrentSelection(int32_t n) const;
+    int32_t CurSongIdx() const { return fCurSongIdx; }
+    void SetCurSongIdx(int32_t songIndex) { fCurSongIdx = songIndex; }
+
+    // The full list.
+    int32_t FullListCountItems() const;
+    TQuillSItem* FullListItemAt(int32_t fullListIndex) const;
+    // -1 for a row of another view.
+    int32_t FullListIndexOf(const TQuillSItem* row) const;
+
+    // Adds a song, a folder or a container under parent (null: the top level); false with
+    // a status text when it is missing, unsupported, a container already in the view, or
+    // nested too deep. isContainer: a loader said so; the MIDI test is skipped.
+    bool AddListFolderFile(const std::filesystem::path& ref, TQuillSItem* parent,
+                           int32_t magicNum, bool isContainer = false);
+    // Under the first row of the view, with insertion number -1.
+    bool AddListFolderFileToTopLevel(const std::filesystem::path& ref);
+    // The first song added becomes current (a change-song request for song 0).
+    TQuillSItem* AddMidiFile(const std::filesystem::path& ref, TQuillSItem* parent,
+                             int32_t magicNum);
+    // A native list without a file, numbered after the language text "New_List".
+    TQuillSItem* AddNewList(TQuillSItem* parent);
+    // Puts row under parent, or at the top level, where the window title follows the first
+    // row ('uwtr').
+    void AddSSItem(TQuillSItem* row, TQuillSItem* parent);
+    // True, with a status text, when some row holds ref.
+    bool DupliCheck(const std::filesystem::path& ref) const;
+    // The MIME type is the MIDI type, or (kept as it always was) the lower-cased path holds
+    // ".mid" anywhere: "SONG.MID", "a.midi", "a.mid.bak" and files in "x.mid/" all count.
+    static bool IsMidiFile(const std::filesystem::path& ref);
+
+    // Loads ref with loader and builds its list row of the given kind under parent; false
+    // when the loader fails or nothing is left of a raw list.
+    bool AddContainer(const std::filesystem::path& ref, TSupportFmt kind,
+                      TContainerLoader* loader, TQuillSItem* parent, int32_t magicNum);
+    // Writes the list with that id in the native format to target: the paths of the rows
+    // directly under it whose files still exist. Then the row is clean, named by target,
+    // and native. False with *error (a language text and a name) otherwise.
+    bool OverwriteList(int32_t listId, const std::filesystem::path& target, std::string* error);
+    TQuillSItem* FindList(int32_t listId) const;
+
+    // Loaders.
+    const TLoaderList& Loaders() const { return fLoaders; }
+    TContainerLoader* FindContainerLoader(const std::filesystem::path& ref,
+                                          TSupportFmt* kind) const;
+    static bool IsContainerLoader(const std::filesystem::path& file);
+    // Builds the loader list again from the folder.
+    void NodeLoaderChanged();
+
+    void SendChangeSongRqtd(int32_t songIndex);
+    // Every row's text again, after the language changed.
+    void LanguageChanged();
+
+    void MessageReceived(veldan::TMessage* message) override;
+
+  private:
+    void BuildFlatList() const;
+    void InvalidateFlatList() { fFlatValid = false; }
+    void Status(const char* key, const std::string& name) const;
+    void AutoSort(TQuillSItem* list) const;
+    std::filesystem::path ResolveEntry(const std::string& line,
+                                       const std::filesystem::path& container) const;
+    void WatchLoaderFolder();
+
+    const veldan::TLLT& fTexts;
+    const bool fWorkView;
+    std::filesystem::path fLoaderFolder;
+    TLoaderList fLoaders;
+    QFileSystemWatcher fLoaderWatcher;
+    QPointer<QObject> fOwner;
+    TStatusFn fStatus;
+    int32_t fAutoSortKind = kAutoSortByNameUp;
+    int32_t fNextListId = 1;
+    int32_t fNextNewListNumber = 1;
+    int32_t fSongs = 0;
+    int32_t fCurSongIdx = -1;
+    int fNesting = 0;  // containers being loaded, one inside the other
+
+    mutable bool fFlatValid = false;
+    mutable std::vector<TQuillSItem*> fFlatRows;       // every row, full-list order
+    mutable std::vector<int32_t> fFlatSongIndexes;     // per row: its song index or -1
+    mutable std::vector<TQuillSItem*> fFlatSongs;      // the song rows, in order
+};

@@ -1,0 +1,114 @@
+#include "playlist/loader_host.h"
+
+#include "tests/playlist/playlist_fixture.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const fs::path kAccepted = fs::path(TEST_LOADER_ROOT) / "v2" / "test_list_loader_v2.so";
+const fs::path kOtherVersion = fs::path(TEST_LOADER_ROOT) / "v3" / "test_list_loader_v3.so";
+
+std::vector<std::string> Names(const TLoaderList& loaders) {
+    std::vector<std::string> names;
+    for (const auto& loader : loaders) names.push_back(loader->Name());
+    return names;
+}
+
+class LoaderHost : public PlaylistTest {
+  protected:
+    fs::path LoaderFolder(const std::vector<fs::path>& plugins) {
+        const fs::path folder = fTemp.Path() / "Loader";
+        fs::create_directories(folder);
+        for (const fs::path& plugin : plugins) {
+            fs::copy_file(plugin, folder / plugin.filename(), fs::copy_options::overwrite_existing);
+        }
+        return folder;
+    }
+};
+
+}  // namespace
+
+TEST_F(LoaderHost, AMissingFolderLeavesTheBuiltInLoaderOnly) {
+    TLoaderList loaders;
+    load_container_loader(&loaders, fTemp.Path() / "none");
+    EXPECT_EQ(Names(loaders), std::vector<std::string>{"Container Loader Native 100"});
+}
+
+TEST_F(LoaderHost, APluginIsAcceptedAfterTheBuiltInLoaderAndOthersAreSkipped) {
+    const fs::path folder = LoaderFolder({kAccepted, kOtherVersion});
+    fTemp.Write("Loader/readme.txt", std::string("not a shared object"));
+    fs::create_directories(folder / "subfolder.so");
+    TLoaderList loaders;
+    load_container_loader(&loaders, folder);
+    ASSERT_EQ(Names(loaders),
+              (std::vector<std::string>{"Container Loader Native 100", "Test List Loader"}));
+    EXPECT_EQ(loaders[1]->Path(), (folder / kAccepted.filename()).string());
+    EXPECT_EQ(loaders[1]->Version(), "2");
+    unload_container_loader(&loaders);
+    EXPECT_TRUE(loaders.empty());
+}
+
+TEST_F(LoaderHost, APluginReportingVersionThreeIsIgnoredEvenThoughItReadsTheFile) {
+    auto view = MakeView(LoaderFolder({kOtherVersion}));
+    const fs::path list = fTemp.Write("x.tlst", Song("a.mid").string() + "\n");
+    EXPECT_EQ(view->Loaders().size(), 1u);
+    EXPECT_FALSE(view->AddListFolderFileToTopLevel(list));
+    EXPECT_EQ(fStatus, std::vector<std::string>{"Unsupported: x.tlst"});
+}
+
+TEST_F(LoaderHost, APluginsListIsLoadedIntoTheViewAsItsKind) {
+    auto view = MakeView(LoaderFolder({kAccepted}));
+    const fs::path list =
+        fTemp.Write("x.tlst", Song("a.mid").string() + "\n/missing/quietly.mid\n");
+    TSupportFmt kind = kFmtSong;
+    ASSERT_NE(view->FindContainerLoader(list, &kind), nullptr);
+    EXPECT_EQ(kind, kFmtSemiRawList);
+    ASSERT_TRUE(view->AddListFolderFileToTopLevel(list));
+    const auto* loaded = static_cast<TQuillSItem*>(view->topLevelItem(0)->child(0));
+    EXPECT_EQ(loaded->text(0).toStdString(), "[S] x.tlst");
+    EXPECT_EQ(loaded->childCount(), 1);
+    EXPECT_TRUE(fStatus.empty());  // a semi-raw list skips missing files silently
+}
+
+TEST_F(LoaderHost, AnEmptySemiRawListDisappears) {
+    auto view = MakeView(LoaderFolder({kAccepted}));
+    const fs::path list = fTemp.Write("empty.tlst", std::string("/missing/a.mid\n"));
+    EXPECT_FALSE(view->AddListFolderFileToTopLevel(list));
+    EXPECT_EQ(view->FullListCountItems(), 1);
+}
+
+TEST_F(LoaderHost, TheBuiltInLoaderIsAskedFirst) {
+    auto view = MakeView(LoaderFolder({kAccepted}));
+    const fs::path native = fTemp.Write("native.tlst", "MarnelList$1\n");
+    TSupportFmt kind = kFmtSong;
+    EXPECT_EQ(view->FindContainerLoader(native, &kind)->Name(), "Container Loader Native 100");
+    EXPECT_EQ(kind, kFmtNativeList);
+}
+
+TEST_F(LoaderHost, OnlySharedObjectsWithTheEntryPointAreLoaders) {
+    EXPECT_TRUE(TOrvickView::IsContainerLoader(kAccepted));
+    EXPECT_TRUE(TOrvickView::IsContainerLoader(kOtherVersion));
+    EXPECT_FALSE(TOrvickView::IsContainerLoader(fTemp.Write("fake.so", std::string("ELF?"))));
+    EXPECT_FALSE(TOrvickView::IsContainerLoader("libc.so.6"));
+}
+
+TEST_F(LoaderHost, AddingAPluginToTheWatchedFolderTakesEffectAtOnce) {
+    const fs::path folder = LoaderFolder({});
+    auto view = MakeView(folder);
+    ASSERT_EQ(view->Loaders().size(), 1u);
+    fs::copy_file(kAccepted, folder / "late.so");
+    EXPECT_TRUE(process_events_until([&] { return view->Loaders().size() == 2; }));
+    fs::remove(folder / "late.so");
+    EXPECT_TRUE(process_events_until([&] { return view->Loaders().size() == 1; }));
+}
+
+TEST_F(LoaderHost, TheLoaderFolderMessageRebuildsTheList) {
+    const fs::path folder = LoaderFolder({});
+    auto view = MakeView(folder);
+    // A folder removed and made again is no longer watched; the message rebuilds anyway.
+    fs::remove(folder);
+    LoaderFolder({kAccepted});
+    veldan::post_message(view.get(), veldan::TMessage(TOrvickView::kMsgNodeLoaderChanged));
+    EXPECT_TRUE(process_events_until([&] { return view->Loaders().size() == 2; }));
+}
