@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -15,6 +16,7 @@
 #include "engine/output_chain.h"
 #include "engine/prepare_sequence.h"
 #include "engine/smf_producer.h"
+#include "midi/backends.h"
 #include "midi/recorder.h"
 #include "midi/roster.h"
 #include "midi/synth.h"
@@ -94,7 +96,11 @@ private:
     void Silence();
     void WriteTrace();
 
+    void StartBackends();
+
     THeadlessOptions fOptions;
+    // Before the chain: the systems' ports go after the producers that feed them.
+    TMidiBackends fBackends;
     TSMFProducer fProducer;
     TOutputChain fChain{fProducer};
     TMidiOutPorts fPorts{fChain};
@@ -116,8 +122,6 @@ bool THeadlessPlayer::OpenSynth() {
         return false;
     }
     fSynth->Register();
-    if (fSynth->DriverName() == TSynthConsumer::kWavDriver)
-        std::printf("Rendering to %s\n", fSynth->WavPath().c_str());
     return true;
 }
 
@@ -132,8 +136,16 @@ bool THeadlessPlayer::ConnectByName(int port, const std::string& name) {
 }
 
 bool THeadlessPlayer::ConnectOutput() {
-    // The built-in synthesizer is the default output, and the one --wav records.
-    if ((fOptions.outName.empty() || !fOptions.wavPath.empty()) && !OpenSynth()) return false;
+    // The built-in synthesizer is the default output, the one --wav records, and a
+    // consumer one may name.
+    std::string synthName = TSynthConsumer::kName;
+    bool named = (!fOptions.outName.empty() && synthName.find(fOptions.outName) == 0) ||
+                 (!fOptions.outNameB.empty() && synthName.find(fOptions.outNameB) == 0);
+    if (fOptions.outName.empty() || !fOptions.wavPath.empty() || named) {
+        if (!OpenSynth()) return false;
+        if (fSynth->DriverName() == TSynthConsumer::kWavDriver)
+            std::printf("Rendering to %s\n", fSynth->WavPath().c_str());
+    }
     if (fOptions.outName.empty()) {
         if (fPorts.ConnectMidiOut(0, fSynth->ID()) != 0) return false;
     } else if (!ConnectByName(0, fOptions.outName)) {
@@ -142,10 +154,24 @@ bool THeadlessPlayer::ConnectOutput() {
     return fOptions.outNameB.empty() || ConnectByName(1, fOptions.outNameB);
 }
 
+void THeadlessPlayer::StartBackends() {
+    fBackends.SetProblemHandler(
+        [](const std::string& problem) { std::fprintf(stderr, "quillmidi: %s\n", problem.c_str()); });
+    fBackends.Start();
+    std::fprintf(stderr, "%s\n", fBackends.Status().c_str());
+}
+
 int THeadlessPlayer::ListPorts() {
+    StartBackends();
+    // The synthesizer is listed as the real, registered consumer; what it renders while
+    // listing is thrown away.
+    fOptions.wavPath = std::filesystem::temp_directory_path() /
+                       ("quill-list-ports-" + std::to_string(getpid()) + ".wav");
     if (!OpenSynth()) return 1;
     for (TMidiConsumer* consumer : TMidiRoster::Default().Consumers())
         std::printf("%d\t%s\n", consumer->ID(), consumer->Name().c_str());
+    fSynth->Finish(0);
+    std::filesystem::remove(fOptions.wavPath);
     return 0;
 }
 
@@ -172,6 +198,7 @@ void THeadlessPlayer::StartTrace() {
 }
 
 int THeadlessPlayer::Run() {
+    StartBackends();
     if (!ConnectOutput()) return 1;
     StartTrace();
     fChain.SetKey(fOptions.key);

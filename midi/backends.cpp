@@ -2,6 +2,7 @@
 
 #include "midi/alsa_backend.h"
 #include "midi/jack_backend.h"
+#include "midi/quiet_probe.h"
 
 TMidiBackends::TMidiBackends() = default;
 
@@ -14,8 +15,11 @@ void TMidiBackends::SetProblemHandler(TMidiSystemBackend::TProblemHandler handle
 int32_t TMidiBackends::Start(const TOptions& options) {
     if (fStarted) return int32_t(fAlsa != nullptr) + int32_t(fJack != nullptr);
     fStarted = true;
-    if (options.useAlsa) fAlsa = TAlsaBackend::Open(&fAlsaError);
-    if (options.useJack) fJack = TJackBackend::Open(options.jackServer, &fJackError);
+    {
+        TQuietProbe quiet;
+        if (options.useAlsa) fAlsa = TAlsaBackend::Open(&fAlsaError);
+        if (options.useJack) fJack = TJackBackend::Open(options.jackServer, &fJackError);
+    }
     // Names say which system a consumer belongs to only where both are present.
     const bool both = fAlsa && fJack;
     StartBackend(fAlsa.get(), both ? "ALSA: " : "");

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "midi/midi_defs.h"
+#include "midi/quiet_probe.h"
 #include "midi/wav_renderer.h"
 
 namespace {
@@ -87,6 +88,7 @@ bool TSynthConsumer::TEngine::OpenOutput(const TOptions& options, std::string* e
     if (options.wavPath.empty()) {
         // Probing JACK without a server would otherwise start one, which takes seconds.
         setenv("JACK_NO_START_SERVER", "1", 1);
+        TQuietProbe quiet;
         if (options.audioDriver.empty()) {
             OpenFirstDriver({std::begin(kProbeOrder), std::end(kProbeOrder)});
         } else {
