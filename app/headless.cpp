@@ -315,8 +315,12 @@ int run_headless(int argc, char** argv) {
     THeadlessOptions options;
     std::string error;
     if (!parse_headless_options(argc, argv, &options, &error)) {
-        std::fprintf(stderr, "quillmidi: %s\n", error.c_str());
+        std::fprintf(stderr, "quillmidi: %s\n%s", error.c_str(), kHeadlessUsage);
         return 2;
+    }
+    if (options.help) {
+        std::fputs(kHeadlessUsage, stdout);
+        return 0;
     }
     if (options.dump) return dump(options.files.front());
     bool listPorts = options.listPorts;

@@ -3,6 +3,22 @@
 #include <charconv>
 #include <cstring>
 
+const char* const kHeadlessUsage =
+    "usage: quillmidi --headless [options] FILE.mid...   play the files one after another\n"
+    "       quillmidi --dump FILE.mid                    print the events in play order\n"
+    "       quillmidi --list-ports                       list the MIDI consumers\n"
+    "options:\n"
+    "  --wav OUT.wav         render through the built-in synthesizer into a WAV file\n"
+    "  --out NAME            port A to the consumer NAME (exact, else unique part)\n"
+    "  --out-b NAME          port B to the consumer NAME\n"
+    "  --key N               transpose by N semitones, -12..12\n"
+    "  --tempo PCT           tempo rate, 30..300 percent\n"
+    "  --volume PCT          velocity scale, 0..200 percent\n"
+    "  --resets MASK         resets before each song: 1 GM, 2 GS, 4 88, 8 XG\n"
+    "  --reset-silence MS    silence after each reset, 0..60000 ms (default 300)\n"
+    "  --song-silence S      silence before each song, 0..3600 s\n"
+    "  --trace FILE          write every event that leaves the ports: <us> <A|B> <bytes>\n";
+
 namespace {
 
 bool parse_int(const char* text, int32_t low, int32_t high, int32_t* value) {
@@ -36,6 +52,10 @@ bool parse_headless_options(int argc, char** argv, THeadlessOptions* options, st
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
         if (arg == "--headless") continue;
+        if (arg == "--help" || arg == "-h") {
+            options->help = true;
+            return true;
+        }
         if (arg == "--dump" || arg == "--list-ports") {
             (arg == "--dump" ? options->dump : options->listPorts) = true;
             continue;

@@ -8,6 +8,7 @@
 struct THeadlessOptions {
     bool dump = false;
     bool listPorts = false;
+    bool help = false;
     std::vector<std::string> files;
     std::string wavPath;
     std::string outName;
@@ -20,6 +21,8 @@ struct THeadlessOptions {
     int32_t resetSilenceMs = 300;     // after each reset
     int32_t songSilenceSeconds = -1;  // before each song; -1: none
 };
+
+extern const char* const kHeadlessUsage;
 
 // false with a message in *error for an unknown option, a missing value or a value out of
 // its range (--key -12..12, --tempo 30..300, --volume 0..200, --resets 0..15,
