@@ -70,19 +70,22 @@ int32_t TAISelector::Load(const std::filesystem::path& database) {
 int32_t TAISelector::Save(const std::filesystem::path& database) const {
     veldan::TIniFile ini(database, veldan::kWriteOnly | veldan::kCreateFile | veldan::kEraseFile,
                          kIniLineLength);
+    std::vector<const TScoreTable::value_type*> records;
+    for (const auto& record : fScores) {
+        if (record.second.priority != kNeutralPriority) records.push_back(&record);
+    }
+    std::sort(records.begin(), records.end(),
+              [](const auto* a, const auto* b) { return a->first < b->first; });
     // Pairs are appended, not written by key: the INI file's keys match ignoring case, and
     // "Song.mid" and "song.mid" are two songs.
     ini.ChangeSection(kPrioritySection);
-    for (const auto& [key, score] : fScores) {
-        if (score.priority != kNeutralPriority) {
-            ini.CurrentSection()->CreatePair(key, std::to_string(score.priority));
-        }
+    for (const auto* record : records) {
+        ini.CurrentSection()->CreatePair(record->first, std::to_string(record->second.priority));
     }
     ini.ChangeSection(kCountSection);
-    for (const auto& [key, score] : fScores) {
-        if (score.priority != kNeutralPriority) {
-            ini.CurrentSection()->CreatePair(key, std::to_string(score.autoSelectCount));
-        }
+    for (const auto* record : records) {
+        ini.CurrentSection()->CreatePair(record->first,
+                                         std::to_string(record->second.autoSelectCount));
     }
     ini.Flush(true);
     return 0;
@@ -98,6 +101,8 @@ int32_t TAISelector::Select() {
     const int32_t songs = fView->Songs();
     fCandidates.clear();
     fCandidates.reserve(size_t(songs) * kMaxWeight);
+    // Room for a record of every song, so that meeting many new songs rehashes once.
+    fScores.reserve(std::max(fScores.size(), size_t(songs)));
     for (int32_t i = 0; i < songs; i++) {
         const TQuillSItem* song = fView->Song(i);
         if (!song) continue;

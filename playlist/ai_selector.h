@@ -15,7 +15,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <map>
+#include <unordered_map>
 #include <string>
 #include <vector>
 
@@ -37,7 +37,8 @@ class TAISelector {
         int32_t autoSelectCount = 0;
         bool operator==(const TScore&) const = default;
     };
-    using TScoreTable = std::map<std::string, TScore>;  // byte-wise key order
+    // Hashed, for one look-up per song and call; Save writes the keys in byte-wise order.
+    using TScoreTable = std::unordered_map<std::string, TScore>;
     // Returns a non-negative random number, as rand() does.
     using TRandomFn = std::function<uint32_t()>;
 
