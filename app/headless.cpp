@@ -280,6 +280,8 @@ void THeadlessPlayer::PrintProgress(bool final) {
 void THeadlessPlayer::Silence() {
     fProducer.Stop();
     fChain.QuickAllNotesOff();
+    // Interrupted, the user wants quiet at once: sustain pedals and release tails too.
+    if (gInterrupted.load()) fPorts.MuteAllMidiOut();
     fChain.WaitIdle(kDrainTimeoutUs);
     if (fSynth) fSynth->WaitIdle(kDrainTimeoutUs);
 }

@@ -1,13 +1,19 @@
 // The command-line player, run as a user runs it: a child process with real files.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/smf_builder.h"
@@ -127,6 +133,47 @@ TEST(Headless, PlaysToTheBuiltInSynthesizerIntoAWavFileAndTracesWhatLeft) {
     for (size_t i = 44; i + 1 < bytes.size(); i += 2)
         peak = std::max(peak, std::abs(int(int16_t(bytes[i] | bytes[i + 1] << 8))));
     EXPECT_GT(peak, 100) << "the notes should be heard";
+}
+
+TEST(Headless, InterruptSilencesEverySoundingNoteBeforeExiting) {
+    TTempDir dir;
+    TSmfBuilder smf(1, 480);
+    TTrackBuilder& track = smf.AddTrack();
+    for (uint8_t note = 40; note < 80; ++note) track.NoteOn(120, uint8_t(note % 3), note, 100);
+    track.NoteOff(480 * 60, 0, 40);  // everything still sounds half a minute later
+    auto song = dir.Write("long.mid", smf.Bytes());
+    auto trace = dir.Path() / "trace.txt";
+    std::vector<std::string> args = {QUILLMIDI_BINARY, "--headless", "--wav",
+                                      (dir.Path() / "o.wav").string(), "--trace", trace.string(),
+                                      song.string()};
+    std::vector<char*> argv;
+    for (std::string& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    pid_t pid;
+    ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    kill(pid, SIGINT);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    std::ifstream in(trace);
+    std::map<std::string, int> sounding;
+    for (std::string line; std::getline(in, line);) {
+        std::istringstream fields(line);
+        std::string us, port, status, note, velocity;
+        fields >> us >> port >> status >> note >> velocity;
+        std::string key = status.substr(1) + " " + note;
+        if (status[0] == '9' && velocity != "00") ++sounding[key];
+        if (status[0] == '8' || (status[0] == '9' && velocity == "00")) sounding[key] = 0;
+    }
+    EXPECT_GT(sounding.size(), 10u) << "the song should have been playing";
+    for (const auto& [key, count] : sounding) EXPECT_EQ(count, 0) << "hanging: " << key;
 }
 
 TEST(Headless, BadArgumentsAreRefusedWithTheRange) {
