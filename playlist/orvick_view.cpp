@@ -77,7 +77,12 @@ TOrvickView::TOrvickView(const veldan::TLLT& texts, bool workView, const fs::pat
     WatchLoaderFolder();
 }
 
-TOrvickView::~TOrvickView() { unload_container_loader(&fLoaders); }
+TOrvickView::~TOrvickView() {
+    // The tree widget removes its rows after this object is gone; they must not reach the
+    // cache any more.
+    disconnect(model(), nullptr, this, nullptr);
+    unload_container_loader(&fLoaders);
+}
 
 void TOrvickView::BuildFlatList() const {
     if (fFlatValid) return;
