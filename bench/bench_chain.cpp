@@ -5,6 +5,9 @@
 //                                   absolute-sleep loop on the same machine; drift
 //   bench_chain sustained           10M notes (~61,000 notes/s) in real time: keeps up?
 //   bench_chain cpu FILE [SECONDS]  CPU time of the process while a real song plays
+//   bench_chain jack [SECONDS]      the dense song through port A to a JACK client on a jackd
+//                                   of our own (dummy driver, 48 kHz, 256 frames): lateness
+//                                   of each event's frame time against its ideal time
 
 #include <sys/resource.h>
 
@@ -20,7 +23,11 @@
 #include "bench/smf_generator.h"
 #include "engine/output_chain.h"
 #include "engine/smf_producer.h"
+#include "midi/backends.h"
 #include "midi/local_consumer.h"
+#include "midi/quiet_probe.h"
+#include "midi/roster.h"
+#include "tests/support/jack_server.h"
 #include "veldan/base/clock.h"
 #include "veldan/base/thread.h"
 
@@ -109,6 +116,18 @@ struct TRun {
     bool realTime;
 };
 
+TGeneratedSong dense_song(int seconds) {
+    TGeneratedSong song;
+    song.tracks = 16;
+    song.ticksPerNote = 10;
+    song.noteLengthTicks = 5;
+    song.tempoChangeEveryTicks = 960;
+    song.bothPorts = true;
+    // About 1000 ticks a second with the alternating tempos: 100 notes per track a second.
+    song.notes = uint32_t(seconds) * 100 * song.tracks;
+    return song;
+}
+
 TRun play_through_chain(std::vector<uint8_t> bytes, int32_t rate) {
     TSMFProducer producer;
     if (producer.SetTo(std::move(bytes)) != 0) {
@@ -160,15 +179,7 @@ void print_stats(const char* what, const std::vector<int64_t>& values) {
 }
 
 int timing(int seconds) {
-    TGeneratedSong song;
-    song.tracks = 16;
-    song.ticksPerNote = 10;
-    song.noteLengthTicks = 5;
-    song.tempoChangeEveryTicks = 960;
-    song.bothPorts = true;
-    // About 1000 ticks a second with the alternating tempos: 100 notes per track a second.
-    song.notes = uint32_t(seconds) * 100 * song.tracks;
-    TRun run = play_through_chain(generate_smf(song), 100);
+    TRun run = play_through_chain(generate_smf(dense_song(seconds)), 100);
     double rate = double(run.lateness.size()) / (double(run.wallUs) / 1e6);
     std::printf("song: %d s, %zu events through the chain, %.0f events/s, both ports, tempo "
                 "change every 960 ticks\n", seconds, run.lateness.size(), rate);
@@ -234,13 +245,63 @@ int cpu(const char* path, int seconds) {
     return 0;
 }
 
+int jack(int seconds) {
+    TJackServer server;
+    bool up;
+    {
+        TQuietProbe quiet;  // the waiting client's attempts before the server answers
+        up = server.WaitUntilUp();
+    }
+    if (!up) {
+        std::fprintf(stderr, "jackd did not start (scripts/install-deps --test installs it)\n");
+        return 1;
+    }
+    TMidiBackends backends;
+    TMidiBackends::TOptions options;
+    options.useAlsa = false;
+    options.jackServer = server.Name();
+    if (backends.Start(options) != 1) {
+        std::fprintf(stderr, "%s\n", backends.Status().c_str());
+        return 1;
+    }
+    TSMFProducer producer;
+    producer.SetTo(generate_smf(dense_song(seconds)));
+    TIdealTimes ideal(producer.TempoMap(), 100);
+    producer.Walk(ideal);
+    TOutputChain chain(producer);
+    TJackReader reader(server.Name(), "bench-reader", ideal.times[0].size() + 16);
+    TMidiConsumer* consumer = nullptr;
+    wait_for([&] { return (consumer = TMidiRoster::Default().FindConsumerByName(reader.PortName())); });
+    if (!consumer || chain.PublicOut(0)->Connect(consumer) != 0) {
+        std::fprintf(stderr, "the reader's port did not reach the roster\n");
+        return 1;
+    }
+    std::atomic<uint32_t> ended{0};
+    producer.SetEndOfSongHandler([&] { ended.store(1); });
+    producer.Play();
+    wait_for([&] { return ended.load() != 0; }, std::chrono::seconds(seconds * 2 + 30));
+    reader.WaitFor(ideal.times[0].size());
+    // JACK keeps a clock of its own: take its distance from ours, read back to back.
+    int64_t clockOffset = jack_get_time() - veldan::system_time();
+    std::vector<int64_t> lateness;
+    size_t n = std::min(reader.Count(), ideal.times[0].size());
+    for (size_t i = 0; i < n; ++i)
+        lateness.push_back(reader.FrameToUs(reader.Event(i).frame) - clockOffset -
+                           (producer.PlayStartedUs() + ideal.times[0][i]));
+    std::printf("JACK (dummy driver, 48 kHz, 256-frame periods = 5333 us): %zu of %zu events\n",
+                n, ideal.times[0].size());
+    print_stats("lateness at the JACK consumer", lateness);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     std::string mode = argc > 1 ? argv[1] : "timing";
     if (mode == "timing") return timing(argc > 2 ? std::atoi(argv[2]) : 300);
     if (mode == "sustained") return sustained();
+    if (mode == "jack") return jack(argc > 2 ? std::atoi(argv[2]) : 30);
     if (mode == "cpu" && argc > 2) return cpu(argv[2], argc > 3 ? std::atoi(argv[3]) : 30);
-    std::fprintf(stderr, "usage: bench_chain timing [SECONDS] | sustained | cpu FILE [SECONDS]\n");
+    std::fprintf(stderr, "usage: bench_chain timing [SECONDS] | sustained | cpu FILE [SECONDS] | jack [SECONDS]\n");
     return 2;
 }

@@ -1,0 +1,149 @@
+#pragma once
+// A jackd of our own on the dummy driver, and a JACK client with one MIDI input port that
+// writes down every event with its frame: for the JACK backend's tests and benchmark.
+
+#include <fcntl.h>
+#include <jack/jack.h>
+#include <jack/midiport.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "tests/support/wait.h"
+
+extern char** environ;
+
+constexpr const char* kJackd = "/usr/bin/jackd";
+constexpr int kJackRate = 48000;
+constexpr int kJackPeriod = 256;
+
+// A jackd of our own, stopped and reaped in the destructor.
+class TJackServer {
+  public:
+    TJackServer()
+        : fName("quill-test-" + std::to_string(getpid()) + "-" + std::to_string(++sCount)) {
+        const std::string rate = std::to_string(kJackRate);
+        const std::string period = std::to_string(kJackPeriod);
+        const char* argv[] = {kJackd, "-n",         fName.c_str(), "--no-realtime", "-d",   "dummy",
+                              "-r",   rate.c_str(), "-p",          period.c_str(),  nullptr};
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        if (posix_spawn(&fPid, kJackd, &actions, nullptr, const_cast<char**>(argv), environ) != 0)
+            fPid = -1;
+        posix_spawn_file_actions_destroy(&actions);
+    }
+    ~TJackServer() { Stop(); }
+
+    const std::string& Name() const { return fName; }
+
+    // Waits until a client can open on the server; false after timeout.
+    bool WaitUntilUp(std::chrono::milliseconds timeout = std::chrono::seconds(15)) {
+        if (fPid < 0) return false;
+        return wait_for(
+            [&] {
+                jack_status_t status;
+                jack_client_t* probe =
+                    jack_client_open("probe", jack_options_t(JackNoStartServer | JackServerName),
+                                     &status, fName.c_str());
+                if (!probe) return false;
+                jack_client_close(probe);
+                return true;
+            },
+            timeout);
+    }
+
+    void Stop() {
+        if (fPid < 0) return;
+        kill(fPid, SIGTERM);
+        bool reaped = wait_for([&] { return waitpid(fPid, nullptr, WNOHANG) == fPid; });
+        if (!reaped) {
+            kill(fPid, SIGKILL);
+            waitpid(fPid, nullptr, 0);
+        }
+        fPid = -1;
+    }
+
+  private:
+    static inline int sCount = 0;
+    const std::string fName;
+    pid_t fPid = -1;
+};
+
+// A JACK client with one MIDI input port that writes down every event with its frame.
+class TJackReader {
+  public:
+    struct TEvent {
+        jack_nframes_t frame;
+        uint32_t length;
+        std::array<uint8_t, 16> bytes;
+    };
+    TJackReader(const std::string& server, const char* name, size_t capacity = 4096)
+        : fEvents(capacity) {
+        jack_status_t status;
+        fClient = jack_client_open(name, jack_options_t(JackNoStartServer | JackServerName),
+                                   &status, server.c_str());
+        if (!fClient) return;
+        fPort = jack_port_register(fClient, "in", JACK_DEFAULT_MIDI_TYPE, JackPortIsInput, 0);
+        jack_set_process_callback(
+            fClient,
+            [](jack_nframes_t frames, void* arg) {
+                static_cast<TJackReader*>(arg)->Process(frames);
+                return 0;
+            },
+            this);
+        jack_activate(fClient);
+    }
+    ~TJackReader() { Close(); }
+
+    void Close() {
+        if (fClient) jack_client_close(fClient);
+        fClient = nullptr;
+    }
+    bool IsOpen() const { return fClient && fPort; }
+    jack_port_t* Port() const { return fPort; }
+    std::string PortName() const { return jack_port_name(fPort); }
+    size_t Count() const { return fCount.load(std::memory_order_acquire); }
+    const TEvent& Event(size_t index) const { return fEvents[index]; }
+    std::vector<uint8_t> Bytes(size_t index) const {
+        const TEvent& event = fEvents[index];
+        return {event.bytes.begin(), event.bytes.begin() + event.length};
+    }
+    // JACK's clock (CLOCK_MONOTONIC microseconds) at a frame.
+    int64_t FrameToUs(jack_nframes_t frame) const { return int64_t(jack_frames_to_time(fClient, frame)); }
+    bool WaitFor(size_t count) {
+        return wait_for([&] { return Count() >= count; }, std::chrono::seconds(10));
+    }
+
+  private:
+    void Process(jack_nframes_t frames) {
+        void* buffer = jack_port_get_buffer(fPort, frames);
+        const jack_nframes_t cycleStart = jack_last_frame_time(fClient);
+        const uint32_t events = jack_midi_get_event_count(buffer);
+        size_t count = fCount.load(std::memory_order_relaxed);
+        for (uint32_t i = 0; i < events && count < fEvents.size(); ++i) {
+            jack_midi_event_t event;
+            if (jack_midi_event_get(&event, buffer, i) != 0) continue;
+            TEvent& slot = fEvents[count++];
+            slot.frame = cycleStart + event.time;
+            slot.length = uint32_t(std::min(event.size, slot.bytes.size()));
+            std::memcpy(slot.bytes.data(), event.buffer, slot.length);
+        }
+        fCount.store(count, std::memory_order_release);
+    }
+
+    jack_client_t* fClient = nullptr;
+    jack_port_t* fPort = nullptr;
+    std::vector<TEvent> fEvents;
+    std::atomic<size_t> fCount{0};
+};
