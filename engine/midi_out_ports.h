@@ -2,6 +2,10 @@
 // TMidiOutPorts: connecting the two public ports to consumers of the roster, and
 // silencing a consumer when it is let go, so no note hangs there whatever the note
 // tables hold. All calls from the owner's thread.
+//
+// The public ports carry no icons: neither the ALSA sequencer nor JACK ports have a place
+// for an endpoint's picture, so there is nothing to set where the original system drew
+// the program's icon beside its ports.
 
 #include <cstdint>
 
