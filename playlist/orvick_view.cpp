@@ -370,6 +370,18 @@ void TOrvickView::MessageReceived(veldan::TMessage* message) {
         case kMsgLanguageChanged:
             LanguageChanged();
             break;
+        case kMsgPopupAddNewList:
+            PopupAddNewListClicked();
+            break;
+        case kMsgPopupDelete:
+            PopupDeleteFileClicked();
+            break;
+        case kMsgPopupSort:
+            PopupSortClicked(*message);
+            break;
+        case kMsgPopupDeselect:
+            PopupDeselectClicked();
+            break;
         default:
             veldan::TMessageHandler<QTreeWidget>::MessageReceived(message);
             break;

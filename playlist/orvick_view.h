@@ -16,11 +16,13 @@
 // Lives on the GUI thread, like every widget.
 
 #include <QFileSystemWatcher>
+#include <QMenu>
 #include <QPointer>
 #include <QTreeWidget>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -39,7 +41,21 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     static constexpr uint32_t kMsgUpdateWinTitle = 'uwtr';
     static constexpr uint32_t kMsgNodeLoaderChanged = 'nloc';
     static constexpr uint32_t kMsgLanguageChanged = '_lgc';
+    // Sent after deleting and sorting: song indexes have moved; int32 kSongIndexField holds
+    // the current song's new index (-1 for none).
+    static constexpr uint32_t kMsgCurSongIdxChanged = 'csic';
+    // Pop-up menu commands.
+    static constexpr uint32_t kMsgPopupDelete = 'pdlf';
+    static constexpr uint32_t kMsgPopupAddNewList = 'panl';
+    static constexpr uint32_t kMsgPopupSave = 'psvl';
+    static constexpr uint32_t kMsgPopupSaveAs = 'psla';
+    static constexpr uint32_t kMsgPopupSort = 'psrt';
+    static constexpr uint32_t kMsgPopupOpenDoc = 'podc';  // handled by the owner
+    static constexpr uint32_t kMsgPopupDeselect = 'pdsl';
     static constexpr char kSongIndexField[] = "SongIdx";
+    static constexpr char kSortKeyField[] = "SortKey";
+    static constexpr int32_t kSortKeyUp = 1;
+    static constexpr int32_t kSortKeyDown = 2;
     static constexpr char kWorkViewName[] = "WorkListView";
 
     // Values of the auto-sort setting, as the preferences store them.
@@ -126,13 +142,39 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     void NodeLoaderChanged();
 
     void SendChangeSongRqtd(int32_t songIndex);
+    void SendCurSongIdxChanged();
+
+    // The pop-up menu for the selected rows, its items posting their commands to this
+    // view (the open-document item to the owner); null when nothing is selected. The add,
+    // save and save-as items appear only when a selected row is a list.
+    std::unique_ptr<QMenu> BuildPopup();
+    // Shows BuildPopup at a global position and runs it.
+    void OpenPopup(const QPoint& where);
+
+    // A new list beside each selected row, in full-list order.
+    void PopupAddNewListClicked();
+    // Removes the selected rows and everything under them, from the last up. The song count
+    // drops by the songs removed; the current song index follows its song, and when the
+    // current song itself goes the player is asked to change to the song that then holds
+    // its index. The parent lists become modified.
+    void PopupDeleteFileClicked();
+    // Sorts, one level deep, each selected list or the list holding each selected song;
+    // "SortKey" 1 ascending, 2 descending, anything else nothing.
+    void PopupSortClicked(const veldan::TMessage& message);
+    void PopupDeselectClicked() { clearSelection(); }
     // Every row's text again, after the language changed.
     void LanguageChanged();
 
     void MessageReceived(veldan::TMessage* message) override;
 
+  protected:
+    void contextMenuEvent(QContextMenuEvent* event) override;
+    void mouseDoubleClickEvent(QMouseEvent* event) override;
+
   private:
     void BuildFlatList() const;
+    std::vector<TQuillSItem*> SelectedRows() const;
+    void MarkModified(TQuillSItem* list);
     void InvalidateFlatList() { fFlatValid = false; }
     void Status(const char* key, const std::string& name) const;
     void AutoSort(TQuillSItem* list) const;
