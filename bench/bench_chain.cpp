@@ -246,7 +246,7 @@ int cpu(const char* path, int seconds) {
 }
 
 int jack(int seconds) {
-    TJackServer server;
+    TJackServer server(true);
     bool up;
     {
         TQuietProbe quiet;  // the waiting client's attempts before the server answers
@@ -288,7 +288,8 @@ int jack(int seconds) {
     for (size_t i = 0; i < n; ++i)
         lateness.push_back(reader.FrameToUs(reader.Event(i).frame) - clockOffset -
                            (producer.PlayStartedUs() + ideal.times[0][i]));
-    std::printf("JACK (dummy driver, 48 kHz, 256-frame periods = 5333 us): %zu of %zu events\n",
+    std::printf("JACK (real-time jackd, dummy driver, 48 kHz, 256-frame periods = 5333 us): "
+                "%zu of %zu events\n",
                 n, ideal.times[0].size());
     print_stats("lateness at the JACK consumer", lateness);
     return 0;
