@@ -1,0 +1,396 @@
+#include "player/quill_view.h"
+
+#include <QFont>
+#include <QVBoxLayout>
+
+#include <cstdlib>
+
+#include "app/settings/pref.h"
+#include "playlist/orvick_view.h"
+#include "playlist/quill_sitem.h"
+#include "veldan/base/clock.h"
+#include "veldan/core/llt.h"
+
+namespace quill {
+
+namespace {
+
+constexpr char kStatCannotPlay[] = "Stat_Str_Cannot_Play";
+
+// A timer interval in milliseconds, never shorter than the silence asked for.
+int silence_ms(int64_t us) { return int((us + 999) / 1000); }
+
+}  // namespace
+
+TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
+                       const std::filesystem::path& loaderFolder, QWidget* parent)
+    : TMessageHandler<QWidget>(parent),
+      fTexts(texts),
+      fPrefs(prefs),
+      fClock(veldan::system_time),
+      fRandom([] { return uint32_t(std::rand()); }) {
+    fControlBar = new TControlBar(texts, this);
+    fControlBar->SetTarget(this);
+    fPlaylist = new TOrvickView(texts, false, loaderFolder, this);
+    fPlaylist->SetOwner(this);
+    fPlaylist->SetStatusFn([this](const std::string& text) { fControlBar->SetStatusText(text); });
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(fControlBar);
+    layout->addWidget(fPlaylist, 1);
+
+    fSelector.SetOrvickView(fPlaylist);
+    fSelector.SetRandom(fRandom);
+
+    fSilenceTimer.setSingleShot(true);
+    connect(&fSilenceTimer, &QTimer::timeout, this, [this] { SilenceEndedRqtd(); });
+    fPrepare.SetResetSentHandler([this](int32_t kind) {
+        fControlBar->SetResetLit(kind, TLCDIndicator::TLit::kHalfLit);
+    });
+    fProducer.SetEndOfSongHandler([this] { PostFromPlayThread(); });
+    for (int port = 0; port < TOutputChain::kPorts; ++port)
+        fChain.NoteOnManager(port).SetSysResetHandler([this](int32_t kind) {
+            veldan::TMessage seen(kMsgSysResetReceived);
+            seen.AddInt32(kSysResetField, kind);
+            veldan::post_message(this, seen);
+        });
+    fControlBar->TurnOffAllSysReset();
+    UpdatePortCompos();
+    UpdateTransportCompos();
+}
+
+TQuillView::~TQuillView() {
+    // No thread may post here once the view is gone: the play thread ends with Stop, and
+    // a receive thread calls its handler under the lock that replacing the handler takes.
+    fProducer.Stop();
+    for (int port = 0; port < TOutputChain::kPorts; ++port)
+        fChain.NoteOnManager(port).SetSysResetHandler(nullptr);
+}
+
+void TQuillView::PostFromPlayThread() {
+    veldan::TMessage ended(kMsgPlaySongEnded);
+    ended.AddInt32(kSongSerialField, fSongSerial.load(std::memory_order_relaxed));
+    veldan::post_message(this, ended);
+}
+
+void TQuillView::SetRandom(TRandomFn random) {
+    fRandom = std::move(random);
+    fSelector.SetRandom(fRandom);
+}
+
+int32_t TQuillView::CurSongIdx() const { return fPlaylist->CurSongIdx(); }
+
+void TQuillView::SetState(int32_t state) {
+    fState = state;
+    if (fStateHandler) fStateHandler(state);
+}
+
+// Transport ------------------------------------------------------------------------------
+
+bool TQuillView::PlaySong() {
+    if (fPlaylist->Songs() == 0 || fProducer.CountTracks() == 0) return false;
+    if (fState == kStateStopped || IsPreparing()) StepStateToPlay();
+    UpdateTransportCompos();
+    return true;
+}
+
+TPrepareSettings TQuillView::PrepareSettings() const {
+    TPrepareSettings settings;
+    settings.silenceBetweenSongs = fPrefs.waitBetweenSongs;
+    settings.silenceBetweenSongsUs = fPrefs.silenceBetweenSongsUs;
+    settings.sendResets = fPrefs.sendSysResets;
+    settings.resetMask = fPrefs.sysResetCombination;
+    settings.silenceAfterResetsUs = fPrefs.silenceAfterResetsUs;
+    return settings;
+}
+
+void TQuillView::StepStateToPlay() {
+    // The preferences may have changed since the last song; a start in progress keeps
+    // the ones it began with.
+    if (fState == kStateStopped) fPrepare.SetSettings(PrepareSettings());
+    int32_t state = fState;
+    int64_t waitUs = fPrepare.StepToPlay(&state);
+    SetState(state);
+    if (waitUs > 0)
+        fSilenceTimer.start(silence_ms(waitUs));
+    else if (state == kStatePlaying)
+        StartMidiOut();
+}
+
+void TQuillView::SilenceEndedRqtd() {
+    fSilenceTimer.stop();
+    if (IsPreparing()) PlaySong();
+}
+
+void TQuillView::PauseSong() {
+    if (fState == kStatePlaying) {
+        fProducer.Pause();
+        fChain.QuickAllNotesOff();
+        SetState(kStatePaused);
+    } else if (fState == kStatePaused) {
+        StartMidiOut();
+        SetState(kStatePlaying);
+    }
+    UpdateTransportCompos();
+}
+
+void TQuillView::StopSong() {
+    if (fState != kStateStopped) {
+        StopMidiOut();
+        UnsetProducer();
+        SetState(kStateStopped);
+    }
+    UpdateTransportCompos();
+}
+
+void TQuillView::StartMidiOut() {
+    fProducer.Play();
+    fPlayStartUs = fClock();
+}
+
+void TQuillView::StopMidiOut() {
+    fSilenceTimer.stop();
+    fProducer.Stop();
+    fChain.QuickAllNotesOff();
+}
+
+bool TQuillView::SetProducer() {
+    fSongTitle.clear();
+    const TQuillSItem* song = fPlaylist->Song(fPlaylist->CurSongIdx());
+    if (!song) return false;
+    fSongSerial.fetch_add(1, std::memory_order_relaxed);
+    if (fProducer.SetTo(song->EntryRef().string()) != 0) {
+        // Tracks read before the failure would otherwise stay.
+        fProducer.Unset();
+        return false;
+    }
+    fProducer.GetTitle(&fSongTitle);
+    return true;
+}
+
+void TQuillView::UnsetProducer() { fProducer.Unset(); }
+
+bool TQuillView::ChangeSong(int32_t index, bool betweenSongs) {
+    StopMidiOut();
+    UnsetProducer();
+    MarkNowPlaying(false);
+    fPlaylist->SetCurSongIdx(index);
+    if (!SetProducer()) {
+        ExpSongTitle();
+        ShowCannotPlay();
+        if (fState != kStateStopped) SetState(kStateStopped);
+        UpdateTransportCompos();
+        UpdateDeskBarTitle();
+        return false;
+    }
+    MarkNowPlaying(true);
+    ExpSongTitle();
+    fControlBar->TurnOffAllSysReset();
+    bool started = true;
+    if (fState == kStatePlaying || IsPreparing()) {
+        SetState(betweenSongs ? kStateStopped : kStateAfterSilence);
+        started = PlaySong();
+    }
+    UpdateDeskBarTitle();
+    return started;
+}
+
+void TQuillView::ShowCannotPlay() {
+    const TQuillSItem* song = fPlaylist->Song(fPlaylist->CurSongIdx());
+    if (song) fControlBar->SetStatusText(fTexts.Text(kStatCannotPlay) + song->FileName());
+}
+
+// Play modes -----------------------------------------------------------------------------
+
+TSongPick TQuillView::Pick() {
+    TSongPick pick;
+    pick.mode = fPlayMode;
+    pick.current = fPlaylist->CurSongIdx();
+    pick.songs = fPlaylist->Songs();
+    if (fPlayMode == kPlayModeAIRandom)
+        pick.draw = [this] { return fSelector.Select(); };
+    else
+        pick.draw = [this] { return int32_t(fRandom() & 0x7FFFFFFF); };
+    return pick;
+}
+
+bool TQuillView::GetNextSongIdx(bool atEnd, int32_t* index) {
+    return next_song_idx(Pick(), atEnd, index);
+}
+
+bool TQuillView::GetPrevSongIdx(int32_t* index) { return prev_song_idx(Pick(), index); }
+
+void TQuillView::MoveToSong(int32_t index) {
+    ChangeSong(fold_song_idx(index, fPlaylist->Songs()), false);
+    ScrollToSong(fPlaylist->CurSongIdx());
+}
+
+void TQuillView::PlaySongEnded(const veldan::TMessage& message) {
+    int32_t serial = -1;
+    message.FindInt32(kSongSerialField, &serial);
+    // The song may have been left after its end was reported and before the report came.
+    if (serial != fSongSerial.load(std::memory_order_relaxed) || fState != kStatePlaying)
+        return;
+    int32_t index = fPlaylist->CurSongIdx();
+    if (!GetNextSongIdx(true, &index)) {
+        StopSong();
+        return;
+    }
+    ChangeSong(fold_song_idx(index, fPlaylist->Songs()), true);
+    ScrollToSong(fPlaylist->CurSongIdx());
+}
+
+void TQuillView::CButtonNextClicked() {
+    ScoreDownCurrentSong();
+    int32_t index = fPlaylist->CurSongIdx();
+    if (GetNextSongIdx(false, &index)) MoveToSong(index);
+}
+
+void TQuillView::CButtonPrevClicked() {
+    int32_t index = fPlaylist->CurSongIdx();
+    if (GetPrevSongIdx(&index)) MoveToSong(index);
+}
+
+void TQuillView::CButtonPlayClicked() {
+    if (fState == kStatePaused) {
+        PauseSong();
+        return;
+    }
+    // The selected song, else the current one; stop unloads the song, so play loads it.
+    int32_t index = fPlaylist->SelectedSongIdx(0);
+    if (index < 0) index = fPlaylist->CurSongIdx();
+    if (index != fPlaylist->CurSongIdx() || fProducer.CountTracks() == 0)
+        if (!ChangeSong(index, false)) return;
+    ScoreUpCurrentSong();
+    PlaySong();
+}
+
+void TQuillView::ChangeSongRqtd(const veldan::TMessage& message) {
+    int32_t index = 0;
+    if (!message.FindInt32(TOrvickView::kSongIndexField, &index)) return;
+    ScoreDownCurrentSong();
+    if (ChangeSong(index, false)) ScoreUpCurrentSong();
+}
+
+// Scores ---------------------------------------------------------------------------------
+
+void TQuillView::ScoreUpCurrentSong() {
+    if (fPrefs.useAIDatabase) fSelector.ChangeScore(fPlaylist->Song(fPlaylist->CurSongIdx()), 1);
+}
+
+void TQuillView::ScoreDownCurrentSong() {
+    if (!fPrefs.useAIDatabase || fState == kStateStopped) return;
+    if (fClock() - fPlayStartUs > kEarlySkipUs) return;
+    fSelector.ChangeScore(fPlaylist->Song(fPlaylist->CurSongIdx()), -1);
+}
+
+// Menus, sliders and the chain -----------------------------------------------------------
+
+void TQuillView::SysResetReceived(const veldan::TMessage& message) {
+    int32_t kind = 0;
+    if (message.FindInt32(kSysResetField, &kind))
+        fControlBar->SetResetLit(kind, TLCDIndicator::TLit::kLit);
+}
+
+void TQuillView::AllNotesOffRqtd() {
+    fChain.QuickAllNotesOff();
+    // Also what the note tables never saw, such as notes left hanging in a synthesizer.
+    fPorts.MuteAllMidiOut();
+}
+
+void TQuillView::MidiOutRqtd(const veldan::TMessage& message) {
+    int32_t port = 0;
+    int32_t id = 0;
+    if (!message.FindInt32(kMidiPortField, &port) || !message.FindInt32(kConsumerIdField, &id))
+        return;
+    fPorts.ToggleMidiOut(port, id);
+    UpdatePortCompos();
+}
+
+void TQuillView::PlayModeRqtd(const veldan::TMessage& message) {
+    int32_t mode = kPlayModeSeq;
+    if (!message.FindInt32(kPlayModeField, &mode)) return;
+    SetPlayMode(mode);
+    ScoreUpCurrentSong();
+}
+
+void TQuillView::SliderChangedRqtd(const veldan::TMessage& message) {
+    int32_t value = 0;
+    if (!message.FindInt32(kSliderValueField, &value)) return;
+    switch (message.what) {
+        case kMsgVolumeChanged:
+            fChain.SetVolume(value);
+            break;
+        case kMsgKeyChanged:
+            // Notes started in the old key would get their note-offs in the new one.
+            fChain.QuickAllNotesOff();
+            fChain.SetKey(value);
+            break;
+        case kMsgTempoChanged:
+            fProducer.SetTempoRate(value);
+            break;
+        case kMsgPosChanged:
+            fChain.QuickAllNotesOff();
+            fProducer.SetCurrentTick(uint32_t(uint64_t(fProducer.CountTicks()) * uint32_t(value) / 100));
+            break;
+        default:
+            break;
+    }
+}
+
+// Compos ---------------------------------------------------------------------------------
+
+void TQuillView::UpdatePortCompos() {
+    for (int port = 0; port < TOutputChain::kPorts; ++port)
+        fControlBar->SetPortLit(port, fPorts.IsPortConnected(port));
+}
+
+void TQuillView::ExpSongTitle() { fControlBar->SetTitle(fSongTitle); }
+
+void TQuillView::UpdateTransportCompos() { fControlBar->SetPlayState(fState); }
+
+void TQuillView::UpdateDeskBarTitle() {
+    if (!fTitleTarget) return;
+    veldan::TMessage title(kMsgDeskBarTitle);
+    bool hasSong = fPlaylist->Song(fPlaylist->CurSongIdx()) != nullptr;
+    title.AddString(kDeskBarTitleField, hasSong ? fSongTitle : std::string(kAppDisplayName));
+    veldan::post_message(fTitleTarget, title);
+}
+
+void TQuillView::MarkNowPlaying(bool playing) {
+    // The row has no flag of its own for this; a bold text shows the song in the list.
+    TQuillSItem* song = fPlaylist->Song(fPlaylist->CurSongIdx());
+    if (!song) return;
+    QFont font = song->font(0);
+    font.setBold(playing);
+    song->setFont(0, font);
+}
+
+void TQuillView::ScrollToSong(int32_t index) {
+    if (TQuillSItem* song = fPlaylist->Song(index)) fPlaylist->scrollToItem(song);
+}
+
+void TQuillView::MessageReceived(veldan::TMessage* message) {
+    switch (message->what) {
+        case kMsgPlaySongEnded: PlaySongEnded(*message); break;
+        case kMsgSilenceEnded: SilenceEndedRqtd(); break;
+        case kMsgSysResetReceived: SysResetReceived(*message); break;
+        case kMsgPlay: CButtonPlayClicked(); break;
+        case kMsgPause: PauseSong(); break;
+        case kMsgStop: StopSong(); break;
+        case kMsgNext: CButtonNextClicked(); break;
+        case kMsgPrev: CButtonPrevClicked(); break;
+        case TOrvickView::kMsgChangeSongRqtd: ChangeSongRqtd(*message); break;
+        case kMsgAllNotesOff: AllNotesOffRqtd(); break;
+        case kMsgMidiOut: MidiOutRqtd(*message); break;
+        case kMsgPlayMode: PlayModeRqtd(*message); break;
+        case kMsgVolumeChanged:
+        case kMsgKeyChanged:
+        case kMsgTempoChanged:
+        case kMsgPosChanged: SliderChangedRqtd(*message); break;
+        default: TMessageHandler<QWidget>::MessageReceived(message); break;
+    }
+}
+
+}  // namespace quill

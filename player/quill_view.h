@@ -1,0 +1,177 @@
+#pragma once
+// TQuillView: the main view and the player's controller. It owns the control bar, the
+// playlist, the learning selector and the whole playback chain for the program's life, and
+// turns the bar's buttons and sliders, the menus' requests and the producer's reports into
+// transport actions on the playlist's songs.
+//
+// Threads: everything runs on the GUI thread. The play thread (end of song) and the note-on
+// managers' receive threads (a reset seen in the song) only post messages here.
+//
+// The player state is 0 stopped, 1 playing, 2 paused, 3 to 7 preparing (the silence
+// between songs and the system resets, each followed by its own silence).
+
+#include <QPointer>
+#include <QTimer>
+#include <QWidget>
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "engine/midi_out_ports.h"
+#include "engine/output_chain.h"
+#include "engine/prepare_sequence.h"
+#include "engine/smf_producer.h"
+#include "playlist/ai_selector.h"
+#include "playlist/loader_host.h"
+#include "player/control_bar.h"
+#include "player/play_modes.h"
+#include "veldan/core/handler.h"
+
+class TOrvickView;
+class TPref;
+class TQuillSItem;
+
+namespace veldan {
+class TLLT;
+}
+
+namespace quill {
+
+class TQuillView : public veldan::TMessageHandler<QWidget> {
+public:
+    static constexpr uint32_t kMsgPlaySongEnded = 'plse';
+    static constexpr char kSongSerialField[] = "SongSerial";
+    static constexpr uint32_t kMsgSilenceEnded = 'slwe';
+    static constexpr uint32_t kMsgSysResetReceived = 'syrr';
+    static constexpr char kSysResetField[] = "SysReset";
+    static constexpr uint32_t kMsgAllNotesOff = 'alnf';
+    static constexpr uint32_t kMsgMidiOut = 'mido';
+    static constexpr char kMidiPortField[] = "MIDIPort";
+    static constexpr char kConsumerIdField[] = "be:id";
+    static constexpr uint32_t kMsgPlayMode = 'plmd';
+    static constexpr char kPlayModeField[] = "PlayMode";
+    static constexpr uint32_t kMsgDeskBarTitle = 'sdtr';
+    static constexpr char kDeskBarTitleField[] = "DeskBarTitle";
+    static constexpr char kSliderValueField[] = "be:value";
+    // The Deskbar title when no song is current.
+    static constexpr char kAppDisplayName[] = "Quill MIDI";
+
+    // Scoring counts a song as skipped early up to this long after output started.
+    static constexpr int64_t kEarlySkipUs = 9999999;
+
+    // Microseconds of a monotonic clock.
+    using TClockFn = std::function<int64_t()>;
+    // A non-negative random number, as rand() gives.
+    using TRandomFn = std::function<uint32_t()>;
+    using TStateFn = std::function<void(int32_t state)>;
+
+    // texts and prefs are read, never copied, so a change of either takes effect at the
+    // next use; both must outlive the view.
+    TQuillView(const veldan::TLLT& texts, const TPref& prefs,
+               const std::filesystem::path& loaderFolder = default_loader_folder(),
+               QWidget* parent = nullptr);
+    ~TQuillView() override;
+
+    TControlBar* ControlBar() const { return fControlBar; }
+    TOrvickView* OrvickView() const { return fPlaylist; }
+    TAISelector& AISelector() { return fSelector; }
+    TSMFProducer& Producer() { return fProducer; }
+    TOutputChain& Chain() { return fChain; }
+    TMidiOutPorts& Ports() { return fPorts; }
+
+    void SetClock(TClockFn clock) { fClock = std::move(clock); }
+    // Also the selector's source, so AI random runs can be replayed.
+    void SetRandom(TRandomFn random);
+    // Told every change of the player state (the application keeps a copy for others).
+    void SetStateHandler(TStateFn handler) { fStateHandler = std::move(handler); }
+    // The main window, told of a new Deskbar title ('sdtr').
+    void SetTitleTarget(QObject* target) { fTitleTarget = target; }
+
+    int32_t State() const { return fState; }
+    int32_t PlayMode() const { return fPlayMode; }
+    void SetPlayMode(int32_t mode) { fPlayMode = mode; }
+    int32_t CurSongIdx() const;
+    const std::string& SongTitle() const { return fSongTitle; }
+    int64_t PlayStartUs() const { return fPlayStartUs; }
+
+    // Transport.
+    bool PlaySong();
+    void PauseSong();
+    void StopSong();
+    // Loads the song at index; keeps the player going when it was playing or preparing,
+    // through the silence between songs when betweenSongs. False when the song could not
+    // be loaded or not started.
+    bool ChangeSong(int32_t index, bool betweenSongs);
+    void StartMidiOut();
+    void StopMidiOut();
+
+    // Not const: the AI random mode's draw counts the selection.
+    bool GetNextSongIdx(bool atEnd, int32_t* index);
+    bool GetPrevSongIdx(int32_t* index);
+
+    void ScoreUpCurrentSong();
+    void ScoreDownCurrentSong();
+
+    // Requests, as the control bar, the menus and the playlist send them.
+    void CButtonPlayClicked();
+    void CButtonNextClicked();
+    void CButtonPrevClicked();
+    void ChangeSongRqtd(const veldan::TMessage& message);
+    void PlaySongEnded(const veldan::TMessage& message);
+    void SilenceEndedRqtd();
+    void SysResetReceived(const veldan::TMessage& message);
+    void AllNotesOffRqtd();
+    void MidiOutRqtd(const veldan::TMessage& message);
+    void PlayModeRqtd(const veldan::TMessage& message);
+    void SliderChangedRqtd(const veldan::TMessage& message);
+
+    void UpdatePortCompos();
+    void ExpSongTitle();
+
+    void MessageReceived(veldan::TMessage* message) override;
+
+private:
+    void SetState(int32_t state);
+    bool IsPreparing() const { return fState >= kStateAfterSilence && fState <= kStateAfterXG; }
+    void StepStateToPlay();
+    bool SetProducer();
+    void UnsetProducer();
+    TPrepareSettings PrepareSettings() const;
+    TSongPick Pick();
+    void MoveToSong(int32_t index);
+    void MarkNowPlaying(bool playing);
+    void ScrollToSong(int32_t index);
+    void UpdateTransportCompos();
+    void UpdateDeskBarTitle();
+    void ShowCannotPlay();
+    void PostFromPlayThread();
+
+    const veldan::TLLT& fTexts;
+    const TPref& fPrefs;
+    TControlBar* fControlBar = nullptr;
+    TOrvickView* fPlaylist = nullptr;
+    TAISelector fSelector;
+
+    TSMFProducer fProducer;
+    TOutputChain fChain{fProducer};
+    TMidiOutPorts fPorts{fChain};
+    TPrepareSequence fPrepare{fChain};
+    QTimer fSilenceTimer;
+
+    TClockFn fClock;
+    TRandomFn fRandom;
+    TStateFn fStateHandler;
+    QPointer<QObject> fTitleTarget;
+
+    int32_t fState = kStateStopped;
+    int32_t fPlayMode = kPlayModeSeq;
+    int64_t fPlayStartUs = 0;
+    std::string fSongTitle;
+    // Told to the play thread's report, so a report of a song already left is ignored.
+    std::atomic<int32_t> fSongSerial{0};
+};
+
+}  // namespace quill
