@@ -2,11 +2,21 @@
 // A producer wired through the output chain to recording consumers on both public ports.
 
 #include <atomic>
+#include <string>
+#include <vector>
 
 #include "engine/output_chain.h"
 #include "engine/smf_producer.h"
 #include "midi/recorder.h"
 #include "tests/support/wait.h"
+
+// What a recorder received, one event per line as hex bytes.
+inline std::vector<std::string> recorded(const TMidiRecorder& recorder) {
+    std::vector<std::string> lines;
+    for (const auto& entry : recorder.Entries())
+        lines.push_back(hex_bytes(recorder.BytesOf(entry), entry.length));
+    return lines;
+}
 
 struct TChainFixture {
     TSMFProducer producer;

@@ -10,13 +10,6 @@
 
 namespace {
 
-std::vector<std::string> recorded(const TMidiRecorder& recorder) {
-    std::vector<std::string> lines;
-    for (const auto& entry : recorder.Entries())
-        lines.push_back(hex_bytes(recorder.BytesOf(entry), entry.length));
-    return lines;
-}
-
 TEST(MidiOutPorts, LettingAConsumerGoSilencesAllSixteenChannels) {
     TSMFProducer producer;
     TOutputChain chain(producer);

@@ -9,13 +9,6 @@
 
 namespace {
 
-std::vector<std::string> recorded(const TMidiRecorder& recorder) {
-    std::vector<std::string> lines;
-    for (const auto& entry : recorder.Entries())
-        lines.push_back(hex_bytes(recorder.BytesOf(entry), entry.length));
-    return lines;
-}
-
 // Feeds lane 0 of the chain directly, as the play thread would.
 struct TLaneFixture : TChainFixture {
     const TMidiLocalProducer& in = *producer.Producer(0);
