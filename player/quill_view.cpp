@@ -16,6 +16,7 @@ namespace quill {
 namespace {
 
 constexpr char kStatCannotPlay[] = "Stat_Str_Cannot_Play";
+constexpr int64_t kKeyDrainUs = 200000;
 
 // A timer interval in milliseconds, never shorter than the silence asked for.
 int silence_ms(int64_t us) { return int((us + 999) / 1000); }
@@ -323,8 +324,10 @@ void TQuillView::SliderChangedRqtd(const veldan::TMessage& message) {
             fChain.SetVolume(value);
             break;
         case kMsgKeyChanged:
-            // Notes started in the old key would get their note-offs in the new one.
+            // Notes started in the old key would get their note-offs in the new one, and so
+            // would the silencing note-offs still queued in the filters.
             fChain.QuickAllNotesOff();
+            fChain.WaitIdle(kKeyDrainUs);
             fChain.SetKey(value);
             break;
         case kMsgTempoChanged:

@@ -1,0 +1,361 @@
+// The player controller against real files, the real chain and its threads: recorders
+// on both public ports hear what would reach a synthesizer.
+
+#include "player/quill_view.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/settings/pref.h"
+#include "engine/sys_reset.h"
+#include "midi/recorder.h"
+#include "playlist/orvick_view.h"
+#include "tests/support/scoped_env.h"
+#include "tests/support/smf_builder.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/wait.h"
+#include "tests/support/widget_app.h"
+#include "veldan/core/llt.h"
+
+// The engine's state names; the control bar repeats the first three in its namespace.
+using quill::TLCDIndicator;
+using quill::TQuillView;
+using quill::kMsgKeyChanged;
+using quill::kMsgPosChanged;
+using quill::kMsgTempoChanged;
+using quill::kMsgVolumeChanged;
+using quill::kPlayModeMonoRepeat;
+using quill::kPlayModeRandom;
+using quill::kPlayModeSeq;
+using quill::kPlayModeSeqRepeat;
+
+namespace {
+
+constexpr uint8_t kNote = 60;
+// At 480 ticks per quarter and the default tempo, 48 ticks last 50 ms.
+constexpr uint32_t kShortSong = 48;
+constexpr uint32_t kLongSong = 480 * 40;  // 20 s
+constexpr int64_t kSecondUs = 1000000;
+
+bool is_note_on(const std::vector<uint8_t>& bytes) {
+    return bytes.size() == 3 && (bytes[0] & 0xF0) == 0x90 && bytes[1] == kNote && bytes[2] != 0;
+}
+
+bool is_note_off(const std::vector<uint8_t>& bytes) {
+    return bytes.size() == 3 && bytes[1] == kNote &&
+           ((bytes[0] & 0xF0) == 0x80 || ((bytes[0] & 0xF0) == 0x90 && bytes[2] == 0));
+}
+
+// The reset of that kind (1 GM, 2 GS, 4 88, 8 XG), as the port sends it after 0xF0.
+bool is_reset(const std::vector<uint8_t>& bytes, int32_t kind) {
+    for (const TSysReset& reset : kSysResets)
+        if (reset.kind == kind)
+            return bytes.size() > reset.length && bytes[0] == 0xF0 &&
+                   std::memcmp(bytes.data() + 1, reset.bytes, reset.length) == 0;
+    return false;
+}
+
+}  // namespace
+
+class QuillViewTest : public TWidgetTest {
+protected:
+    QuillViewTest() {
+        fView = std::make_unique<TQuillView>(fTexts, fPrefs, fTemp.Path() / "no-loaders");
+        fView->SetClock([this] { return fNow; });
+        fView->Chain().PublicOut(0)->Connect(&fPortA);
+        fView->Chain().PublicOut(1)->Connect(&fPortB);
+    }
+    ~QuillViewTest() override { fView.reset(); }
+
+    std::filesystem::path WriteSong(int number, uint32_t noteTicks, bool withGSReset = false) {
+        TSmfBuilder smf(1, 480);
+        TTrackBuilder& track = smf.AddTrack().Name(0, "Song " + std::to_string(number));
+        if (withGSReset) track.SysEx(0, {0x41, 0x10, 0x42, 0x12, 0x40, 0x00, 0x7F, 0x00, 0x41, 0xF7});
+        track.NoteOn(0, 0, kNote, 100).NoteOff(noteTicks, 0, kNote);
+        return fTemp.Write("song" + std::to_string(number) + ".mid", smf.Bytes());
+    }
+
+    // Songs 0 to count - 1; the first one added becomes current and is loaded.
+    void AddSongs(int count, uint32_t noteTicks) {
+        for (int i = 0; i < count; ++i) AddSong(WriteSong(i, noteTicks));
+        ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
+    }
+    void AddSong(const std::filesystem::path& file) {
+        ASSERT_TRUE(fView->OrvickView()->AddListFolderFileToTopLevel(file)) << file;
+    }
+
+    bool WaitForState(int32_t state) {
+        return process_until([&] { return fView->State() == state; });
+    }
+    size_t Count(const TMidiRecorder& port, bool (*match)(const std::vector<uint8_t>&)) const {
+        size_t count = 0;
+        for (size_t i = 0; i < port.Count(); ++i) count += match(port.EventBytes(i)) ? 1 : 0;
+        return count;
+    }
+    bool WaitForCount(const TMidiRecorder& port, bool (*match)(const std::vector<uint8_t>&),
+                      size_t count) {
+        return process_until([&] { return Count(port, match) >= count; });
+    }
+    int32_t Priority(int number) const {
+        const auto& scores = fView->AISelector().Scores();
+        auto at = scores.find("song" + std::to_string(number) + ".mid");
+        return at == scores.end() ? TAISelector::kNeutralPriority : at->second.priority;
+    }
+    TLCDIndicator* Indicator(const char* name) const {
+        return fView->ControlBar()->findChild<TLCDIndicator*>(name);
+    }
+    void Post(uint32_t what, const char* field, int32_t value) {
+        veldan::TMessage message(what);
+        message.AddInt32(field, value);
+        veldan::post_message(fView.get(), message);
+        QCoreApplication::sendPostedEvents();
+    }
+
+    TTempDir fTemp;
+    TTempDir fConfig;
+    TScopedEnv fXdg{"XDG_CONFIG_HOME", fConfig.Path().c_str()};
+    veldan::TLLT fTexts;
+    TPref fPrefs;
+    int64_t fNow = 1000 * kSecondUs;
+    TMidiRecorder fPortA{"port A", 1 << 12};
+    TMidiRecorder fPortB{"port B", 1 << 12};
+    std::unique_ptr<TQuillView> fView;
+};
+
+TEST_F(QuillViewTest, SequentialStopsAfterTheLastSong) {
+    AddSongs(2, kShortSong);
+    fView->SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->ChangeSong(1, false));
+    ASSERT_TRUE(fView->PlaySong());
+    EXPECT_EQ(fView->State(), kStatePlaying);
+    ASSERT_TRUE(WaitForState(kStateStopped));
+    EXPECT_EQ(fView->CurSongIdx(), 1);
+    EXPECT_EQ(fView->Producer().CountTracks(), 0u);
+    EXPECT_EQ(Count(fPortA, is_note_on), 1u);
+}
+
+TEST_F(QuillViewTest, SequentialRepeatWrapsToTheFirstSong) {
+    AddSongs(2, kShortSong);
+    fView->SetPlayMode(kPlayModeSeqRepeat);
+    ASSERT_TRUE(fView->ChangeSong(1, false));
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(process_until([this] { return fView->CurSongIdx() == 0; }));
+    EXPECT_EQ(fView->State(), kStatePlaying);
+    EXPECT_EQ(fView->SongTitle(), "Song 0");
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 2));
+}
+
+TEST_F(QuillViewTest, MonoRepeatRestartsTheSongButNextMovesOn) {
+    AddSongs(2, kShortSong);
+    fView->SetPlayMode(kPlayModeMonoRepeat);
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 3));
+    EXPECT_EQ(fView->CurSongIdx(), 0);
+    fView->CButtonNextClicked();
+    EXPECT_EQ(fView->CurSongIdx(), 1);
+    EXPECT_EQ(fView->State(), kStatePlaying);
+}
+
+TEST_F(QuillViewTest, RandomWithOneSongPicksItAgain) {
+    AddSongs(1, kShortSong);
+    fView->SetRandom([] { return 12345u; });
+    fView->SetPlayMode(kPlayModeRandom);
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 2));
+    EXPECT_EQ(fView->CurSongIdx(), 0);
+    fView->CButtonNextClicked();
+    EXPECT_EQ(fView->CurSongIdx(), 0);
+    EXPECT_GT(fView->Producer().CountTracks(), 0u);
+}
+
+TEST_F(QuillViewTest, RandomDrawsFromTheInjectedSource) {
+    AddSongs(3, kLongSong);
+    std::vector<uint32_t> draws = {0, 3, 5};  // modulo 3: the current song, again, then 2
+    size_t next = 0;
+    fView->SetRandom([&] { return draws[next++]; });
+    fView->SetPlayMode(kPlayModeRandom);
+    fView->CButtonNextClicked();
+    EXPECT_EQ(fView->CurSongIdx(), 2);
+    EXPECT_EQ(next, 3u);
+}
+
+TEST_F(QuillViewTest, NextEarlyLowersTheScoreLateDoesNot) {
+    AddSongs(2, kLongSong);
+    fView->SetPlayMode(kPlayModeSeqRepeat);
+    ASSERT_TRUE(fView->PlaySong());
+    const int32_t first = Priority(0);
+    fNow += 5 * kSecondUs;
+    fView->CButtonNextClicked();
+    EXPECT_EQ(Priority(0), first - 1);
+    ASSERT_EQ(fView->CurSongIdx(), 1);
+
+    const int32_t second = Priority(1);
+    fNow += 15 * kSecondUs;
+    fView->CButtonNextClicked();
+    EXPECT_EQ(Priority(1), second);
+    EXPECT_EQ(fView->CurSongIdx(), 0);
+}
+
+TEST_F(QuillViewTest, ScoresStayWhenLearningIsOff) {
+    fPrefs.useAIDatabase = false;
+    AddSongs(2, kLongSong);
+    ASSERT_TRUE(fView->PlaySong());
+    fNow += 5 * kSecondUs;
+    fView->CButtonNextClicked();
+    fView->ScoreUpCurrentSong();
+    EXPECT_TRUE(fView->AISelector().Scores().empty());
+}
+
+TEST_F(QuillViewTest, PlayingLearnsTheSongWhenLearningIsOn) {
+    AddSongs(2, kLongSong);
+    const int32_t before = Priority(0);
+    fView->CButtonPlayClicked();
+    EXPECT_EQ(Priority(0), before + 1);
+    EXPECT_EQ(fView->State(), kStatePlaying);
+}
+
+TEST_F(QuillViewTest, ResetsGoOutInOrderWithTheirSilences) {
+    fPrefs.sendSysResets = true;
+    fPrefs.sysResetCombination = 0x0A;  // GS and XG
+    fPrefs.silenceAfterResetsUs = 150000;
+    AddSongs(1, kShortSong);
+    ASSERT_TRUE(fView->PlaySong());
+    EXPECT_EQ(fView->State(), kStateAfterGS);
+    EXPECT_EQ(Indicator("StrViewSysGS")->Lit(), TLCDIndicator::TLit::kHalfLit);
+    EXPECT_EQ(Indicator("StrViewSysGM")->Lit(), TLCDIndicator::TLit::kUnlit);
+    ASSERT_TRUE(WaitForState(kStateAfterXG));
+    ASSERT_TRUE(WaitForState(kStatePlaying));
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+
+    ASSERT_GE(fPortA.Count(), 3u);
+    EXPECT_TRUE(is_reset(fPortA.EventBytes(0), 2));
+    EXPECT_TRUE(is_reset(fPortA.EventBytes(1), 8));
+    EXPECT_TRUE(is_note_on(fPortA.EventBytes(2)));
+    auto entries = fPortA.Entries();
+    EXPECT_GE(entries[1].arrivalUs - entries[0].arrivalUs, 140000);
+    EXPECT_GE(entries[2].arrivalUs - entries[1].arrivalUs, 140000);
+    ASSERT_TRUE(wait_for([this] { return fPortB.Count() >= 2; }));
+    EXPECT_TRUE(is_reset(fPortB.EventBytes(0), 2));
+    EXPECT_TRUE(is_reset(fPortB.EventBytes(1), 8));
+}
+
+TEST_F(QuillViewTest, WithoutSilencesOrResetsASongStartsAtOnce) {
+    AddSongs(1, kLongSong);
+    ASSERT_TRUE(fView->PlaySong());
+    EXPECT_EQ(fView->State(), kStatePlaying);
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+    EXPECT_EQ(fPortA.Count(), 1u);
+}
+
+TEST_F(QuillViewTest, SilenceBetweenSongsWaitsBeforeTheStart) {
+    fPrefs.waitBetweenSongs = true;
+    fPrefs.silenceBetweenSongsUs = 100000;
+    AddSongs(1, kLongSong);
+    ASSERT_TRUE(fView->PlaySong());
+    EXPECT_EQ(fView->State(), kStateAfterSilence);
+    ASSERT_TRUE(WaitForState(kStatePlaying));
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+}
+
+TEST_F(QuillViewTest, StopSilencesTheSoundingNoteAndUnloads) {
+    AddSongs(1, kLongSong);
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+    fView->StopSong();
+    EXPECT_EQ(fView->State(), kStateStopped);
+    EXPECT_EQ(fView->Producer().CountTracks(), 0u);
+    EXPECT_TRUE(WaitForCount(fPortA, is_note_off, 1));
+}
+
+TEST_F(QuillViewTest, PauseSilencesAndResumes) {
+    AddSongs(1, kLongSong);
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+    fView->PauseSong();
+    EXPECT_EQ(fView->State(), kStatePaused);
+    EXPECT_TRUE(fView->Producer().IsPaused());
+    EXPECT_TRUE(WaitForCount(fPortA, is_note_off, 1));
+    fView->CButtonPlayClicked();
+    EXPECT_EQ(fView->State(), kStatePlaying);
+    EXPECT_FALSE(fView->Producer().IsPaused());
+}
+
+TEST_F(QuillViewTest, ChangeWhileStoppedLoadsButDoesNotStart) {
+    AddSongs(2, kShortSong);
+    ASSERT_TRUE(fView->ChangeSong(1, false));
+    EXPECT_EQ(fView->State(), kStateStopped);
+    EXPECT_EQ(fView->CurSongIdx(), 1);
+    EXPECT_GT(fView->Producer().CountTracks(), 0u);
+    EXPECT_FALSE(fView->Producer().IsPlaying());
+    EXPECT_EQ(fView->SongTitle(), "Song 1");
+    QTest::qWait(150);
+    EXPECT_EQ(fPortA.Count(), 0u);
+}
+
+TEST_F(QuillViewTest, AnUnloadableSongLeavesTheProducerEmpty) {
+    AddSongs(1, kLongSong);
+    AddSong(fTemp.Write("truncated.mid", std::string("MThd")));
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_EQ(fView->OrvickView()->Songs(), 2);
+    EXPECT_FALSE(fView->ChangeSong(1, false));
+    EXPECT_EQ(fView->Producer().CountTracks(), 0u);
+    EXPECT_FALSE(fView->Producer().IsPlaying());
+    EXPECT_EQ(fView->State(), kStateStopped);
+    EXPECT_EQ(fView->SongTitle(), "");
+    EXPECT_FALSE(fView->PlaySong());
+}
+
+TEST_F(QuillViewTest, AResetInTheSongLightsItsIndicator) {
+    AddSong(WriteSong(0, kShortSong, true));
+    ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
+    ASSERT_TRUE(fView->PlaySong());
+    EXPECT_TRUE(process_until(
+        [this] { return Indicator("StrViewSysGS")->Lit() == TLCDIndicator::TLit::kLit; }));
+    EXPECT_EQ(Indicator("StrViewSysXG")->Lit(), TLCDIndicator::TLit::kUnlit);
+}
+
+TEST_F(QuillViewTest, SlidersReachTheChainAndTheProducer) {
+    AddSongs(1, kLongSong);
+    Post(kMsgVolumeChanged, TQuillView::kSliderValueField, 150);
+    EXPECT_EQ(fView->Chain().Filter(0).Volume(), 150);
+    EXPECT_EQ(fView->Chain().Filter(1).Volume(), 150);
+    Post(kMsgTempoChanged, TQuillView::kSliderValueField, 200);
+    EXPECT_EQ(fView->Producer().TempoRate(), 200);
+
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+    Post(kMsgKeyChanged, TQuillView::kSliderValueField, 3);
+    EXPECT_EQ(fView->Chain().Filter(0).Key(), 3);
+    // The note started in the old key is silenced in it.
+    EXPECT_TRUE(WaitForCount(fPortA, is_note_off, 1));
+
+    Post(kMsgPosChanged, TQuillView::kSliderValueField, 50);
+    EXPECT_GE(fView->Producer().CurrentTick(), kLongSong / 2);
+}
+
+TEST_F(QuillViewTest, APortMenuItemConnectsThenLetsGoWithSilence) {
+    fView->Chain().PublicOut(1)->Disconnect(&fPortB);
+    TMidiRecorder synth("synth", 256);
+    synth.Register();
+    Post(TQuillView::kMsgMidiOut, TQuillView::kMidiPortField, 1);
+    EXPECT_FALSE(fView->Ports().IsPortConnected(1));  // no consumer named: nothing happens
+
+    veldan::TMessage item(TQuillView::kMsgMidiOut);
+    item.AddInt32(TQuillView::kMidiPortField, 1);
+    item.AddInt32(TQuillView::kConsumerIdField, synth.ID());
+    veldan::post_message(fView.get(), item);
+    QCoreApplication::sendPostedEvents();
+    EXPECT_EQ(Indicator("StrViewPortB")->Lit(), TLCDIndicator::TLit::kLit);
+
+    veldan::post_message(fView.get(), item);
+    QCoreApplication::sendPostedEvents();
+    EXPECT_FALSE(fView->Ports().IsPortConnected(1));
+    EXPECT_EQ(Indicator("StrViewPortB")->Lit(), TLCDIndicator::TLit::kUnlit);
+    EXPECT_TRUE(wait_for([&] { return synth.Count() == 48; }));
+    synth.Unregister();
+}
