@@ -11,12 +11,12 @@
 namespace quill {
 
 enum TPlayMode : int32_t {
-    kPlayModeSeq = 0,        // sequential, stop after the last song
-    kPlayModeSeqRepeat = 1,  // sequential, wrap to the first song
-    kPlayModeMono = 2,       // one song, then stop
-    kPlayModeMonoRepeat = 3, // repeat the current song
+    kPlayModeSeq = 0,         // sequential, stop after the last song
+    kPlayModeSeqRepeat = 1,   // sequential, wrap to the first song
+    kPlayModeMono = 2,        // one song, then stop
+    kPlayModeMonoRepeat = 3,  // repeat the current song
     kPlayModeRandom = 4,
-    kPlayModeAIRandom = 5,   // random by learned scores
+    kPlayModeAIRandom = 5,  // random by learned scores
 };
 
 struct TSongPick {

@@ -2,7 +2,6 @@
 
 #include <QFont>
 #include <QVBoxLayout>
-
 #include <cstdlib>
 
 #include "app/settings/pref.h"
@@ -46,9 +45,8 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
 
     fSilenceTimer.setSingleShot(true);
     connect(&fSilenceTimer, &QTimer::timeout, this, [this] { SilenceEndedRqtd(); });
-    fPrepare.SetResetSentHandler([this](int32_t kind) {
-        fControlBar->SetResetLit(kind, TLCDIndicator::TLit::kHalfLit);
-    });
+    fPrepare.SetResetSentHandler(
+        [this](int32_t kind) { fControlBar->SetResetLit(kind, TLCDIndicator::TLit::kHalfLit); });
     fProducer.SetEndOfSongHandler([this] { PostFromPlayThread(); });
     for (int port = 0; port < TOutputChain::kPorts; ++port)
         fChain.NoteOnManager(port).SetSysResetHandler([this](int32_t kind) {
@@ -231,8 +229,7 @@ void TQuillView::PlaySongEnded(const veldan::TMessage& message) {
     int32_t serial = -1;
     message.FindInt32(kSongSerialField, &serial);
     // The song may have been left after its end was reported and before the report came.
-    if (serial != fSongSerial.load(std::memory_order_relaxed) || fState != kStatePlaying)
-        return;
+    if (serial != fSongSerial.load(std::memory_order_relaxed) || fState != kStatePlaying) return;
     int32_t index = fPlaylist->CurSongIdx();
     if (!GetNextSongIdx(true, &index)) {
         StopSong();
@@ -335,7 +332,8 @@ void TQuillView::SliderChangedRqtd(const veldan::TMessage& message) {
             break;
         case kMsgPosChanged:
             fChain.QuickAllNotesOff();
-            fProducer.SetCurrentTick(uint32_t(uint64_t(fProducer.CountTicks()) * uint32_t(value) / 100));
+            fProducer.SetCurrentTick(
+                uint32_t(uint64_t(fProducer.CountTicks()) * uint32_t(value) / 100));
             break;
         default:
             break;
@@ -376,23 +374,51 @@ void TQuillView::ScrollToSong(int32_t index) {
 
 void TQuillView::MessageReceived(veldan::TMessage* message) {
     switch (message->what) {
-        case kMsgPlaySongEnded: PlaySongEnded(*message); break;
-        case kMsgSilenceEnded: SilenceEndedRqtd(); break;
-        case kMsgSysResetReceived: SysResetReceived(*message); break;
-        case kMsgPlay: CButtonPlayClicked(); break;
-        case kMsgPause: PauseSong(); break;
-        case kMsgStop: StopSong(); break;
-        case kMsgNext: CButtonNextClicked(); break;
-        case kMsgPrev: CButtonPrevClicked(); break;
-        case TOrvickView::kMsgChangeSongRqtd: ChangeSongRqtd(*message); break;
-        case kMsgAllNotesOff: AllNotesOffRqtd(); break;
-        case kMsgMidiOut: MidiOutRqtd(*message); break;
-        case kMsgPlayMode: PlayModeRqtd(*message); break;
+        case kMsgPlaySongEnded:
+            PlaySongEnded(*message);
+            break;
+        case kMsgSilenceEnded:
+            SilenceEndedRqtd();
+            break;
+        case kMsgSysResetReceived:
+            SysResetReceived(*message);
+            break;
+        case kMsgPlay:
+            CButtonPlayClicked();
+            break;
+        case kMsgPause:
+            PauseSong();
+            break;
+        case kMsgStop:
+            StopSong();
+            break;
+        case kMsgNext:
+            CButtonNextClicked();
+            break;
+        case kMsgPrev:
+            CButtonPrevClicked();
+            break;
+        case TOrvickView::kMsgChangeSongRqtd:
+            ChangeSongRqtd(*message);
+            break;
+        case kMsgAllNotesOff:
+            AllNotesOffRqtd();
+            break;
+        case kMsgMidiOut:
+            MidiOutRqtd(*message);
+            break;
+        case kMsgPlayMode:
+            PlayModeRqtd(*message);
+            break;
         case kMsgVolumeChanged:
         case kMsgKeyChanged:
         case kMsgTempoChanged:
-        case kMsgPosChanged: SliderChangedRqtd(*message); break;
-        default: TMessageHandler<QWidget>::MessageReceived(message); break;
+        case kMsgPosChanged:
+            SliderChangedRqtd(*message);
+            break;
+        default:
+            TMessageHandler<QWidget>::MessageReceived(message);
+            break;
     }
 }
 

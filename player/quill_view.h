@@ -13,7 +13,6 @@
 #include <QPointer>
 #include <QTimer>
 #include <QWidget>
-
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
@@ -24,10 +23,10 @@
 #include "engine/output_chain.h"
 #include "engine/prepare_sequence.h"
 #include "engine/smf_producer.h"
-#include "playlist/ai_selector.h"
-#include "playlist/loader_host.h"
 #include "player/control_bar.h"
 #include "player/play_modes.h"
+#include "playlist/ai_selector.h"
+#include "playlist/loader_host.h"
 #include "veldan/core/handler.h"
 
 class TOrvickView;
@@ -41,7 +40,7 @@ class TLLT;
 namespace quill {
 
 class TQuillView : public veldan::TMessageHandler<QWidget> {
-public:
+  public:
     static constexpr uint32_t kMsgPlaySongEnded = 'plse';
     static constexpr char kSongSerialField[] = "SongSerial";
     static constexpr uint32_t kMsgSilenceEnded = 'slwe';
@@ -133,7 +132,7 @@ public:
 
     void MessageReceived(veldan::TMessage* message) override;
 
-private:
+  private:
     void SetState(int32_t state);
     bool IsPreparing() const { return fState >= kStateAfterSilence && fState <= kStateAfterXG; }
     void StepStateToPlay();

@@ -23,8 +23,6 @@
 #include "veldan/core/llt.h"
 
 // The engine's state names; the control bar repeats the first three in its namespace.
-using quill::TLCDIndicator;
-using quill::TQuillView;
 using quill::kMsgKeyChanged;
 using quill::kMsgPosChanged;
 using quill::kMsgTempoChanged;
@@ -33,6 +31,8 @@ using quill::kPlayModeMonoRepeat;
 using quill::kPlayModeRandom;
 using quill::kPlayModeSeq;
 using quill::kPlayModeSeqRepeat;
+using quill::TLCDIndicator;
+using quill::TQuillView;
 
 namespace {
 
@@ -63,7 +63,7 @@ bool is_reset(const std::vector<uint8_t>& bytes, int32_t kind) {
 }  // namespace
 
 class QuillViewTest : public TWidgetTest {
-protected:
+  protected:
     QuillViewTest() {
         fView = std::make_unique<TQuillView>(fTexts, fPrefs, fTemp.Path() / "no-loaders");
         fView->SetClock([this] { return fNow; });
@@ -75,7 +75,8 @@ protected:
     std::filesystem::path WriteSong(int number, uint32_t noteTicks, bool withGSReset = false) {
         TSmfBuilder smf(1, 480);
         TTrackBuilder& track = smf.AddTrack().Name(0, "Song " + std::to_string(number));
-        if (withGSReset) track.SysEx(0, {0x41, 0x10, 0x42, 0x12, 0x40, 0x00, 0x7F, 0x00, 0x41, 0xF7});
+        if (withGSReset)
+            track.SysEx(0, {0x41, 0x10, 0x42, 0x12, 0x40, 0x00, 0x7F, 0x00, 0x41, 0xF7});
         track.NoteOn(0, 0, kNote, 100).NoteOff(noteTicks, 0, kNote);
         return fTemp.Write("song" + std::to_string(number) + ".mid", smf.Bytes());
     }
