@@ -5,19 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "engine/marnel_state.h"
 #include "playlist/drvcvt.h"
-
-// The player state; the player controller steps through the preparing states.
-enum TMarnelState : int32_t {
-    MS_STOPPED = 0,
-    MS_PLAYING = 1,
-    MS_PAUSED = 2,
-    MS_PREPARE_SILENCE = 3,  // silence between songs
-    MS_PREPARE_GM = 4,       // then each chosen reset and the silence after it
-    MS_PREPARE_GS = 5,
-    MS_PREPARE_88 = 6,
-    MS_PREPARE_XG = 7,
-};
 
 class TAppPrivacy : public TDrvCvt {
   public:
@@ -32,5 +21,5 @@ class TAppPrivacy : public TDrvCvt {
   private:
     std::string fExePath;
     std::string fExeName;
-    TMarnelState fState = MS_STOPPED;
+    TMarnelState fState = kStateStopped;
 };

@@ -238,13 +238,13 @@ TEST_F(Settings, TheApplicationStateSplitsTheProgramPathAndLoadsTheDriveTable) {
     ASSERT_TRUE(table.Save());
 
     TAppPrivacy privacy;
-    EXPECT_EQ(privacy.State(), MS_STOPPED);
+    EXPECT_EQ(privacy.State(), kStateStopped);
     EXPECT_EQ(privacy.ExePath(), "");
     privacy.AnaExePath("/opt/quill/bin/quillmidi");
     EXPECT_EQ(privacy.ExePath(), "/opt/quill/bin/");
     EXPECT_EQ(privacy.ExeName(), "quillmidi");
-    privacy.SetState(MS_PREPARE_GS);
-    EXPECT_EQ(privacy.State(), MS_PREPARE_GS);
+    privacy.SetState(kStateAfterGS);
+    EXPECT_EQ(privacy.State(), kStateAfterGS);
     std::string path;
     EXPECT_TRUE(privacy.GetBeDL('m', &path));
     EXPECT_EQ(path, "/mnt/music");
