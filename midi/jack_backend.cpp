@@ -57,20 +57,26 @@ class TJackBackend::TJackPort final : public TMidiSystemBackend::TPort {
     void Drain(jack_nframes_t frames, int64_t cycleStartUs, int64_t periodUs) {
         void* buffer = jack_port_get_buffer(fPort, frames);
         jack_midi_clear_buffer(buffer);
+        const size_t capacity = jack_midi_max_event_size(buffer);
         uint32_t last = 0;
         TRecord record;
         while (fRing.Peek(&record, sizeof record)) {
             uint32_t frame = FrameOffset(record.sentUs, cycleStartUs, periodUs, frames);
             if (frame >= frames) break;
             last = std::max(last, frame);
-            fRing.Skip(sizeof record);
             jack_midi_data_t* room = jack_midi_event_reserve(buffer, last, record.length);
-            if (room) {
-                fRing.Read(room, record.length);
-            } else {
-                fRing.Skip(record.length);
-                NoteDrop();
+            if (!room) {
+                // The port's buffer is full (a late cycle brought a crowd): the rest waits
+                // for the next cycle; a late event is better than a lost note-off.
+                if (record.length > capacity) {
+                    fRing.Skip(sizeof record + record.length);  // could never fit
+                    NoteDrop();
+                    continue;
+                }
+                break;
             }
+            fRing.Skip(sizeof record);
+            fRing.Read(room, record.length);
         }
     }
 
