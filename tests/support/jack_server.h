@@ -105,6 +105,13 @@ class TJackReader {
                 return 0;
             },
             this);
+        jack_set_xrun_callback(
+            fClient,
+            [](void* arg) {
+                static_cast<TJackReader*>(arg)->fXruns.fetch_add(1, std::memory_order_relaxed);
+                return 0;
+            },
+            this);
         jack_activate(fClient);
     }
     ~TJackReader() { Close(); }
@@ -116,6 +123,10 @@ class TJackReader {
     bool IsOpen() const { return fClient && fPort; }
     jack_port_t* Port() const { return fPort; }
     std::string PortName() const { return jack_port_name(fPort); }
+    // JACK makes a connection in its own time, some cycles after jack_connect returns.
+    bool IsConnected() const { return jack_port_connected(fPort) > 0; }
+    // Cycles the server reported as late (xruns): what arrives in them may be lost.
+    size_t Xruns() const { return fXruns.load(std::memory_order_relaxed); }
     size_t Count() const { return fCount.load(std::memory_order_acquire); }
     const TEvent& Event(size_t index) const { return fEvents[index]; }
     std::vector<uint8_t> Bytes(size_t index) const {
@@ -149,4 +160,5 @@ class TJackReader {
     jack_port_t* fPort = nullptr;
     std::vector<TEvent> fEvents;
     std::atomic<size_t> fCount{0};
+    std::atomic<size_t> fXruns{0};
 };

@@ -16,9 +16,10 @@ bool apply_thread_priority(int32_t priority) {
     prctl(PR_SET_TIMERSLACK, 1UL, 0, 0, 0);
     if (priority < kRealTimePriority) return false;
     sched_param param{};
-    // 110 ("urgent") maps to the middle of the SCHED_FIFO range, below audio servers
-    // such as JACK, which run at 70 and above.
-    param.sched_priority = std::clamp(priority - 60, 1, 69);
+    // Low in the SCHED_FIFO range: above every normal process, which is all our short
+    // bursts of work need, and below audio servers (JACK's default is 10, PipeWire's
+    // higher), whose cycles must never wait for us.
+    param.sched_priority = std::clamp(priority - 105, 1, 9);
     if (pthread_setschedparam(pthread_self(), SCHED_FIFO, &param) != 0) return false;
     // All real-time threads share one core: a hand-off from the play thread down the
     // chain is then a context switch on that core instead of a cross-core wake-up, which
