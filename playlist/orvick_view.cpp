@@ -38,7 +38,7 @@ fs::path real_path(const fs::path& ref) {
 
 TQuillSItem* row_of(QTreeWidgetItem* item) {
     return item && item->type() == TQuillSItem::kItemType ? static_cast<TQuillSItem*>(item)
-                                                           : nullptr;
+                                                          : nullptr;
 }
 
 void append_rows(QTreeWidgetItem* row, std::vector<TQuillSItem*>* rows) {
@@ -58,6 +58,11 @@ TOrvickView::TOrvickView(const veldan::TLLT& texts, bool workView, const fs::pat
     setColumnCount(1);
     setSelectionMode(QAbstractItemView::ExtendedSelection);
     setFocusPolicy(Qt::StrongFocus);
+    setDragEnabled(true);
+    setAcceptDrops(true);
+    setDragDropMode(QAbstractItemView::DragDrop);
+    setDefaultDropAction(Qt::MoveAction);
+    setDropIndicatorShown(true);
     QAbstractItemModel* rows = model();
     connect(rows, &QAbstractItemModel::rowsInserted, this, [this] { InvalidateFlatList(); });
     connect(rows, &QAbstractItemModel::rowsRemoved, this, [this] { InvalidateFlatList(); });
@@ -176,11 +181,14 @@ bool TOrvickView::AddListFolderFile(const fs::path& ref, TQuillSItem* parent, in
 }
 
 bool TOrvickView::AddListFolderFileToTopLevel(const fs::path& ref) {
-    return AddListFolderFile(ref, row_of(topLevelItem(0)), -1);
+    TQuillSItem* first = row_of(topLevelItem(0));
+    if (!AddListFolderFile(ref, first, -1)) return false;
+    // What the user just added is what the user wants to see.
+    if (first) expandItem(first);
+    return true;
 }
 
-TQuillSItem* TOrvickView::AddMidiFile(const fs::path& ref, TQuillSItem* parent,
-                                      int32_t magicNum) {
+TQuillSItem* TOrvickView::AddMidiFile(const fs::path& ref, TQuillSItem* parent, int32_t magicNum) {
     auto* row = new TQuillSItem(ref, kFmtSong);
     row->SetMagicNum(magicNum);
     AddSSItem(row, parent);
@@ -197,9 +205,18 @@ TQuillSItem* TOrvickView::AddNewList(TQuillSItem* parent) {
     return row;
 }
 
+void TOrvickView::ClearList() {
+    clear();
+    fSongs = 0;
+    fCurSongIdx = -1;
+    InvalidateFlatList();
+}
+
 void TOrvickView::AddSSItem(TQuillSItem* row, TQuillSItem* parent) {
     if (row->Container() && row->ListId() == 0) row->SetListId(fNextListId++);
     row->UpdateText(fTexts);
+    // Rows are dropped beside a song, never into it.
+    if (!row->Container()) row->setFlags(row->flags() & ~Qt::ItemIsDropEnabled);
     if (parent) {
         parent->addChild(row);
         return;
@@ -313,13 +330,13 @@ bool TOrvickView::OverwriteList(int32_t listId, const fs::path& target, std::str
         const TQuillSItem* row = row_of(list->child(i));
         std::error_code missing;
         // A row whose file went away since it was added is left out silently.
-        if (row && row->EntryRef().is_absolute() && fs::exists(fs::symlink_status(row->EntryRef(), missing))) {
+        if (row && row->EntryRef().is_absolute() &&
+            fs::exists(fs::symlink_status(row->EntryRef(), missing))) {
             file.WriteLine(row->EntryRef().c_str());
         }
     }
     // Where the file system keeps extended attributes, desktops read the type from here.
-    setxattr(target.c_str(), "user.mime_type", kPlaylistMimeType, sizeof kPlaylistMimeType - 1,
-             0);
+    setxattr(target.c_str(), "user.mime_type", kPlaylistMimeType, sizeof kPlaylistMimeType - 1, 0);
     list->SetModified(false);
     list->SetUnnamedNewList(false);
     list->SetEntryRef(target);
@@ -381,6 +398,18 @@ void TOrvickView::MessageReceived(veldan::TMessage* message) {
             break;
         case kMsgPopupDeselect:
             PopupDeselectClicked();
+            break;
+        case kMsgPopupSave:
+            PopupSaveListClicked();
+            break;
+        case kMsgPopupSaveAs:
+            PopupSaveListAsClicked(*message);
+            break;
+        case kMsgSaveRequested:
+            SaveRequested(*message);
+            break;
+        case kMsgChangeSongOrderRqtd:
+            ChangeSongOrderRqtd(*message);
             break;
         default:
             veldan::TMessageHandler<QTreeWidget>::MessageReceived(message);

@@ -19,10 +19,12 @@
 #include <QMenu>
 #include <QPointer>
 #include <QTreeWidget>
+#include <QUrl>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,6 +54,24 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     static constexpr uint32_t kMsgPopupSort = 'psrt';
     static constexpr uint32_t kMsgPopupOpenDoc = 'podc';  // handled by the owner
     static constexpr uint32_t kMsgPopupDeselect = 'pdsl';
+    // The save panel's answer: int32 kListIdField, ref kSaveTargetField, and the next
+    // message to send once the list is written.
+    static constexpr uint32_t kMsgSaveRequested = 'SAVE';
+    // Rows dragged to a new place: int32 kRowsField (full-list positions, one value per
+    // row), int32 kDestListField (full-list position of the new parent list, -1 for the
+    // top level) and int32 kDestIndexField (child index there, -1 for the end).
+    static constexpr uint32_t kMsgChangeSongOrderRqtd = 'csor';
+    static constexpr char kListIdField[] = "ListID";
+    // The lists a save-as chain has offered already: ",id," for each.
+    static constexpr char kSavedIdsField[] = "SvdID";
+    static constexpr char kSaveTargetField[] = "SaveTarget";
+    static constexpr char kRowsField[] = "Rows";
+    static constexpr char kDestListField[] = "DestList";
+    static constexpr char kDestIndexField[] = "DestIndex";
+    // Rows dragged inside one view; see mimeData.
+    static constexpr char kRowsMimeType[] = "application/x-quill-playlist-rows";
+    // Given to a new playlist file whose chosen name has no extension.
+    static constexpr char kPlaylistExtension[] = ".qml";
     static constexpr char kSongIndexField[] = "SongIdx";
     static constexpr char kSortKeyField[] = "SortKey";
     static constexpr int32_t kSortKeyUp = 1;
@@ -68,6 +88,13 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     static constexpr int kMaxNesting = 64;
 
     using TStatusFn = std::function<void(const std::string&)>;
+    // Where to write list; nothing when the user cancelled.
+    using TSavePanelFn = std::function<std::optional<std::filesystem::path>(const TQuillSItem&)>;
+    enum class TSaveAnswer { kYes, kNo, kCancel };
+    // Whether to save a modified list before it is lost.
+    using TAskSaveFn = std::function<TSaveAnswer(const TQuillSItem&)>;
+    // Tells the user why a list was not written.
+    using TFailureFn = std::function<void(const std::string&)>;
 
     // texts must outlive the view. A work view starts with one empty native list row, the
     // main playlist with one new list. The loader list is built from loaderFolder, which is
@@ -80,6 +107,12 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     void SetOwner(QObject* owner) { fOwner = owner; }
     void SetStatusFn(TStatusFn status) { fStatus = std::move(status); }
     void SetAutoSortKind(int32_t kind) { fAutoSortKind = kind; }
+    // The dialogs of saving; an empty function restores the default: a modal file dialog
+    // titled "Save_Panel_Title", an alert asking "Ask_Save_List" with Yes, No and Cancel
+    // (Escape), and the failure alert.
+    void SetSavePanelFn(TSavePanelFn panel) { fSavePanel = std::move(panel); }
+    void SetAskSaveFn(TAskSaveFn ask) { fAskSave = std::move(ask); }
+    void SetFailureFn(TFailureFn failure) { fFailure = std::move(failure); }
     bool IsWorkView() const { return fWorkView; }
 
     // The song sequence.
@@ -105,8 +138,8 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     // Adds a song, a folder or a container under parent (null: the top level); false with
     // a status text when it is missing, unsupported, a container already in the view, or
     // nested too deep. isContainer: a loader said so; the MIDI test is skipped.
-    bool AddListFolderFile(const std::filesystem::path& ref, TQuillSItem* parent,
-                           int32_t magicNum, bool isContainer = false);
+    bool AddListFolderFile(const std::filesystem::path& ref, TQuillSItem* parent, int32_t magicNum,
+                           bool isContainer = false);
     // Under the first row of the view, with insertion number -1.
     bool AddListFolderFileToTopLevel(const std::filesystem::path& ref);
     // The first song added becomes current (a change-song request for song 0).
@@ -114,6 +147,8 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
                              int32_t magicNum);
     // A native list without a file, numbered after the language text "New_List".
     TQuillSItem* AddNewList(TQuillSItem* parent);
+    // Removes every row: no songs, no current song. Unsaved lists are the caller's concern.
+    void ClearList();
     // Puts row under parent, or at the top level, where the window title follows the first
     // row ('uwtr').
     void AddSSItem(TQuillSItem* row, TQuillSItem* parent);
@@ -125,8 +160,8 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
 
     // Loads ref with loader and builds its list row of the given kind under parent; false
     // when the loader fails or nothing is left of a raw list.
-    bool AddContainer(const std::filesystem::path& ref, TSupportFmt kind,
-                      TContainerLoader* loader, TQuillSItem* parent, int32_t magicNum);
+    bool AddContainer(const std::filesystem::path& ref, TSupportFmt kind, TContainerLoader* loader,
+                      TQuillSItem* parent, int32_t magicNum);
     // Writes the list with that id in the native format to target: the paths of the rows
     // directly under it whose files still exist. Then the row is clean, named by target,
     // and native. False with *error (a language text and a name) otherwise.
@@ -156,12 +191,54 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     // Removes the selected rows and everything under them, from the last up. The song count
     // drops by the songs removed; the current song index follows its song, and when the
     // current song itself goes the player is asked to change to the song that then holds
-    // its index. The parent lists become modified.
+    // its index. The parent lists become modified. First AskSaveSelectedList: nothing is
+    // removed when the user cancels.
     void PopupDeleteFileClicked();
     // Sorts, one level deep, each selected list or the list holding each selected song;
     // "SortKey" 1 ascending, 2 descending, anything else nothing.
     void PopupSortClicked(const veldan::TMessage& message);
     void PopupDeselectClicked() { clearSelection(); }
+
+    // Saving. Each save message holds the list's id in kListIdField and may carry a next
+    // message ("_NxMsg", "_NxMsgTgt"), sent once the list is written; a cancelled panel or
+    // a failed write (the user is told why) ends the chain. The panel is modal, so each
+    // returns true when the list was written by the time it returns.
+    //
+    // Saves the last selected list that is modified or unnamed, with 'psvl' as its next
+    // message: the chain goes on until no selected list needs saving.
+    void PopupSaveListClicked();
+    // Offers the save panel for the last selected list whose id is not yet in "SvdID",
+    // with the message, its id added, as the next one: one panel per selected list.
+    void PopupSaveListAsClicked(const veldan::TMessage& message);
+    // Writes a native list to its own file; any other list, which has no native file of
+    // its own, goes through SaveListAs.
+    bool SaveList(const veldan::TMessage& message);
+    // Asks for the file, then SaveRequested with it in kSaveTargetField.
+    bool SaveListAs(const veldan::TMessage& message);
+    bool SaveRequested(const veldan::TMessage& message);
+
+    // Ask to save, for each modified list that deleting the selection would remove (the
+    // selected lists and the lists under selected rows), or for every modified list of the
+    // view: Yes saves it (through the save panel when it has no native file), No leaves it,
+    // Cancel, a cancelled panel or a failed save stop at once. True when the caller may go
+    // on now. The dialogs are modal, so the answers are all in when these return: next is
+    // NOT posted to target when they return true, and nothing is posted when they return
+    // false. next and target are kept for a panel that answers later.
+    bool AskSaveSelectedList(const veldan::TMessage& next, QObject* target);
+    bool AskSaveAllList(const veldan::TMessage& next, QObject* target);
+    bool HasModifiedList() const;
+
+    // Moves the rows of a 'csor' message. The first row (the main list) stays first and
+    // is never moved; songs are never put at the top level; a list is never put inside
+    // itself; a row under another moved row goes with it. The moved rows keep their
+    // order, the lists they left and joined become modified, and the current song index
+    // follows its song ('csic' to the owner). False when nothing could be moved.
+    bool ChangeSongOrderRqtd(const veldan::TMessage& message);
+    // Adds each dropped file or folder (as AddListFolderFile does) to the list at where:
+    // that list row, the list holding the song there, or the first list over empty space.
+    // The dropped paths are put in the auto-sort order first; the list becomes modified
+    // when something was added.
+    void AddDroppedFiles(const QList<QUrl>& urls, const QPoint& where);
     // Every row's text again, after the language changed.
     void LanguageChanged();
 
@@ -170,12 +247,38 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
   protected:
     void contextMenuEvent(QContextMenuEvent* event) override;
     void mouseDoubleClickEvent(QMouseEvent* event) override;
+    // Dragging rows and dropping files: rows travel as kRowsMimeType, which names this
+    // view and the state of its tree, so that a drop from another view, another process
+    // or after the tree changed under the drag moves nothing.
+    QStringList mimeTypes() const override;
+    QMimeData* mimeData(const QList<QTreeWidgetItem*>& items) const override;
+    Qt::DropActions supportedDropActions() const override;
+    void startDrag(Qt::DropActions supportedActions) override;
+    void dropEvent(QDropEvent* event) override;
 
   private:
     void BuildFlatList() const;
     std::vector<TQuillSItem*> SelectedRows() const;
     void MarkModified(TQuillSItem* list);
-    void InvalidateFlatList() { fFlatValid = false; }
+    void InvalidateFlatList() {
+        fFlatValid = false;
+        fTreeVersion++;
+    }
+    struct TDropPlace {
+        TQuillSItem* list;  // null: the top level
+        int index;          // -1: the end
+    };
+    TDropPlace DropPlace(const QPoint& where, bool withSongs) const;
+    TQuillSItem* DropList(const QPoint& where) const;
+    bool MoveDraggedRows(const QByteArray& rows, const QPoint& where);
+    std::vector<TQuillSItem*> RowsToMove(const veldan::TMessage& message) const;
+    TQuillSItem* ListOf(const veldan::TMessage& message) const;
+    std::optional<std::filesystem::path> ChooseTarget(const TQuillSItem& list);
+    std::optional<std::filesystem::path> RunSavePanel(const TQuillSItem& list);
+    TSaveAnswer RunAskSave(const TQuillSItem& list) const;
+    bool WriteList(int32_t listId, const std::filesystem::path& target);
+    void ReportFailure(const std::string& text) const;
+    bool AskSaveLists(const std::vector<TQuillSItem*>& lists);
     void Status(const char* key, const std::string& name) const;
     void AutoSort(TQuillSItem* list) const;
     std::filesystem::path ResolveEntry(const std::string& line,
@@ -189,6 +292,9 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     QFileSystemWatcher fLoaderWatcher;
     QPointer<QObject> fOwner;
     TStatusFn fStatus;
+    TSavePanelFn fSavePanel;
+    TAskSaveFn fAskSave;
+    TFailureFn fFailure;
     int32_t fAutoSortKind = kAutoSortByNameUp;
     int32_t fNextListId = 1;
     int32_t fNextNewListNumber = 1;
@@ -197,7 +303,8 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     int fNesting = 0;  // containers being loaded, one inside the other
 
     mutable bool fFlatValid = false;
-    mutable std::vector<TQuillSItem*> fFlatRows;       // every row, full-list order
-    mutable std::vector<int32_t> fFlatSongIndexes;     // per row: its song index or -1
-    mutable std::vector<TQuillSItem*> fFlatSongs;      // the song rows, in order
+    uint64_t fTreeVersion = 0;                      // raised by every change of the tree
+    mutable std::vector<TQuillSItem*> fFlatRows;    // every row, full-list order
+    mutable std::vector<int32_t> fFlatSongIndexes;  // per row: its song index or -1
+    mutable std::vector<TQuillSItem*> fFlatSongs;   // the song rows, in order
 };

@@ -13,8 +13,8 @@ namespace {
 struct TPopupItem {
     const char* key;
     uint32_t what;
-    int32_t sortKey;    // 0: none
-    bool listsOnly;     // shown only when a selected row is a list
+    int32_t sortKey;  // 0: none
+    bool listsOnly;   // shown only when a selected row is a list
     bool separatorAfter;
 };
 
@@ -69,10 +69,9 @@ std::unique_ptr<QMenu> TOrvickView::BuildPopup() {
         veldan::TMessage command(item.what);
         if (item.sortKey != 0) command.AddInt32(kSortKeyField, item.sortKey);
         QObject* target = item.what == kMsgPopupOpenDoc ? fOwner.data() : this;
-        connect(action, &QAction::triggered, this,
-                [command, target = QPointer<QObject>(target)] {
-                    veldan::post_message(target, command);
-                });
+        connect(action, &QAction::triggered, this, [command, target = QPointer<QObject>(target)] {
+            veldan::post_message(target, command);
+        });
         if (item.separatorAfter && &item != std::end(kPopupItems) - 1) menu->addSeparator();
     }
     return menu;
@@ -101,8 +100,8 @@ void TOrvickView::PopupAddNewListClicked() {
         auto* parent = static_cast<TQuillSItem*>(selected->parent());
         TQuillSItem* added = AddNewList(parent);
         // Beside the selected row rather than at the end of its list.
-        QTreeWidgetItem* holder = parent ? static_cast<QTreeWidgetItem*>(parent)
-                                         : invisibleRootItem();
+        QTreeWidgetItem* holder =
+            parent ? static_cast<QTreeWidgetItem*>(parent) : invisibleRootItem();
         holder->removeChild(added);
         holder->insertChild(holder->indexOfChild(selected) + 1, added);
         MarkModified(parent);
@@ -110,6 +109,7 @@ void TOrvickView::PopupAddNewListClicked() {
 }
 
 void TOrvickView::PopupDeleteFileClicked() {
+    if (!AskSaveSelectedList(veldan::TMessage(kMsgPopupDelete), this)) return;
     BuildFlatList();
     // Song indexes as they were: the flat list goes stale as rows go.
     const std::vector<TQuillSItem*> rows(fFlatRows);
