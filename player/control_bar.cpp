@@ -229,6 +229,10 @@ void TControlBar::SetSliderValue(TSlider slider, int32_t value) {
 
 int32_t TControlBar::SliderValue(TSlider slider) const { return fSliders[size_t(slider)]->value(); }
 
+bool TControlBar::IsSliderDragged(TSlider slider) const {
+    return fSliders[size_t(slider)]->isSliderDown();
+}
+
 void TControlBar::SetTitle(const std::string& title) {
     fTitle->setText(QString::fromStdString(title));
     fTitle->repaint();

@@ -71,6 +71,8 @@ public:
     // Sets a slider from code (no message) and its read-out.
     void SetSliderValue(TSlider slider, int32_t value);
     int32_t SliderValue(TSlider slider) const;
+    // While the user holds the thumb.
+    bool IsSliderDragged(TSlider slider) const;
 
     // The song title strip; empty for none.
     void SetTitle(const std::string& title);

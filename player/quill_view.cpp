@@ -1,10 +1,14 @@
 #include "player/quill_view.h"
 
+#include <QDesktopServices>
 #include <QFont>
+#include <QUrl>
 #include <QVBoxLayout>
 #include <cstdlib>
+#include <mutex>
 
 #include "app/settings/pref.h"
+#include "midi/roster.h"
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
 #include "veldan/base/clock.h"
@@ -19,6 +23,49 @@ constexpr int64_t kKeyDrainUs = 200000;
 
 // A timer interval in milliseconds, never shorter than the silence asked for.
 int silence_ms(int64_t us) { return int((us + 999) / 1000); }
+
+// The roster calls its watchers on whichever thread changed it, possibly while the view
+// is being destroyed; the watcher posts through this guard, which the view empties first.
+class TPostGuard {
+  public:
+    explicit TPostGuard(QObject* target) : fTarget(target) {}
+    void Post(const veldan::TMessage& message) {
+        std::lock_guard lock(fLock);
+        if (fTarget) veldan::post_message(fTarget, message);
+    }
+    void Close() {
+        std::lock_guard lock(fLock);
+        fTarget = nullptr;
+    }
+
+  private:
+    std::mutex fLock;
+    QObject* fTarget;
+};
+
+// Documents that travel with MIDI files, in the order they are looked for.
+constexpr const char* kDocExtensions[] = {".txt", ".TXT", ".htm", ".html", ".HTM", ".pdf", ".doc"};
+
+constexpr char kTextKindGeneral[] = "List_Kind_General";
+constexpr char kTextKindFolder[] = "List_Kind_Folder";
+constexpr char kTextKindRaw[] = "List_Kind_Raw";
+constexpr char kTextKindSemiRaw[] = "List_Kind_Semi_Raw";
+
+// Null for kinds that add nothing to the window title (songs, native lists).
+const char* list_kind_key(TSupportFmt kind) {
+    switch (kind) {
+        case kFmtGeneralList:
+            return kTextKindGeneral;
+        case kFmtFolderList:
+            return kTextKindFolder;
+        case kFmtRawList:
+            return kTextKindRaw;
+        case kFmtSemiRawList:
+            return kTextKindSemiRaw;
+        default:
+            return nullptr;
+    }
+}
 
 }  // namespace
 
@@ -54,12 +101,20 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
             seen.AddInt32(kSysResetField, kind);
             veldan::post_message(this, seen);
         });
+    fPosTimer.setInterval(kPosRefreshMs);
+    connect(&fPosTimer, &QTimer::timeout, this, [this] { UpdatePosCompo(); });
+    auto guard = std::make_shared<TPostGuard>(this);
+    fRosterGuard = guard;
+    fRosterWatch = TMidiRoster::Default().AddWatcher(
+        [guard] { guard->Post(veldan::TMessage(kMsgMidiRosterChanged)); });
     fControlBar->TurnOffAllSysReset();
     UpdatePortCompos();
     UpdateTransportCompos();
 }
 
 TQuillView::~TQuillView() {
+    TMidiRoster::Default().RemoveWatcher(fRosterWatch);
+    std::static_pointer_cast<TPostGuard>(fRosterGuard)->Close();
     // No thread may post here once the view is gone: the play thread ends with Stop, and
     // a receive thread calls its handler under the lock that replacing the handler takes.
     fProducer.Stop();
@@ -82,6 +137,10 @@ int32_t TQuillView::CurSongIdx() const { return fPlaylist->CurSongIdx(); }
 
 void TQuillView::SetState(int32_t state) {
     fState = state;
+    if (state == kStatePlaying)
+        fPosTimer.start();
+    else
+        fPosTimer.stop();
     if (fStateHandler) fStateHandler(state);
 }
 
@@ -304,6 +363,7 @@ void TQuillView::MidiOutRqtd(const veldan::TMessage& message) {
         return;
     fPorts.ToggleMidiOut(port, id);
     UpdatePortCompos();
+    TellTitleTarget(kMsgUpdateMenuMidiOut);
 }
 
 void TQuillView::PlayModeRqtd(const veldan::TMessage& message) {
@@ -311,6 +371,7 @@ void TQuillView::PlayModeRqtd(const veldan::TMessage& message) {
     if (!message.FindInt32(kPlayModeField, &mode)) return;
     SetPlayMode(mode);
     ScoreUpCurrentSong();
+    TellTitleTarget(kMsgUpdateMenuPlayMode);
 }
 
 void TQuillView::SliderChangedRqtd(const veldan::TMessage& message) {
@@ -347,7 +408,59 @@ void TQuillView::UpdatePortCompos() {
         fControlBar->SetPortLit(port, fPorts.IsPortConnected(port));
 }
 
+void TQuillView::UpdatePosCompo() {
+    // The user's drag wins over the song's progress.
+    if (fControlBar->IsSliderDragged(TControlBar::kPos)) return;
+    uint32_t total = fProducer.CountTicks();
+    int32_t percent = total ? int32_t(uint64_t(fProducer.CurrentTick()) * 100 / total) : 0;
+    if (percent != fControlBar->SliderValue(TControlBar::kPos))
+        fControlBar->SetSliderValue(TControlBar::kPos, std::min(percent, 100));
+}
+
 void TQuillView::ExpSongTitle() { fControlBar->SetTitle(fSongTitle); }
+
+std::string TQuillView::WinTitle() const {
+    std::string title;
+    if (auto* first = static_cast<TQuillSItem*>(fPlaylist->topLevelItem(0))) {
+        title = first->ExpFName(fTexts);
+        if (const char* kindKey = list_kind_key(first->Kind())) title += fTexts.Text(kindKey);
+    }
+    return title + " - " + kAppDisplayName;
+}
+
+void TQuillView::UpdateWinTitle() { window()->setWindowTitle(QString::fromStdString(WinTitle())); }
+
+void TQuillView::LanguageChanged() {
+    fControlBar->ApplyLanguage(fTexts);
+    fPlaylist->LanguageChanged();
+    UpdateWinTitle();
+}
+
+void TQuillView::PrefChangedRqtd(const veldan::TMessage& message) {
+    std::string text;
+    if (message.FindString(kStatBarStringField, &text)) fControlBar->SetStatusText(text);
+    fPlaylist->SetAutoSortKind(fPrefs.autoSortKind);
+}
+
+bool TQuillView::OpenCurDocRqtd() {
+    const TQuillSItem* song = fPlaylist->Song(fPlaylist->CurSongIdx());
+    if (!song) return false;
+    std::filesystem::path target = song->EntryRef().parent_path();
+    for (const char* extension : kDocExtensions) {
+        std::filesystem::path doc = song->EntryRef();
+        doc.replace_extension(extension);
+        std::error_code error;
+        if (std::filesystem::is_regular_file(doc, error)) {
+            target = doc;
+            break;
+        }
+    }
+    return QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(target.string())));
+}
+
+void TQuillView::TellTitleTarget(uint32_t what) {
+    if (fTitleTarget) veldan::post_message(fTitleTarget, veldan::TMessage(what));
+}
 
 void TQuillView::UpdateTransportCompos() { fControlBar->SetPlayState(fState); }
 
@@ -415,6 +528,27 @@ void TQuillView::MessageReceived(veldan::TMessage* message) {
         case kMsgTempoChanged:
         case kMsgPosChanged:
             SliderChangedRqtd(*message);
+            break;
+        case kMsgMidiRosterChanged:
+            // A connected consumer may have gone with its connections.
+            UpdatePortCompos();
+            TellTitleTarget(kMsgRecreateMenuMidiOut);
+            break;
+        case kMsgPrefChanged:
+            PrefChangedRqtd(*message);
+            break;
+        case kMsgLanguageChanged:
+            LanguageChanged();
+            break;
+        case kMsgNodeLoaderChanged:
+            fPlaylist->NodeLoaderChanged();
+            break;
+        case TOrvickView::kMsgUpdateWinTitle:
+            UpdateWinTitle();
+            break;
+        case kMsgOpenCurDoc:
+        case TOrvickView::kMsgPopupOpenDoc:
+            OpenCurDocRqtd();
             break;
         default:
             TMessageHandler<QWidget>::MessageReceived(message);

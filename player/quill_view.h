@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "engine/midi_out_ports.h"
@@ -55,6 +56,21 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     static constexpr uint32_t kMsgDeskBarTitle = 'sdtr';
     static constexpr char kDeskBarTitleField[] = "DeskBarTitle";
     static constexpr char kSliderValueField[] = "be:value";
+    static constexpr uint32_t kMsgPrefChanged = 'sssr';
+    static constexpr char kStatBarStringField[] = "StatBarString";
+    static constexpr uint32_t kMsgLanguageChanged = '_lgc';
+    static constexpr uint32_t kMsgNodeLoaderChanged = 'nloc';
+    static constexpr uint32_t kMsgMidiRosterChanged = 'MIDI';
+    // To the title target: the roster's consumers changed, rebuild the MIDI OUT menus.
+    static constexpr uint32_t kMsgRecreateMenuMidiOut = 'rmor';
+    // To the title target: mark the MIDI OUT items again.
+    static constexpr uint32_t kMsgUpdateMenuMidiOut = 'ummr';
+    // To the title target: mark the play-mode item again.
+    static constexpr uint32_t kMsgUpdateMenuPlayMode = 'umpr';
+    static constexpr uint32_t kMsgOpenCurDoc = 'ocdc';
+    // Often enough that the thumb moves smoothly over a long song, seldom enough to cost
+    // nothing while music plays.
+    static constexpr int kPosRefreshMs = 250;
     // The Deskbar title when no song is current.
     static constexpr char kAppDisplayName[] = "Quill MIDI";
 
@@ -127,7 +143,17 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     void PlayModeRqtd(const veldan::TMessage& message);
     void SliderChangedRqtd(const veldan::TMessage& message);
 
+    void LanguageChanged();
+    void PrefChangedRqtd(const veldan::TMessage& message);
+    // The song's own document: a text or web page of the same name beside it, else its
+    // folder. False when there is no current song or the desktop could not open either.
+    bool OpenCurDocRqtd();
+    // The window title from the playlist's first row and its kind.
+    std::string WinTitle() const;
+    void UpdateWinTitle();
+
     void UpdatePortCompos();
+    void UpdatePosCompo();
     void ExpSongTitle();
 
     void MessageReceived(veldan::TMessage* message) override;
@@ -147,6 +173,7 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     void UpdateDeskBarTitle();
     void ShowCannotPlay();
     void PostFromPlayThread();
+    void TellTitleTarget(uint32_t what);
 
     const veldan::TLLT& fTexts;
     const TPref& fPrefs;
@@ -159,6 +186,9 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     TMidiOutPorts fPorts{fChain};
     TPrepareSequence fPrepare{fChain};
     QTimer fSilenceTimer;
+    QTimer fPosTimer;
+    int32_t fRosterWatch = 0;
+    std::shared_ptr<void> fRosterGuard;
 
     TClockFn fClock;
     TRandomFn fRandom;

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "veldan/core/entry.h"
+#include "veldan/core/llt.h"
 
 namespace {
 
@@ -34,6 +35,11 @@ TAppPrivacy& app_privacy() {
 TExitState& exit_state() {
     static TExitState state;
     return state;
+}
+
+veldan::TLLT& language_table() {
+    static veldan::TLLT texts;
+    return texts;
 }
 
 TPref& pref() {

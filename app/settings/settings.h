@@ -6,8 +6,8 @@
 // had, the rest its defaults.
 //
 // The records are made on first use and live until the program ends, destroyed in the
-// reverse order of their making; main touches app_privacy(), exit_state() and pref() in
-// that order before anything else.
+// reverse order of their making; main touches app_privacy(), exit_state(),
+// language_table() and pref() in that order before anything else.
 //
 // The settings-reset chord: Shift, Control, Alt and Meta held together at start (the
 // original keyboard's Shift, Command, Control and Option). It is read from the keyboard
@@ -18,6 +18,10 @@
 #include "app/settings/exit_state.h"
 #include "app/settings/pref.h"
 
+namespace veldan {
+class TLLT;
+}
+
 inline constexpr char kSettingsFolder[] = "QuillMIDI";
 inline constexpr char kPrefsFile[] = "QuillMIDI_Prefs.arc";
 inline constexpr char kExitStateFile[] = "QuillMIDI_ExitStates.arc";
@@ -25,6 +29,7 @@ inline constexpr char kMRUPlaylistsFile[] = "QuillMIDI_MRUPlaylists.arc";
 
 TAppPrivacy& app_privacy();
 TExitState& exit_state();
+veldan::TLLT& language_table();
 TPref& pref();
 
 bool is_reset_chord_held();

@@ -27,9 +27,12 @@ struct TResult {
     std::string err;
 };
 
-TResult run_quillmidi(const std::string& arguments, const TTempDir& dir) {
+// prefix runs before the program, such as an env command.
+TResult run_quillmidi(const std::string& arguments, const TTempDir& dir,
+                      const std::string& prefix = "") {
     std::string errPath = (dir.Path() / "stderr.txt").string();
-    std::string command = std::string(QUILLMIDI_BINARY) + " " + arguments + " 2>" + errPath;
+    std::string command =
+        prefix + " " + std::string(QUILLMIDI_BINARY) + " " + arguments + " 2>" + errPath;
     TResult result{-1, {}, {}};
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe) return result;
@@ -158,10 +161,10 @@ TEST(Headless, InterruptSilencesEverySoundingNoteBeforeExiting) {
     posix_spawn_file_actions_destroy(&actions);
     std::this_thread::sleep_for(std::chrono::seconds(3));
     kill(pid, SIGINT);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 130);
+    int exitStatus = 0;
+    waitpid(pid, &exitStatus, 0);
+    ASSERT_TRUE(WIFEXITED(exitStatus));
+    EXPECT_EQ(WEXITSTATUS(exitStatus), 130);
     std::ifstream in(trace);
     std::map<std::string, int> sounding;
     for (std::string line; std::getline(in, line);) {
@@ -183,6 +186,17 @@ TEST(Headless, BadArgumentsAreRefusedWithTheRange) {
     EXPECT_NE(result.err.find("--key takes a whole number from -12 to 12"), std::string::npos);
     EXPECT_EQ(run_quillmidi("--headless --frobnicate x.mid", dir).exitCode, 2);
     EXPECT_EQ(run_quillmidi("--headless", dir).exitCode, 2);
+}
+
+TEST(Headless, WithoutADisplayTheSongsPlayInTheTerminal) {
+    TTempDir dir;
+    TSmfBuilder smf(1, 96);
+    smf.AddTrack().Name(0, "Quiet").NoteOn(0, 0, 60, 100).NoteOff(96, 0, 60);
+    auto song = dir.Write("song.mid", smf.Bytes());
+    TResult result = run_quillmidi(quoted(song), dir, "env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM");
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.err.find("no display"), std::string::npos) << result.err;
+    EXPECT_NE(result.out.find("Quiet"), std::string::npos) << result.out;
 }
 
 }  // namespace

@@ -14,7 +14,10 @@
 #include "app/settings/pref.h"
 #include "engine/sys_reset.h"
 #include "midi/recorder.h"
+#include "player/resources.h"
 #include "playlist/orvick_view.h"
+#include "playlist/quill_sitem.h"
+#include "tests/support/message_recorder.h"
 #include "tests/support/scoped_env.h"
 #include "tests/support/smf_builder.h"
 #include "tests/support/temp_dir.h"
@@ -359,4 +362,41 @@ TEST_F(QuillViewTest, APortMenuItemConnectsThenLetsGoWithSilence) {
     EXPECT_EQ(Indicator("StrViewPortB")->Lit(), TLCDIndicator::TLit::kUnlit);
     EXPECT_TRUE(wait_for([&] { return synth.Count() == 48; }));
     synth.Unregister();
+}
+
+TEST_F(QuillViewTest, PositionSliderFollowsTheSongWhilePlaying) {
+    AddSongs(1, kLongSong);
+    ASSERT_TRUE(fView->PlaySong());
+    fView->Producer().SetCurrentTick(kLongSong / 2);
+    EXPECT_TRUE(process_until(
+        [&] { return fView->ControlBar()->SliderValue(quill::TControlBar::kPos) >= 50; }));
+    fView->StopSong();
+}
+
+TEST_F(QuillViewTest, RosterChangesReachTheWindowAsAMenuRebuild) {
+    TMessageRecorder window;
+    fView->SetTitleTarget(&window);
+    {
+        TMidiRecorder newcomer("newcomer", 16);
+        newcomer.Register();
+        ASSERT_TRUE(process_until([&] {
+            for (const veldan::TMessage& message : window.Deliver())
+                if (message.what == TQuillView::kMsgRecreateMenuMidiOut) return true;
+            return false;
+        }));
+    }
+}
+
+TEST_F(QuillViewTest, WindowTitleNamesTheFirstListAndItsKind) {
+    quill::init_resources();
+    ASSERT_EQ(fTexts.LoadResource(QString::fromUtf8(quill::kBuiltinLanguagePath)), 0);
+    TQuillSItem* first = static_cast<TQuillSItem*>(fView->OrvickView()->topLevelItem(0));
+    ASSERT_NE(first, nullptr);
+    std::string native = fView->WinTitle();
+    EXPECT_EQ(native, first->ExpFName(fTexts) + " - Quill MIDI");
+    fView->OrvickView()->ClearList();
+    fView->OrvickView()->AddSSItem(new TQuillSItem(fTemp.Path() / "songs.txt", kFmtRawList),
+                                   nullptr);
+    EXPECT_EQ(fView->WinTitle(),
+              "songs.txt" + std::string(fTexts.Text("List_Kind_Raw")) + " - Quill MIDI");
 }

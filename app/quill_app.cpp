@@ -1,0 +1,362 @@
+#include "app/quill_app.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QProcess>
+#include <QStandardPaths>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <system_error>
+
+#include "app/dialogs/about_win.h"
+#include "app/dialogs/pref_win.h"
+#include "app/quill_win.h"
+#include "app/settings/settings.h"
+#include "midi/synth.h"
+#include "player/control_bar.h"
+#include "player/quill_view.h"
+#include "player/resources.h"
+#include "playlist/drvcvt_win.h"
+#include "playlist/orvick_view.h"
+#include "veldan/base/strings.h"
+#include "veldan/core/llt.h"
+#include "veldan/widgets/alert.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kLanguageFolder[] = "Language";
+constexpr char kLoaderFolder[] = "Loader";
+constexpr char kTextAuthor[] = "App_Author";
+constexpr char kTextCannotOpenHelp[] = "Err_Cannot_Open_Help";
+constexpr char kTextCannotOpenWeb[] = "Err_Cannot_Open_Web";
+constexpr char kTextTranslationsUrl[] = "Author_Web_URL";
+constexpr char kTextCannotCreatePrefWin[] = "Err_Cannot_Create_Pref_Win";
+constexpr char kMimePackageFile[] = "x-vnd.VELDAN-QuillMIDI-PlayList.xml";
+// Below the main window's top edge, so both title bars stay visible.
+constexpr int kSecondaryWindowOffset = 20;
+
+// The one alert whose texts are fixed: no language may be loaded when it shows.
+constexpr char kNoLanguageCaption[] = "* Quill MIDI *";
+constexpr char kNoLanguageText[] = "Can't load language file:\n";
+constexpr char kNoLanguageButton[] = "U - Understand";
+
+std::string mime_package() {
+    std::string type = TQuillApp::kPlaylistMimeType;
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+           "<mime-info xmlns=\"http://www.freedesktop.org/standards/shared-mime-info\">\n"
+           "  <mime-type type=\"" +
+           type +
+           "\">\n"
+           "    <comment>Quill MIDI Playlist</comment>\n"
+           "    <sub-class-of type=\"text/plain\"/>\n"
+           "    <magic priority=\"60\"><match type=\"string\" value=\"MarnelList$1\" "
+           "offset=\"0\"/></magic>\n"
+           "    <glob pattern=\"*.qml\"/>\n"
+           "    <glob pattern=\"*.QML\"/>\n"
+           "  </mime-type>\n"
+           "</mime-info>\n";
+}
+
+QRect rect_of(const veldan::TRect& frame) {
+    return QRect(QPoint(int(frame.left), int(frame.top)),
+                 QPoint(int(frame.right), int(frame.bottom)));
+}
+
+}  // namespace
+
+TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
+    quill::init_resources();
+    StartMidi(options);
+    std::srand(unsigned(std::time(nullptr)));
+    LoadLanguage();
+    if (exit_state().version != kAppVersion) InstallPlayListMime();
+
+    // The window opens at its expanded height whatever it was at exit.
+    QRect frame = rect_of(exit_state().frame);
+    frame.setHeight(int(exit_state().expandedHeight));
+    fMainWin =
+        new TQuillWin(language_table(), pref(), exit_state(), this, fExeFolder / kLoaderFolder);
+    fMainWin->setGeometry(frame);
+    fMainWin->View()->SetStateHandler(
+        [](int32_t state) { app_privacy().SetState(TMarnelState(state)); });
+    fMainWin->RestoreExitState();
+    AddStartFiles(options.files);
+    fMainWin->show();
+    if (!fMidiStatus.empty()) ShowStatus(fMidiStatus);
+
+    connect(&fLanguageWatcher, &QFileSystemWatcher::directoryChanged, this,
+            [this] { post_message(this, veldan::TMessage(kMsgNodeLanguageChanged)); });
+    connect(&fLanguageWatcher, &QFileSystemWatcher::fileChanged, this,
+            [this] { post_message(this, veldan::TMessage(kMsgNodeLanguageChanged)); });
+    connect(&fLoaderWatcher, &QFileSystemWatcher::directoryChanged, this,
+            [this] { post_message(this, veldan::TMessage(kMsgNodeLoaderChanged)); });
+    SetNodeMonitorLanguage();
+    SetNodeMonitorLoader();
+}
+
+TQuillApp::~TQuillApp() {
+    if (IsRunning()) Quit();
+}
+
+void TQuillApp::StartMidi(const TOptions& options) {
+    if (options.startSystemMidi) {
+        fBackends.SetProblemHandler([this](const std::string& problem) {
+            veldan::TMessage status(kMsgPrefChanged);
+            status.AddString(quill::TQuillView::kStatBarStringField, problem);
+            TransferMessage(status, fMainWin);
+        });
+        fBackends.Start();
+        fMidiStatus = fBackends.Status();
+    }
+    TSynthConsumer::TOptions synthOptions;
+    synthOptions.wavPath = options.wavPath;
+    std::string error;
+    fSynth = TSynthConsumer::Create(synthOptions, &error);
+    if (fSynth)
+        fSynth->Register();
+    else
+        fMidiStatus = TSynthConsumer::kName + (": " + error);
+}
+
+void TQuillApp::AddStartFiles(const std::vector<fs::path>& files) {
+    TOrvickView* list = fMainWin->View()->OrvickView();
+    int32_t firstNew = list->Songs();
+    for (const fs::path& file : files) {
+        std::error_code error;
+        fs::path absolute = fs::absolute(file, error);
+        fMainWin->OpenListFolderFileRqtd(error ? file : absolute, true);
+    }
+    if (files.empty() || list->Songs() <= firstNew) return;
+    veldan::TMessage change(TOrvickView::kMsgChangeSongRqtd);
+    change.AddInt32(TOrvickView::kSongIndexField, firstNew);
+    fMainWin->View()->ChangeSongRqtd(change);
+    fMainWin->View()->CButtonPlayClicked();
+}
+
+void TQuillApp::ShowStatus(const std::string& text) {
+    fMainWin->View()->ControlBar()->SetStatusText(text);
+}
+
+// Quitting -------------------------------------------------------------------------------
+
+bool TQuillApp::QuitRequested() { return fMainWin && fMainWin->QuitRequested(); }
+
+template <class TWin>
+void TQuillApp::CloseWindow(QPointer<TWin>* window) {
+    if (!*window) return;
+    (*window)->close();
+    delete window->data();
+    *window = nullptr;
+}
+
+void TQuillApp::Quit() {
+    if (!fMainWin) return;
+    fMainWin->hide();
+    CloseWindow(&fPrefWin);
+    CloseWindow(&fDrvCvtWin);
+    CloseWindow(&fAboutWin);
+    fMainWin->WriteExitState();
+    // No note may hang in a synthesizer that outlives us.
+    fMainWin->View()->StopSong();
+    fMainWin->View()->Ports().MuteAllMidiOut();
+    if (pref().useAIDatabase) {
+        if (fs::path database; TAISelector::DatabaseEntry(&database))
+            fMainWin->View()->AISelector().Save(database);
+    }
+    delete fMainWin.data();
+    fMainWin = nullptr;
+    if (fSynth) fSynth->Finish(0);
+    QCoreApplication::quit();
+}
+
+void TQuillApp::TransferMessage(const veldan::TMessage& message, QObject* window) {
+    if (window) veldan::post_message(window, message);
+}
+
+// Language -------------------------------------------------------------------------------
+
+void TQuillApp::LoadLanguage() {
+    veldan::TLLT& texts = language_table();
+    texts = veldan::TLLT();
+    const std::string& file = pref().languageFile;
+    if (file.empty()) {
+        texts.LoadResource(QString::fromUtf8(quill::kBuiltinLanguagePath));
+        return;
+    }
+    fs::path path = fExeFolder / kLanguageFolder / file;
+    if (texts.Load(path.c_str()) != 0)
+        veldan::show_alert(kNoLanguageCaption, (kNoLanguageText + path.string()).c_str(),
+                           kNoLanguageButton, nullptr, nullptr, 0, veldan::TAlertType::kWarning);
+}
+
+void TQuillApp::SetNodeMonitorLanguage() {
+    if (!fLanguageWatcher.files().isEmpty()) fLanguageWatcher.removePaths(fLanguageWatcher.files());
+    if (!fLanguageWatcher.directories().isEmpty())
+        fLanguageWatcher.removePaths(fLanguageWatcher.directories());
+    fs::path folder = fExeFolder / kLanguageFolder;
+    fLanguageWatcher.addPath(QString::fromStdString(folder.string()));
+    if (!pref().languageFile.empty())
+        fLanguageWatcher.addPath(QString::fromStdString((folder / pref().languageFile).string()));
+}
+
+void TQuillApp::SetNodeMonitorLoader() {
+    if (!fLoaderWatcher.directories().isEmpty())
+        fLoaderWatcher.removePaths(fLoaderWatcher.directories());
+    fLoaderWatcher.addPath(QString::fromStdString((fExeFolder / kLoaderFolder).string()));
+}
+
+void TQuillApp::NodeLanguageChanged() {
+    post_message(this, veldan::TMessage(kMsgPrefLanguageChanged));
+}
+
+void TQuillApp::PrefLanguageChanged() {
+    LoadLanguage();
+    post_message(this, veldan::TMessage(kMsgLanguageChanged));
+}
+
+void TQuillApp::LanguageChanged() {
+    if (fDrvCvtWin) fDrvCvtWin->LanguageChanged();
+    if (fAboutWin) fAboutWin->LanguageChanged();
+    SetNodeMonitorLanguage();
+}
+
+void TQuillApp::LanguageFileDropped(const veldan::TMessage& message) {
+    std::string dropped;
+    if (!message.FindString(TPrefView::kRefsField, &dropped)) return;
+    fs::path source(dropped);
+    std::error_code error;
+    fs::copy_file(source, fExeFolder / kLanguageFolder / source.filename(),
+                  fs::copy_options::overwrite_existing, error);
+    pref().languageFile = source.filename().string();
+    save_pref(false);
+    post_message(this, veldan::TMessage(kMsgPrefLanguageChanged));
+}
+
+void TQuillApp::InstallPlayListMime() {
+    QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    if (data.isEmpty()) return;
+    fs::path mime = fs::path(data.toStdString()) / "mime";
+    std::error_code error;
+    fs::create_directories(mime / "packages", error);
+    std::ofstream(mime / "packages" / kMimePackageFile) << mime_package();
+    // The desktop reads the compiled database; without the tool the package waits for the
+    // next system update of it.
+    QString tool = QStandardPaths::findExecutable("update-mime-database");
+    if (!tool.isEmpty()) QProcess::startDetached(tool, {QString::fromStdString(mime.string())});
+}
+
+// Secondary windows ----------------------------------------------------------------------
+
+void TQuillApp::MItemPrefClicked() {
+    if (!fPrefWin) {
+        auto* win = new TPrefWin(language_table(), pref(), fExeFolder / kLanguageFolder);
+        if (win->InitCheck() != 0) {
+            veldan::show_failure(language_table(), language_table().Text(kTextCannotCreatePrefWin));
+            delete win;
+            return;
+        }
+        win->move(fMainWin->geometry().topLeft() + QPoint(0, kSecondaryWindowOffset));
+        win->SetTarget(this);
+        fPrefWin = win;
+    }
+    fPrefWin->show();
+    fPrefWin->raise();
+    fPrefWin->activateWindow();
+}
+
+void TQuillApp::MItemDrvCvtSettingClicked() {
+    if (!fDrvCvtWin) {
+        fDrvCvtWin = new TDrvCvtWin(language_table());
+        fDrvCvtWin->move(fMainWin->geometry().topLeft() +
+                         QPoint(kSecondaryWindowOffset, kSecondaryWindowOffset));
+        fDrvCvtWin->SetTarget(this);
+    }
+    // Every opening shows the table as the file holds it.
+    fDrvCvtWin->show();
+    fDrvCvtWin->raise();
+}
+
+void TQuillApp::DrvCvtSettingChanged() { app_privacy().Load(); }
+
+void TQuillApp::MItemHelpClicked() {
+    veldan::show_help((fExeFolder / kHelpDocument).c_str(), language_table().Text("Alert_Caption"),
+                      language_table().Text(kTextCannotOpenHelp));
+}
+
+void TQuillApp::MItemAuthorWebClicked() {
+    // The address is a text of the language file, so each translation can name its own
+    // page; ours is the translating chapter of the help document.
+    std::string url = language_table().Text(kTextTranslationsUrl);
+    if (url.find("://") == std::string::npos) url = "file://" + (fExeFolder / url).string();
+    veldan::show_url(url.c_str(), language_table().Text("Alert_Caption"),
+                     language_table().Text(kTextCannotOpenWeb));
+}
+
+void TQuillApp::AboutRequested() {
+    if (!fAboutWin) {
+        fAboutWin = new TAboutWin(language_table(), fExeFolder / kLanguageFolder,
+                                  fExeFolder / kLoaderFolder);
+        fAboutWin->move(fMainWin->geometry().topLeft() +
+                        QPoint(kSecondaryWindowOffset, kSecondaryWindowOffset));
+    }
+    fAboutWin->show();
+    fAboutWin->raise();
+}
+
+// Messages -------------------------------------------------------------------------------
+
+void TQuillApp::MessageReceived(veldan::TMessage* message) {
+    switch (message->what) {
+        case kMsgLanguageChanged:
+            LanguageChanged();
+            TransferMessage(*message, fMainWin);
+            TransferMessage(*message, fPrefWin);
+            break;
+        case kMsgLanguageFileDropped:
+            LanguageFileDropped(*message);
+            TransferMessage(*message, fPrefWin);
+            break;
+        case kMsgNodeLanguageChanged:
+            NodeLanguageChanged();
+            TransferMessage(*message, fPrefWin);
+            if (fAboutWin) fAboutWin->ReloadLanguageFiles();
+            break;
+        case kMsgNodeLoaderChanged:
+            TransferMessage(*message, fMainWin);
+            if (fAboutWin) fAboutWin->ReloadLoaders();
+            break;
+        case kMsgPrefLanguageChanged:
+            PrefLanguageChanged();
+            break;
+        case kMsgPrefChanged:
+            TransferMessage(*message, fMainWin);
+            break;
+        case TQuillWin::kMsgPrefs:
+            MItemPrefClicked();
+            break;
+        case TQuillWin::kMsgDrvCvtPrefs:
+            MItemDrvCvtSettingClicked();
+            break;
+        case kMsgDrvCvtChanged:
+            DrvCvtSettingChanged();
+            break;
+        case TQuillWin::kMsgHelp:
+            MItemHelpClicked();
+            break;
+        case TQuillWin::kMsgAuthorWeb:
+            MItemAuthorWebClicked();
+            break;
+        case TQuillWin::kMsgAboutRequested:
+            AboutRequested();
+            break;
+        case TQuillWin::kMsgQuitRequested:
+            if (QuitRequested()) Quit();
+            break;
+        default:
+            veldan::THandler::MessageReceived(message);
+            break;
+    }
+}

@@ -1,0 +1,526 @@
+#include "app/quill_win.h"
+
+#include <QActionGroup>
+#include <QCloseEvent>
+#include <QGuiApplication>
+#include <QMenu>
+#include <QMenuBar>
+#include <QScreen>
+#include <system_error>
+
+#include "app/settings/exit_state.h"
+#include "app/settings/pref.h"
+#include "app/settings/settings.h"
+#include "midi/endpoint.h"
+#include "midi/roster.h"
+#include "midi/synth.h"
+#include "player/quill_view.h"
+#include "playlist/orvick_view.h"
+#include "playlist/quill_sitem.h"
+#include "veldan/core/llt.h"
+#include "veldan/widgets/alert.h"
+
+namespace fs = std::filesystem;
+using quill::TQuillView;
+
+namespace {
+
+constexpr char kTextSaveFailed[] = "Err_Cannot_Save_List";
+constexpr char kTextAskDelOne[] = "Ask_Del_One_MRUF";
+constexpr char kTextAskDelAll[] = "Ask_Del_All_MRUFs";
+constexpr char kTextHintDelOne[] = "Hint_How_To_Del_One_MRUF";
+constexpr char kPlaylistExtension[] = ".qml";
+// In the settings folder: the main list when the program ends before it was ever saved.
+constexpr char kUnsavedListFile[] = "QuillMIDI_UnsavedList.qml";
+
+const char* const kPlayModeKeys[] = {
+    "MItem_Play_Mode_Seq",      "MItem_Play_Mode_Seq_Rep", "MItem_Play_Mode_Mono",
+    "MItem_Play_Mode_Mono_Rep", "MItem_Play_Mode_Random",  "MItem_Play_Mode_AI_Random",
+};
+
+QString qs(const std::string& text) { return QString::fromStdString(text); }
+
+// "%s" in a language text stands for the file.
+std::string format_text(const char* text, const std::string& file) {
+    std::string result = text;
+    size_t at = result.find("%s");
+    if (at != std::string::npos) result.replace(at, 2, file);
+    return result;
+}
+
+veldan::TRect frame_of(const QRect& rect) {
+    return veldan::TRect{float(rect.left()), float(rect.top()), float(rect.right()),
+                         float(rect.bottom())};
+}
+
+}  // namespace
+
+TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& exitState,
+                     QObject* application, const fs::path& loaderFolder, QWidget* parent)
+    : TMessageHandler<QMainWindow>(parent),
+      fTexts(texts),
+      fExitState(exitState),
+      fApplication(application) {
+    setObjectName("QuillWin");
+    menuBar()->setObjectName("MenuBar");
+    fView = new TQuillView(texts, prefs, loaderFolder, this);
+    fView->setObjectName("QuillView");
+    fView->SetTitleTarget(this);
+    fView->OrvickView()->SetAutoSortKind(prefs.autoSortKind);
+    setCentralWidget(fView);
+
+    fOpenPanel = new QFileDialog(this);
+    fOpenPanel->setOption(QFileDialog::DontUseNativeDialog);
+    fOpenPanel->setFileMode(QFileDialog::ExistingFiles);
+    connect(fOpenPanel, &QFileDialog::filesSelected, this, [this](const QStringList& files) {
+        for (const QString& file : files)
+            OpenListFolderFileRqtd(fs::path(file.toStdString()), fOpenPanelAdds);
+    });
+    fOpenPanel->setDirectory(qs(exitState.panelFolder));
+
+    fAsk = [this](const std::string& text) {
+        return veldan::show_alert(fTexts.Text("Alert_Caption"), text.c_str(),
+                                  fTexts.Text("Button_No"), fTexts.Text("Button_Yes"), nullptr, 0,
+                                  veldan::TAlertType::kWarning) == 1;
+    };
+    fMRUF.SetShowSC(true);
+    fMRUF.SetMaxMRUF(kMaxRecentLists);
+    if (fs::path entry; settings_entry(kMRUPlaylistsFile, &entry)) fMRUF.Load(entry);
+
+    CreateMenu();
+    LabelFilePanels();
+    fView->UpdateWinTitle();
+}
+
+TQuillWin::~TQuillWin() = default;
+
+// Menus --------------------------------------------------------------------------------
+
+QAction* TQuillWin::AddItem(QMenu* menu, const char* key, const veldan::TMessage& message,
+                            QObject* target, const QKeySequence& shortcut) {
+    QAction* item = menu->addAction(fTexts.Text(key));
+    item->setObjectName(key);
+    item->setShortcut(shortcut);
+    QPointer<QObject> guarded(target);
+    connect(item, &QAction::triggered, this, [guarded, message] {
+        if (guarded) veldan::post_message(guarded, message);
+    });
+    return item;
+}
+
+void TQuillWin::CreateMenu() {
+    menuBar()->clear();
+    qDeleteAll(fMenus);
+    fMenus.clear();
+    fMenus.push_back(CreateMenuFile());
+    fMenus.push_back(CreateMenuPlay());
+    auto* midiOut = new QMenu(fTexts.Text("Menu_MIDI_OUT"), menuBar());
+    midiOut->setObjectName("Menu_MIDI_OUT");
+    fMenus.push_back(midiOut);
+    for (size_t port = 0; port < fMenuMidiOut.size(); ++port) {
+        // The output's letter after the word for port, as the public ports are named.
+        fMenuMidiOut[port] = midiOut->addMenu(
+            QString("%1 %2").arg(fTexts.Text("Menu_MIDI_Port")).arg(QChar('A' + int(port))));
+        fMenuMidiOut[port]->setObjectName(QString("Menu_MIDI_Port_%1").arg(port));
+    }
+    fMenus.push_back(CreateMenuTool());
+    fMenus.push_back(CreateMenuHelp());
+    for (QMenu* menu : fMenus) menuBar()->addMenu(menu);
+    CreateMenuMidiOut();
+    GenerateMenuMRUF();
+    UpdateMenuPlayModeRqtd();
+}
+
+QMenu* TQuillWin::CreateMenuFile() {
+    auto* menu = new QMenu(fTexts.Text("Menu_File"), menuBar());
+    menu->setObjectName("Menu_File");
+    AddItem(menu, "MItem_New", veldan::TMessage(kMsgNew), this, QKeySequence("Ctrl+N"));
+    AddItem(menu, "MItem_Add_New", veldan::TMessage(kMsgAddNew), this, QKeySequence("Ctrl+L"));
+    menu->addSeparator();
+    // A submenu can't be chosen itself here, so each holds its panel item first.
+    fMenuOpen = menu->addMenu(fTexts.Text("Menu_Open"));
+    fMenuOpen->setObjectName("Menu_Open");
+    fMenuAdd = menu->addMenu(fTexts.Text("Menu_Add"));
+    fMenuAdd->setObjectName("Menu_Add");
+    menu->addSeparator();
+    AddItem(menu, "MItem_Save", veldan::TMessage(kMsgSave), this, QKeySequence("Ctrl+S"));
+    // Kept: Save As answers the digit 2, not a letter.
+    AddItem(menu, "MItem_Save_As", veldan::TMessage(kMsgSaveAs), this, QKeySequence("Ctrl+2"));
+    menu->addSeparator();
+    AddItem(menu, "MItem_Quit", veldan::TMessage(kMsgQuitRequested), fApplication,
+            QKeySequence("Ctrl+Q"));
+    return menu;
+}
+
+QMenu* TQuillWin::CreateMenuPlay() {
+    auto* menu = new QMenu(fTexts.Text("Menu_Play"), menuBar());
+    menu->setObjectName("Menu_Play");
+    AddItem(menu, "MItem_All_Notes_Off", veldan::TMessage(TQuillView::kMsgAllNotesOff), fView,
+            QKeySequence("Ctrl+F"));
+    menu->addSeparator();
+    fPlayModes = new QActionGroup(menu);
+    for (int32_t mode = 0; mode < int32_t(std::size(kPlayModeKeys)); ++mode) {
+        veldan::TMessage message(TQuillView::kMsgPlayMode);
+        message.AddInt32(TQuillView::kPlayModeField, mode);
+        QAction* item = AddItem(menu, kPlayModeKeys[mode], message, fView);
+        item->setCheckable(true);
+        item->setData(mode);
+        fPlayModes->addAction(item);
+    }
+    return menu;
+}
+
+QMenu* TQuillWin::CreateMenuTool() {
+    auto* menu = new QMenu(fTexts.Text("Menu_Tool"), menuBar());
+    menu->setObjectName("Menu_Tool");
+    AddItem(menu, "MItem_Open_Cur_Doc", veldan::TMessage(TQuillView::kMsgOpenCurDoc), fView);
+    menu->addSeparator();
+    AddItem(menu, "MItem_Prefs", veldan::TMessage(kMsgPrefs), fApplication);
+    AddItem(menu, "MItem_Drv_Cvt_Prefs", veldan::TMessage(kMsgDrvCvtPrefs), fApplication);
+    return menu;
+}
+
+QMenu* TQuillWin::CreateMenuHelp() {
+    auto* menu = new QMenu(fTexts.Text("Menu_Help"), menuBar());
+    menu->setObjectName("Menu_Help");
+    AddItem(menu, "MItem_Help", veldan::TMessage(kMsgHelp), fApplication);
+    menu->addSeparator();
+    AddItem(menu, "MItem_Author_Web", veldan::TMessage(kMsgAuthorWeb), fApplication);
+    menu->addSeparator();
+    AddItem(menu, "MItem_About", veldan::TMessage(kMsgAboutRequested), fApplication);
+    return menu;
+}
+
+void TQuillWin::CreateMenuMidiOut() {
+    for (QMenu* menu : fMenuMidiOut) menu->clear();
+    const std::string separator = fTexts.Text("SC_Sep");
+    int n = 0;
+    int32_t id = 0;
+    while (TMidiConsumer* consumer = TMidiRoster::Default().NextConsumer(&id)) {
+        if (consumer->Name() == "<anonymous>") continue;
+        std::string label =
+            std::string(1, n < 9 ? char('1' + n) : '*') + separator + consumer->Name();
+        for (size_t port = 0; port < fMenuMidiOut.size(); ++port) {
+            veldan::TMessage message(TQuillView::kMsgMidiOut);
+            message.AddInt32(TQuillView::kMidiPortField, int32_t(port));
+            message.AddInt32(TQuillView::kConsumerIdField, consumer->ID());
+            message.AddString(kConsumerNameField, consumer->Name());
+            QAction* item = fMenuMidiOut[port]->addAction(qs(label));
+            item->setCheckable(true);
+            item->setData(consumer->ID());
+            QPointer<QObject> view(fView);
+            connect(item, &QAction::triggered, this, [view, message] {
+                if (view) veldan::post_message(view, message);
+            });
+        }
+        ++n;
+    }
+    UpdateMenuMidiOutRqtd();
+}
+
+void TQuillWin::RecreateMenuMidiOutRqtd() { CreateMenuMidiOut(); }
+
+void TQuillWin::UpdateMenuMidiOutRqtd() {
+    for (size_t port = 0; port < fMenuMidiOut.size(); ++port) {
+        TMidiLocalProducer* out = fView->Chain().PublicOut(int(port));
+        for (QAction* item : fMenuMidiOut[port]->actions()) {
+            TMidiConsumer* consumer = TMidiRoster::Default().FindConsumer(item->data().toInt());
+            item->setChecked(consumer && out->IsConnected(consumer));
+        }
+    }
+}
+
+void TQuillWin::UpdateMenuPlayModeRqtd() {
+    for (QAction* item : fPlayModes->actions())
+        item->setChecked(item->data().toInt() == fView->PlayMode());
+}
+
+// Recent playlists ----------------------------------------------------------------------
+
+void TQuillWin::GenerateMenuMRUF() {
+    fMRUF.SetSeparator(fTexts.Text("SC_Sep"));
+    FillRecentMenu(fMenuOpen, kMsgOpenRecent);
+    FillRecentMenu(fMenuAdd, kMsgAddRecent);
+    SaveRecentLists();
+}
+
+void TQuillWin::FillRecentMenu(QMenu* menu, uint32_t what) {
+    menu->clear();
+    bool opens = what == kMsgOpenRecent;
+    AddItem(menu, opens ? "Open_Panel_Title_Open" : "Open_Panel_Title_Add",
+            veldan::TMessage(opens ? kMsgOpen : kMsgAdd), this,
+            QKeySequence(opens ? "Ctrl+O" : "Ctrl+E"));
+    menu->addSeparator();
+    for (int32_t i = 0; i < fMRUF.CountMRUFs(); ++i) {
+        QAction* item = menu->addAction(qs(fMRUF.ItemLabel(i)));
+        item->setToolTip(fTexts.Text(kTextHintDelOne));
+        if (char key = fMRUF.ItemShortcut(i); key && opens)
+            item->setShortcut(QKeySequence(QString("Ctrl+Shift+%1").arg(QChar(key))));
+        std::string path = fMRUF.MRUFAt(i);
+        connect(item, &QAction::triggered, this,
+                [this, path, what] { RecentItemChosen(path, what); });
+    }
+    menu->addSeparator();
+    QAction* clear = AddItem(menu, "MItem_Del_All_MRUFs", veldan::TMessage(kMsgDelAllMRUF), this);
+    clear->setEnabled(fMRUF.CountMRUFs() > 0);
+}
+
+void TQuillWin::RecentItemChosen(const std::string& path, uint32_t what) {
+    // Control held: the entry is to be removed, not opened.
+    if (QGuiApplication::keyboardModifiers() & Qt::ControlModifier) {
+        if (fAsk(format_text(fTexts.Text(kTextAskDelOne), path))) RemoveHistoryRqtd(path);
+        return;
+    }
+    veldan::TMessage message(what);
+    message.AddString(kRefsField, path);
+    veldan::post_message(this, message);
+}
+
+void TQuillWin::RemoveHistoryRqtd(const fs::path& ref) {
+    fMRUF.RemoveMRUF(ref.string());
+    GenerateMenuMRUF();
+}
+
+void TQuillWin::MItemDelAllMRUFClicked() {
+    std::string question =
+        std::string(fTexts.Text(kTextAskDelAll)) + "\n\n" + fTexts.Text(kTextHintDelOne);
+    if (!fAsk(question)) return;
+    fMRUF.ClearMRUF();
+    GenerateMenuMRUF();
+}
+
+void TQuillWin::SaveRecentLists() const {
+    if (fs::path entry; settings_entry(kMRUPlaylistsFile, &entry)) fMRUF.Save(entry);
+}
+
+// Playlists -----------------------------------------------------------------------------
+
+void TQuillWin::LabelFilePanels() {
+    fOpenPanel->setWindowTitle(
+        fTexts.Text(fOpenPanelAdds ? "Open_Panel_Title_Add" : "Open_Panel_Title_Open"));
+    fOpenPanel->setLabelText(
+        QFileDialog::Accept,
+        fTexts.Text(fOpenPanelAdds ? "Open_Panel_Button_Add" : "Open_Panel_Button_Open"));
+}
+
+void TQuillWin::ShowOpenPanel(bool add) {
+    fOpenPanelAdds = add;
+    LabelFilePanels();
+    fOpenPanel->show();
+    fOpenPanel->raise();
+}
+
+bool TQuillWin::LoadListFolderFile(const fs::path& ref, bool add) {
+    TOrvickView* list = fView->OrvickView();
+    std::error_code error;
+    bool isPlaylist = fs::is_regular_file(ref, error) && !TOrvickView::IsMidiFile(ref);
+    if (!add) {
+        fView->StopSong();
+        list->ClearList();
+        // A playlist file becomes the list itself; songs and folders go into a new one.
+        if (!isPlaylist) list->AddNewList(nullptr);
+    }
+    bool added = add || !isPlaylist ? list->AddListFolderFileToTopLevel(ref)
+                                    : list->AddListFolderFile(ref, nullptr, -1);
+    if (list->topLevelItemCount() == 0) list->AddNewList(nullptr);
+    fView->UpdateWinTitle();
+    return added && isPlaylist;
+}
+
+void TQuillWin::OpenListFolderFileRqtd(const fs::path& ref, bool add) {
+    if (LoadListFolderFile(ref, add)) {
+        fMRUF.AddMRUF(ref.string());
+        GenerateMenuMRUF();
+    }
+    fOpenPanel->setDirectory(qs(ref.parent_path().string()));
+}
+
+void TQuillWin::MItemNewClicked() {
+    fView->StopSong();
+    fView->OrvickView()->ClearList();
+    fView->OrvickView()->AddNewList(nullptr);
+    fView->UpdateWinTitle();
+}
+
+void TQuillWin::MItemSaveClicked(bool saveAs) {
+    auto* first = static_cast<TQuillSItem*>(fView->OrvickView()->topLevelItem(0));
+    if (!first) return;
+    fs::path target = first->EntryRef();
+    if (saveAs || first->UnnamedNewList() || first->Kind() != kFmtNativeList) {
+        QString chosen = QFileDialog::getSaveFileName(
+            this, fTexts.Text("Save_Panel_Title"), fOpenPanel->directory().absolutePath(),
+            QString(), nullptr, QFileDialog::DontUseNativeDialog);
+        if (chosen.isEmpty()) return;
+        target = chosen.toStdString();
+        if (target.extension().empty()) target += kPlaylistExtension;
+    }
+    std::string error;
+    if (!fView->OrvickView()->OverwriteList(first->ListId(), target, &error)) {
+        fView->ControlBar()->SetStatusText(error.empty() ? fTexts.Text(kTextSaveFailed) : error);
+        return;
+    }
+    fMRUF.AddMRUF(target.string());
+    GenerateMenuMRUF();
+    fView->UpdateWinTitle();
+}
+
+// Start and quit ------------------------------------------------------------------------
+
+void TQuillWin::ConnectByNames(int port, const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+        int32_t id = 0;
+        while (TMidiConsumer* consumer = TMidiRoster::Default().NextConsumer(&id)) {
+            if (consumer->Name() != name) continue;
+            fView->Ports().ConnectMidiOut(port, consumer->ID());
+            break;
+        }
+    }
+}
+
+fs::path TQuillWin::UnsavedListFile() {
+    fs::path file;
+    return settings_entry(kUnsavedListFile, &file) ? file : fs::path();
+}
+
+void TQuillWin::RestoreMainList() {
+    const fs::path file = fExitState.mainListFile;
+    std::error_code error;
+    if (file.empty() || !fs::exists(file, error)) return;
+    if (file != UnsavedListFile()) {
+        OpenListFolderFileRqtd(file, false);
+        return;
+    }
+    LoadListFolderFile(file, false);
+    // Still the user's unsaved list: saving it asks for a name.
+    if (auto* first = static_cast<TQuillSItem*>(fView->OrvickView()->topLevelItem(0))) {
+        first->SetUnnamedNewList(true);
+        first->UpdateText(fTexts);
+    }
+    fView->UpdateWinTitle();
+}
+
+std::string TQuillWin::MainListFileForExit() {
+    auto* first = static_cast<TQuillSItem*>(fView->OrvickView()->topLevelItem(0));
+    if (!first) return std::string();
+    if (!first->UnnamedNewList()) return first->EntryRef().string();
+    // A list never saved is kept for the next start rather than lost.
+    fs::path keep = UnsavedListFile();
+    std::string error;
+    if (keep.empty() || !fView->OrvickView()->OverwriteList(first->ListId(), keep, &error))
+        return std::string();
+    return keep.string();
+}
+
+void TQuillWin::RestoreExitState() {
+    bool firstStart = fExitState.version.empty();
+    RestoreMainList();
+    fView->SetPlayMode(fExitState.playMode);
+    UpdateMenuPlayModeRqtd();
+    if (fView->OrvickView()->Song(fExitState.currentSongIndex)) {
+        veldan::TMessage change(TOrvickView::kMsgChangeSongRqtd);
+        change.AddInt32(TOrvickView::kSongIndexField, fExitState.currentSongIndex);
+        fView->ChangeSongRqtd(change);
+    }
+    if (firstStart) {
+        // Music at once on a new machine: port A plays through the built-in synthesizer.
+        ConnectByNames(0, {TSynthConsumer::kName});
+    } else {
+        for (int port = 0; port < TExitState::kOutputCount; ++port)
+            ConnectByNames(port, fExitState.connections[size_t(port)]);
+    }
+    fView->UpdatePortCompos();
+    UpdateMenuMidiOutRqtd();
+}
+
+void TQuillWin::WriteExitState() {
+    fExitState.frame = frame_of(geometry());
+    fExitState.expandedHeight = float(height());
+    fExitState.panelFolder = fOpenPanel->directory().absolutePath().toStdString();
+    fExitState.playMode = fView->PlayMode();
+    fExitState.currentSongIndex = std::max(0, fView->CurSongIdx());
+    fExitState.mainListFile = MainListFileForExit();
+    for (int port = 0; port < TExitState::kOutputCount; ++port) {
+        auto& names = fExitState.connections[size_t(port)];
+        names.clear();
+        for (TMidiConsumer* consumer : fView->Chain().PublicOut(port)->Connections())
+            names.push_back(consumer->Name());
+    }
+}
+
+bool TQuillWin::QuitRequested() {
+    veldan::TMessage quit(kMsgQuitRequested);
+    return fView->OrvickView()->AskSaveAllList(quit, fApplication);
+}
+
+void TQuillWin::closeEvent(QCloseEvent* event) {
+    // The application decides, after asking about unsaved playlists.
+    event->ignore();
+    veldan::post_message(fApplication, veldan::TMessage(kMsgQuitRequested));
+}
+
+void TQuillWin::SetDeskBarTitleRqtd(const std::string& title) {
+    // The window title names the playlist; the song goes where the desktop shows the
+    // program in its task list.
+    setWindowIconText(qs(title));
+}
+
+void TQuillWin::LanguageChanged() {
+    CreateMenu();
+    LabelFilePanels();
+    fView->LanguageChanged();
+}
+
+void TQuillWin::MessageReceived(veldan::TMessage* message) {
+    std::string ref;
+    message->FindString(kRefsField, &ref);
+    std::string title;
+    switch (message->what) {
+        case kMsgNew:
+            MItemNewClicked();
+            break;
+        case kMsgAddNew:
+            fView->OrvickView()->AddNewList(nullptr);
+            break;
+        case kMsgOpen:
+        case kMsgAdd:
+            ShowOpenPanel(message->what == kMsgAdd);
+            break;
+        case kMsgOpenRecent:
+        case kMsgAddRecent:
+            if (!ref.empty()) OpenListFolderFileRqtd(ref, message->what == kMsgAddRecent);
+            break;
+        case kMsgRemoveHistory:
+            RemoveHistoryRqtd(ref);
+            break;
+        case kMsgDelAllMRUF:
+            MItemDelAllMRUFClicked();
+            break;
+        case kMsgSave:
+        case kMsgSaveAs:
+            MItemSaveClicked(message->what == kMsgSaveAs);
+            break;
+        case TQuillView::kMsgDeskBarTitle:
+            message->FindString(TQuillView::kDeskBarTitleField, &title);
+            SetDeskBarTitleRqtd(title);
+            break;
+        case TQuillView::kMsgRecreateMenuMidiOut:
+            RecreateMenuMidiOutRqtd();
+            break;
+        case TQuillView::kMsgUpdateMenuMidiOut:
+            UpdateMenuMidiOutRqtd();
+            break;
+        case TQuillView::kMsgUpdateMenuPlayMode:
+            UpdateMenuPlayModeRqtd();
+            break;
+        case TQuillView::kMsgLanguageChanged:
+            LanguageChanged();
+            break;
+        case TQuillView::kMsgNodeLoaderChanged:
+        case TQuillView::kMsgPrefChanged:
+            veldan::post_message(fView, *message);
+            break;
+        default:
+            TMessageHandler<QMainWindow>::MessageReceived(message);
+            break;
+    }
+}

@@ -1,0 +1,198 @@
+// The application object end to end: start-up with the real built-in synthesizer rendering
+// into a file, the playlist type installed once per version, songs given at start played
+// to a recording consumer, the language switched through the application, the secondary
+// windows made once, and quitting and starting again with the same state.
+
+#include "app/quill_app.h"
+
+#include <gtest/gtest.h>
+
+#include <QMenu>
+#include <QMenuBar>
+
+#include "app/settings/settings.h"
+#include "midi/recorder.h"
+#include "midi/roster.h"
+#include "midi/synth.h"
+#include "player/control_bar.h"
+#include "player/quill_view.h"
+#include "playlist/orvick_view.h"
+#include "tests/support/scoped_env.h"
+#include "tests/support/smf_builder.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/widget_app.h"
+#include "veldan/core/llt.h"
+
+namespace fs = std::filesystem;
+using quill::TQuillView;
+
+namespace {
+
+// Two seconds of eighth notes, so that a key change lands while the song plays.
+std::vector<uint8_t> running_song() {
+    TSmfBuilder smf(1, 480);
+    TTrackBuilder& track = smf.AddTrack().Name(0, "Runner");
+    for (int i = 0; i < 16; ++i) track.NoteOn(0, 0, 60, 100).NoteOff(240, 0, 60);
+    return smf.Bytes();
+}
+
+bool is_note_on(const std::vector<uint8_t>& bytes) {
+    return bytes.size() == 3 && (bytes[0] & 0xF0) == 0x90 && bytes[2] > 0;
+}
+
+class QuillAppTest : public TWidgetTest {
+  protected:
+    QuillAppTest() {
+        fs::create_directories(fExe.Path() / "Language");
+        fs::create_directories(fExe.Path() / "Loader");
+        for (const char* name : {"English.llt", "Japanese.llt"})
+            fs::copy_file(fs::path(QUILL_SOURCE_DIR) / "resources/Language" / name,
+                          fExe.Path() / "Language" / name);
+        ResetRecords();
+    }
+
+    static void ResetRecords() {
+        exit_state() = TExitState();
+        pref() = TPref();
+        language_table() = veldan::TLLT();
+    }
+
+    // The records as the next run reads them from the files this run wrote.
+    static void Restart() {
+        ASSERT_TRUE(save_exit_state());
+        ResetRecords();
+        load_global();
+    }
+
+    std::unique_ptr<TQuillApp> Start(std::vector<fs::path> files = {}) {
+        TQuillApp::TOptions options;
+        options.exeFolder = fExe.Path();
+        options.wavPath = (fOut.Path() / "synth.wav").string();
+        options.startSystemMidi = false;
+        options.files = std::move(files);
+        return std::make_unique<TQuillApp>(options);
+    }
+
+    size_t NoteOns(const TMidiRecorder& recorder, uint8_t note) const {
+        size_t count = 0;
+        for (size_t i = 0; i < recorder.Count(); ++i) {
+            std::vector<uint8_t> bytes = recorder.EventBytes(i);
+            if (is_note_on(bytes) && bytes[1] == note) ++count;
+        }
+        return count;
+    }
+
+    TTempDir fExe;
+    TTempDir fOut;
+    TTempDir fConfig;
+    TTempDir fData;
+    TScopedEnv fConfigHome{"XDG_CONFIG_HOME", fConfig.Path().c_str()};
+    TScopedEnv fDataHome{"XDG_DATA_HOME", fData.Path().c_str()};
+};
+
+TEST_F(QuillAppTest, FirstStartInstallsThePlaylistTypeOnceAndPlaysThroughTheSynthesizer) {
+    const fs::path package = fData.Path() / "mime/packages/x-vnd.VELDAN-QuillMIDI-PlayList.xml";
+    {
+        auto app = Start();
+        ASSERT_TRUE(fs::exists(package));
+        std::vector<uint8_t> bytes = read_file_bytes(package);
+        std::string xml(bytes.begin(), bytes.end());
+        EXPECT_NE(xml.find(TQuillApp::kPlaylistMimeType), std::string::npos);
+        EXPECT_NE(xml.find("*.qml"), std::string::npos);
+        std::vector<TMidiConsumer*> portA =
+            app->MainWin()->View()->Chain().PublicOut(0)->Connections();
+        ASSERT_EQ(portA.size(), 1u);
+        EXPECT_EQ(portA[0]->Name(), TSynthConsumer::kName);
+        app->Quit();
+    }
+    Restart();
+    EXPECT_EQ(exit_state().version, kAppVersion);
+    fs::remove(package);
+    auto again = Start();
+    EXPECT_FALSE(fs::exists(package));
+}
+
+TEST_F(QuillAppTest, SongsGivenAtStartPlayAndAKeyChangeReachesTheConsumer) {
+    TMidiRecorder recorder("Recording Synth", 1 << 12);
+    recorder.Register();
+    fs::path song = fOut.Write("runner.mid", running_song());
+    auto app = Start({song});
+    TQuillView* view = app->MainWin()->View();
+    ASSERT_EQ(view->OrvickView()->Songs(), 1);
+    ASSERT_EQ(view->Ports().ConnectMidiOut(0, recorder.ID()), 0);
+    ASSERT_TRUE(process_until([&] { return NoteOns(recorder, 60) >= 2; }))
+        << "state " << view->State();
+
+    veldan::TMessage key(quill::kMsgKeyChanged);
+    key.AddInt32(TQuillView::kSliderValueField, 2);
+    veldan::post_message(view, key);
+    EXPECT_TRUE(process_until([&] { return NoteOns(recorder, 62) >= 2; }));
+    EXPECT_EQ(view->SongTitle(), "Runner");
+    app->Quit();
+    EXPECT_FALSE(app->IsRunning());
+}
+
+TEST_F(QuillAppTest, QuittingAndStartingAgainRestoresTheSameState) {
+    TMidiRecorder recorder("Remembered Synth", 256);
+    recorder.Register();
+    std::vector<fs::path> songs = {fOut.Write("a.mid", running_song()),
+                                   fOut.Write("b.mid", running_song())};
+    {
+        auto app = Start(songs);
+        TQuillView* view = app->MainWin()->View();
+        view->StopSong();
+        veldan::TMessage change(TOrvickView::kMsgChangeSongRqtd);
+        change.AddInt32(TOrvickView::kSongIndexField, 1);
+        view->ChangeSongRqtd(change);
+        view->SetPlayMode(1);
+        ASSERT_EQ(view->Ports().ConnectMidiOut(1, recorder.ID()), 0);
+        app->MainWin()->setGeometry(40, 60, 640, 420);
+        app->Quit();
+    }
+    Restart();
+    auto app = Start();
+    TQuillView* view = app->MainWin()->View();
+    EXPECT_EQ(view->OrvickView()->Songs(), 2);
+    EXPECT_EQ(view->CurSongIdx(), 1);
+    EXPECT_EQ(view->PlayMode(), 1);
+    EXPECT_TRUE(view->Chain().PublicOut(1)->IsConnected(&recorder));
+    EXPECT_EQ(view->Chain().PublicOut(0)->Connections().size(), 1u);  // the synthesizer
+    EXPECT_EQ(app->MainWin()->geometry(), QRect(40, 60, 640, 420));
+}
+
+TEST_F(QuillAppTest, ALanguageChangeReachesTheMenus) {
+    auto app = Start();
+    EXPECT_EQ(app->MainWin()->menuBar()->actions()[0]->text(), "File");
+    pref().languageFile = "Japanese.llt";
+    veldan::post_message(app.get(), veldan::TMessage(TQuillApp::kMsgPrefLanguageChanged));
+    EXPECT_TRUE(process_until([&] {
+        return app->MainWin()->menuBar()->actions()[0]->text() == QString::fromUtf8("ファイル");
+    })) << app->MainWin()->menuBar()->actions()[0]->text().toStdString();
+}
+
+TEST_F(QuillAppTest, SecondaryWindowsAreMadeOnceAndClosedAtQuit) {
+    auto app = Start();
+    app->MItemPrefClicked();
+    QPointer<TPrefWin> prefs = app->PrefWin();
+    ASSERT_NE(prefs, nullptr);
+    app->MItemPrefClicked();
+    EXPECT_EQ(app->PrefWin(), prefs.data());
+    app->AboutRequested();
+    app->MItemDrvCvtSettingClicked();
+    QPointer<TAboutWin> about = app->AboutWin();
+    QPointer<TDrvCvtWin> drives = app->DrvCvtWin();
+    EXPECT_TRUE(about && about->isVisible());
+    EXPECT_TRUE(drives && drives->isVisible());
+    app->Quit();
+    EXPECT_EQ(prefs, nullptr);
+    EXPECT_EQ(about, nullptr);
+    EXPECT_EQ(drives, nullptr);
+}
+
+TEST_F(QuillAppTest, TheCloseBoxQuitsThroughTheApplication) {
+    auto app = Start();
+    app->MainWin()->close();
+    EXPECT_TRUE(process_until([&] { return !app->IsRunning(); }));
+}
+
+}  // namespace

@@ -1,0 +1,60 @@
+// Renders the main window with a playlist, in English and in Japanese, at whatever scale
+// QT_SCALE_FACTOR sets, for a person to look at; and checks that the menus and controls
+// keep their texts whole.
+
+#include <gtest/gtest.h>
+
+#include <QMenuBar>
+
+#include "app/quill_win.h"
+#include "app/settings/exit_state.h"
+#include "app/settings/pref.h"
+#include "player/control_bar.h"
+#include "player/quill_view.h"
+#include "playlist/orvick_view.h"
+#include "tests/player/language_fixture.h"
+#include "tests/support/render_check.h"
+#include "tests/support/scoped_env.h"
+#include "tests/support/smf_builder.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/widget_app.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class QuillWinRenderTest : public TWidgetTest, public ::testing::WithParamInterface<const char*> {
+  protected:
+    void Render(const char* language) {
+        veldan::TLLT texts = file_language(language);
+        TQuillWin win(texts, fPrefs, fExitState, nullptr, fTemp.Path() / "Loader");
+        TSmfBuilder smf(1, 480);
+        smf.AddTrack().Name(0, "Gymnopédie No. 1").NoteOn(0, 0, 60, 90).NoteOff(480, 0, 60);
+        for (const char* name : {"gymnopedie.mid", "clair_de_lune.mid", "canon.mid"})
+            win.View()->OrvickView()->AddListFolderFileToTopLevel(fTemp.Write(name, smf.Bytes()));
+        win.View()->ControlBar()->SetPlayState(quill::kStatePlaying);
+        win.View()->ControlBar()->SetPortLit(0, true);
+        win.resize(560, 360);
+        win.show();
+        ASSERT_TRUE(process_until([&] { return !win.View()->SongTitle().empty(); }));
+        win.View()->ExpSongTitle();
+        const QString name = QString("main_window_") + QString(language).section('.', 0, 0);
+        const QImage image(save_render(win, name, QUILL_RENDER_DIR));
+        EXPECT_TRUE(has_more_than_one_colour(image));
+        for (QAction* menu : win.menuBar()->actions()) EXPECT_FALSE(menu->text().isEmpty());
+        expect_nothing_cut(*win.View()->ControlBar());
+    }
+
+    TTempDir fTemp;
+    TTempDir fConfig;
+    TScopedEnv fConfigHome{"XDG_CONFIG_HOME", fConfig.Path().c_str()};
+    TPref fPrefs;
+    TExitState fExitState;
+};
+
+TEST_P(QuillWinRenderTest, MainWindowRendersWhole) { Render(GetParam()); }
+
+INSTANTIATE_TEST_SUITE_P(Languages, QuillWinRenderTest,
+                         ::testing::Values("English.llt", "Japanese.llt"));
+
+}  // namespace

@@ -1,0 +1,318 @@
+// The main window through its menus: the menu tree, play-mode and MIDI OUT marks across a
+// language change, the recent playlists, the close box, and the exit state it writes and
+// restores.
+
+#include "app/quill_win.h"
+
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QMenu>
+#include <QMenuBar>
+
+#include "app/settings/exit_state.h"
+#include "app/settings/pref.h"
+#include "app/settings/settings.h"
+#include "midi/recorder.h"
+#include "player/quill_view.h"
+#include "playlist/orvick_view.h"
+#include "playlist/quill_sitem.h"
+#include "tests/player/language_fixture.h"
+#include "tests/support/message_recorder.h"
+#include "tests/support/scoped_env.h"
+#include "tests/support/smf_builder.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/widget_app.h"
+
+namespace fs = std::filesystem;
+using quill::TQuillView;
+
+namespace {
+
+std::vector<uint8_t> short_song() {
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().Name(0, "Tune").NoteOn(0, 0, 60, 100).NoteOff(480, 0, 60);
+    return smf.Bytes();
+}
+
+QMenu* top_menu(QMainWindow& win, const char* name) {
+    return win.menuBar()->findChild<QMenu*>(name, Qt::FindDirectChildrenOnly);
+}
+
+QAction* item(QMenu* menu, const char* name) {
+    for (QAction* action : menu->actions())
+        if (action->objectName() == name) return action;
+    return nullptr;
+}
+
+std::vector<QAction*> checked(QMenu* menu) {
+    std::vector<QAction*> marked;
+    for (QAction* action : menu->actions())
+        if (action->isChecked()) marked.push_back(action);
+    return marked;
+}
+
+class QuillWinTest : public TWidgetTest {
+  protected:
+    QuillWinTest() {
+        fTexts = builtin_language();
+        fLoaders = fTemp.Path() / "Loader";
+        fs::create_directories(fLoaders);
+    }
+
+    std::unique_ptr<TQuillWin> MakeWin() {
+        auto win = std::make_unique<TQuillWin>(fTexts, fPrefs, fExitState, &fApp, fLoaders);
+        win->SetAskFn([this](const std::string& question) {
+            fQuestions.push_back(question);
+            return fAnswer;
+        });
+        return win;
+    }
+
+    fs::path Song(const std::string& name) { return fTemp.Write(name, short_song()); }
+
+    fs::path Playlist(const std::string& name, const std::vector<fs::path>& songs) {
+        std::string text = "MarnelList$1\n";
+        for (const fs::path& song : songs) text += song.string() + "\n";
+        return fTemp.Write(name, text);
+    }
+
+    TTempDir fTemp;
+    TTempDir fConfig;
+    TScopedEnv fConfigHome{"XDG_CONFIG_HOME", fConfig.Path().c_str()};
+    veldan::TLLT fTexts;
+    TPref fPrefs;
+    TExitState fExitState;
+    TMessageRecorder fApp;
+    fs::path fLoaders;
+    std::vector<std::string> fQuestions;
+    bool fAnswer = true;
+};
+
+TEST_F(QuillWinTest, MenuTreeHasEveryMenuInOrderWithItsShortcuts) {
+    auto win = MakeWin();
+    QStringList titles;
+    for (QAction* menu : win->menuBar()->actions()) titles << menu->text();
+    EXPECT_EQ(titles, QStringList({"File", "Play", "MIDI OUT", "Tools", "Help"}));
+
+    QMenu* file = top_menu(*win, "Menu_File");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(item(file, "MItem_New")->shortcut(), QKeySequence("Ctrl+N"));
+    EXPECT_EQ(item(file, "MItem_Add_New")->shortcut(), QKeySequence("Ctrl+L"));
+    EXPECT_EQ(item(file, "MItem_Save")->shortcut(), QKeySequence("Ctrl+S"));
+    EXPECT_EQ(item(file, "MItem_Save_As")->shortcut(), QKeySequence("Ctrl+2"));
+    EXPECT_EQ(item(file, "MItem_Quit")->shortcut(), QKeySequence("Ctrl+Q"));
+    EXPECT_EQ(item(top_menu(*win, "Menu_Play"), "MItem_All_Notes_Off")->shortcut(),
+              QKeySequence("Ctrl+F"));
+    for (const char* name : {"MItem_Open_Cur_Doc", "MItem_Prefs", "MItem_Drv_Cvt_Prefs"})
+        EXPECT_NE(item(top_menu(*win, "Menu_Tool"), name), nullptr) << name;
+    for (const char* name : {"MItem_Help", "MItem_Author_Web", "MItem_About"})
+        EXPECT_NE(item(top_menu(*win, "Menu_Help"), name), nullptr) << name;
+}
+
+TEST_F(QuillWinTest, ApplicationItemsPostTheirCodesToTheApplication) {
+    auto win = MakeWin();
+    item(top_menu(*win, "Menu_Tool"), "MItem_Prefs")->trigger();
+    item(top_menu(*win, "Menu_Help"), "MItem_About")->trigger();
+    item(top_menu(*win, "Menu_File"), "MItem_Quit")->trigger();
+    const auto& received = fApp.Deliver();
+    ASSERT_EQ(received.size(), 3u);
+    EXPECT_EQ(received[0].what, TQuillWin::kMsgPrefs);
+    EXPECT_EQ(received[1].what, TQuillWin::kMsgAboutRequested);
+    EXPECT_EQ(received[2].what, TQuillWin::kMsgQuitRequested);
+}
+
+TEST_F(QuillWinTest, CloseBoxAsksTheApplicationAndKeepsTheWindow) {
+    auto win = MakeWin();
+    win->show();
+    win->close();
+    ASSERT_EQ(fApp.Deliver().size(), 1u);
+    EXPECT_EQ(fApp.received[0].what, TQuillWin::kMsgQuitRequested);
+    EXPECT_TRUE(win->isVisible());
+}
+
+TEST_F(QuillWinTest, PlayModeItemMarksTheModeAndALanguageChangeKeepsEveryMark) {
+    TMidiRecorder synth("Test Synth", 256);
+    synth.Register();
+    auto win = MakeWin();
+    QMenu* play = top_menu(*win, "Menu_Play");
+    item(play, "MItem_Play_Mode_Mono_Rep")->trigger();
+    QMenu* portA = win->findChild<QMenu*>("Menu_MIDI_Port_0");
+    ASSERT_NE(portA, nullptr);
+    QAction* synthItem = nullptr;
+    for (QAction* action : portA->actions())
+        if (action->text().endsWith("Test Synth")) synthItem = action;
+    ASSERT_NE(synthItem, nullptr);
+    synthItem->trigger();
+    ASSERT_TRUE(
+        process_until([&] { return win->View()->PlayMode() == 3 && checked(portA).size() == 1; }));
+    EXPECT_TRUE(win->View()->Chain().PublicOut(0)->IsConnected(&synth));
+
+    fTexts = file_language("Japanese.llt");
+    win->LanguageChanged();
+    play = top_menu(*win, "Menu_Play");
+    EXPECT_EQ(win->menuBar()->actions()[0]->text().toStdString(), fTexts.Text("Menu_File"));
+    std::vector<QAction*> modes = checked(play);
+    ASSERT_EQ(modes.size(), 1u);
+    EXPECT_EQ(modes[0]->text().toStdString(), fTexts.Text("MItem_Play_Mode_Mono_Rep"));
+    portA = win->findChild<QMenu*>("Menu_MIDI_Port_0");
+    std::vector<QAction*> connected = checked(portA);
+    ASSERT_EQ(connected.size(), 1u);
+    EXPECT_TRUE(connected[0]->text().endsWith("Test Synth"));
+    EXPECT_TRUE(checked(win->findChild<QMenu*>("Menu_MIDI_Port_1")).empty());
+}
+
+TEST_F(QuillWinTest, MidiOutMenusFollowConsumersAsTheyComeAndGo) {
+    auto win = MakeWin();
+    QMenu* portB = win->findChild<QMenu*>("Menu_MIDI_Port_1");
+    auto count = [&] { return portB->actions().size(); };
+    const qsizetype before = count();
+    {
+        TMidiRecorder newcomer("Newcomer", 16);
+        newcomer.Register();
+        ASSERT_TRUE(process_until([&] { return count() == before + 1; }));
+        QString label = portB->actions().back()->text();
+        EXPECT_TRUE(label.endsWith(": Newcomer")) << label.toStdString();
+    }
+    EXPECT_TRUE(process_until([&] { return count() == before; }));
+}
+
+TEST_F(QuillWinTest, OpeningAPlaylistListsItFirstInBothRecentMenus) {
+    fs::path older = Playlist("older.qml", {Song("a.mid")});
+    fs::path newer = Playlist("newer.qml", {Song("b.mid"), Song("c.mid")});
+    auto win = MakeWin();
+    QMenu* open = win->findChild<QMenu*>("Menu_Open");
+    QAction* clearAll = item(open, "MItem_Del_All_MRUFs");
+    ASSERT_NE(clearAll, nullptr);
+    EXPECT_FALSE(clearAll->isEnabled());
+
+    win->OpenListFolderFileRqtd(older, false);
+    win->OpenListFolderFileRqtd(newer, false);
+    EXPECT_EQ(win->View()->OrvickView()->Songs(), 2);
+    ASSERT_EQ(win->RecentLists().CountMRUFs(), 2);
+    EXPECT_EQ(win->RecentLists().MRUFAt(0), newer.string());
+    for (const char* name : {"Menu_Open", "Menu_Add"}) {
+        QMenu* menu = win->findChild<QMenu*>(name);
+        QStringList labels;
+        for (QAction* action : menu->actions())
+            if (action->text().contains(".qml")) labels << action->text();
+        EXPECT_EQ(labels, QStringList({"0: newer.qml", "1: older.qml"})) << name;
+        EXPECT_TRUE(item(menu, "MItem_Del_All_MRUFs")->isEnabled());
+    }
+    fs::path stored;
+    ASSERT_TRUE(settings_entry(kMRUPlaylistsFile, &stored));
+    EXPECT_TRUE(fs::exists(stored));
+}
+
+TEST_F(QuillWinTest, ChoosingARecentPlaylistOpensOrAddsIt) {
+    fs::path list = Playlist("list.qml", {Song("a.mid"), Song("b.mid")});
+    fs::path other = Playlist("other.qml", {Song("c.mid"), Song("d.mid")});
+    auto win = MakeWin();
+    win->OpenListFolderFileRqtd(list, false);
+    win->OpenListFolderFileRqtd(other, false);
+    auto chosen = [&](const char* menu) {
+        for (QAction* action : win->findChild<QMenu*>(menu)->actions())
+            if (action->text().endsWith("list.qml")) return action;
+        return static_cast<QAction*>(nullptr);
+    };
+    chosen("Menu_Add")->trigger();
+    ASSERT_TRUE(process_until([&] { return win->View()->OrvickView()->Songs() == 4; }));
+    chosen("Menu_Open")->trigger();
+    EXPECT_TRUE(process_until([&] { return win->View()->OrvickView()->Songs() == 2; }));
+}
+
+TEST_F(QuillWinTest, ClearingRecentPlaylistsAsksAndRespectsNo) {
+    fs::path list = Playlist("list.qml", {Song("a.mid")});
+    auto win = MakeWin();
+    win->OpenListFolderFileRqtd(list, false);
+    fAnswer = false;
+    win->MItemDelAllMRUFClicked();
+    ASSERT_EQ(fQuestions.size(), 1u);
+    EXPECT_NE(fQuestions[0].find(fTexts.Text("Hint_How_To_Del_One_MRUF")), std::string::npos);
+    EXPECT_EQ(win->RecentLists().CountMRUFs(), 1);
+    fAnswer = true;
+    win->MItemDelAllMRUFClicked();
+    EXPECT_EQ(win->RecentLists().CountMRUFs(), 0);
+    EXPECT_FALSE(item(win->findChild<QMenu*>("Menu_Open"), "MItem_Del_All_MRUFs")->isEnabled());
+}
+
+TEST_F(QuillWinTest, SaveWritesTheMainListAndRemembersIt) {
+    fs::path a = Song("a.mid");
+    fs::path list = Playlist("list.qml", {a});
+    auto win = MakeWin();
+    win->OpenListFolderFileRqtd(list, false);
+    win->View()->OrvickView()->AddListFolderFileToTopLevel(Song("b.mid"));
+    win->MItemSaveClicked(false);
+    std::vector<uint8_t> bytes = read_file_bytes(list);
+    std::string text(bytes.begin(), bytes.end());
+    EXPECT_EQ(text,
+              "MarnelList$1\n" + a.string() + "\n" + (fTemp.Path() / "b.mid").string() + "\n");
+}
+
+TEST_F(QuillWinTest, ExitStateRoundTripRestoresPlaylistSongModeAndConnections) {
+    TMidiRecorder synth("Round Trip Synth", 256);
+    synth.Register();
+    fs::path list = Playlist("list.qml", {Song("a.mid"), Song("b.mid"), Song("c.mid")});
+    {
+        auto win = MakeWin();
+        win->OpenListFolderFileRqtd(list, false);
+        veldan::TMessage change(TOrvickView::kMsgChangeSongRqtd);
+        change.AddInt32(TOrvickView::kSongIndexField, 2);
+        win->View()->ChangeSongRqtd(change);
+        win->View()->SetPlayMode(5);
+        ASSERT_EQ(win->View()->Ports().ConnectMidiOut(1, synth.ID()), 0);
+        win->WriteExitState();
+    }
+    EXPECT_EQ(fExitState.mainListFile, list.string());
+    EXPECT_EQ(fExitState.currentSongIndex, 2);
+    EXPECT_EQ(fExitState.connections[1], std::vector<std::string>{"Round Trip Synth"});
+
+    fExitState.version = kAppVersion;  // not a first start
+    auto win = MakeWin();
+    win->RestoreExitState();
+    EXPECT_EQ(win->View()->OrvickView()->Songs(), 3);
+    EXPECT_EQ(win->View()->CurSongIdx(), 2);
+    EXPECT_EQ(win->View()->PlayMode(), 5);
+    EXPECT_TRUE(win->View()->Chain().PublicOut(1)->IsConnected(&synth));
+    EXPECT_TRUE(win->View()->Chain().PublicOut(0)->Connections().empty());
+    std::vector<QAction*> modes = checked(top_menu(*win, "Menu_Play"));
+    ASSERT_EQ(modes.size(), 1u);
+    EXPECT_EQ(modes[0]->objectName(), "MItem_Play_Mode_AI_Random");
+}
+
+TEST_F(QuillWinTest, FirstStartConnectsPortAToTheBuiltInSynthesizerByName) {
+    TMidiRecorder synth("Quill Synth", 16);
+    synth.Register();
+    auto win = MakeWin();
+    win->RestoreExitState();
+    EXPECT_TRUE(win->View()->Chain().PublicOut(0)->IsConnected(&synth));
+    EXPECT_TRUE(win->View()->Chain().PublicOut(1)->Connections().empty());
+}
+
+TEST_F(QuillWinTest, ANeverSavedListComesBackUnnamedWithItsSongs) {
+    {
+        auto win = MakeWin();
+        win->OpenListFolderFileRqtd(Song("a.mid"), true);
+        win->OpenListFolderFileRqtd(Song("b.mid"), true);
+        win->WriteExitState();
+    }
+    fExitState.version = kAppVersion;
+    auto win = MakeWin();
+    win->RestoreExitState();
+    EXPECT_EQ(win->View()->OrvickView()->Songs(), 2);
+    auto* first = static_cast<TQuillSItem*>(win->View()->OrvickView()->topLevelItem(0));
+    EXPECT_TRUE(first->UnnamedNewList());
+    EXPECT_EQ(win->RecentLists().CountMRUFs(), 0);
+}
+
+TEST_F(QuillWinTest, AVanishedPlaylistStartsWithAnEmptyNewList) {
+    fExitState.version = kAppVersion;
+    fExitState.mainListFile = (fTemp.Path() / "gone.qml").string();
+    fExitState.currentSongIndex = 4;
+    auto win = MakeWin();
+    win->RestoreExitState();
+    EXPECT_EQ(win->View()->OrvickView()->Songs(), 0);
+    EXPECT_EQ(win->View()->OrvickView()->topLevelItemCount(), 1);
+}
+
+}  // namespace
