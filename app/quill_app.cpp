@@ -34,6 +34,8 @@ constexpr char kTextCannotOpenHelp[] = "Err_Cannot_Open_Help";
 constexpr char kTextCannotOpenWeb[] = "Err_Cannot_Open_Web";
 constexpr char kTextTranslationsUrl[] = "Author_Web_URL";
 constexpr char kTextCannotCreatePrefWin[] = "Err_Cannot_Create_Pref_Win";
+constexpr char kTextSynthToFile[] = "Stat_Str_Synth_To_File";
+constexpr char kTextNoSequencer[] = "Stat_Str_No_MIDI_Sequencer";
 constexpr char kMimePackageFile[] = "x-vnd.VELDAN-QuillMIDI-PlayList.xml";
 // Below the main window's top edge, so both title bars stay visible.
 constexpr int kSecondaryWindowOffset = 20;
@@ -85,7 +87,7 @@ TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     fMainWin->RestoreExitState();
     AddStartFiles(options.files);
     fMainWin->show();
-    if (!fMidiStatus.empty()) ShowStatus(fMidiStatus);
+    ShowMidiStatus(options.startSystemMidi);
 
     connect(&fLanguageWatcher, &QFileSystemWatcher::directoryChanged, this,
             [this] { post_message(this, veldan::TMessage(kMsgNodeLanguageChanged)); });
@@ -109,7 +111,6 @@ void TQuillApp::StartMidi(const TOptions& options) {
             TransferMessage(status, fMainWin);
         });
         fBackends.Start();
-        fMidiStatus = fBackends.Status();
     }
     TSynthConsumer::TOptions synthOptions;
     synthOptions.wavPath = options.wavPath;
@@ -118,7 +119,7 @@ void TQuillApp::StartMidi(const TOptions& options) {
     if (fSynth)
         fSynth->Register();
     else
-        fMidiStatus = TSynthConsumer::kName + (": " + error);
+        fSynthError = TSynthConsumer::kName + (": " + error);
 }
 
 void TQuillApp::AddStartFiles(const std::vector<fs::path>& files) {
@@ -138,6 +139,17 @@ void TQuillApp::AddStartFiles(const std::vector<fs::path>& files) {
 
 void TQuillApp::ShowStatus(const std::string& text) {
     fMainWin->View()->ControlBar()->SetStatusText(text);
+}
+
+void TQuillApp::ShowMidiStatus(bool systemMidiAsked) {
+    const veldan::TLLT& texts = language_table();
+    if (!fSynth)
+        ShowStatus(fSynthError);
+    else if (fSynth->DriverName() == TSynthConsumer::kWavDriver)
+        // Without a sound device the music goes to a file; the user must learn where.
+        ShowStatus(texts.Text(kTextSynthToFile) + fSynth->WavPath());
+    else if (systemMidiAsked && !fBackends.Alsa())
+        ShowStatus(texts.Text(kTextNoSequencer));
 }
 
 // Quitting -------------------------------------------------------------------------------

@@ -91,6 +91,7 @@ class TQuillApp : public veldan::THandler {
     void StartMidi(const TOptions& options);
     void AddStartFiles(const std::vector<std::filesystem::path>& files);
     void ShowStatus(const std::string& text);
+    void ShowMidiStatus(bool systemMidiAsked);
     template <class TWin>
     void CloseWindow(QPointer<TWin>* window);
 
@@ -98,7 +99,7 @@ class TQuillApp : public veldan::THandler {
     // Before the windows: the systems' ports go after the producers that feed them.
     TMidiBackends fBackends;
     std::unique_ptr<TSynthConsumer> fSynth;
-    std::string fMidiStatus;
+    std::string fSynthError;
     QPointer<TQuillWin> fMainWin;
     QPointer<TPrefWin> fPrefWin;
     QPointer<TDrvCvtWin> fDrvCvtWin;

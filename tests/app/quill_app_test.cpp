@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
 
@@ -103,6 +104,9 @@ TEST_F(QuillAppTest, FirstStartInstallsThePlaylistTypeOnceAndPlaysThroughTheSynt
             app->MainWin()->View()->Chain().PublicOut(0)->Connections();
         ASSERT_EQ(portA.size(), 1u);
         EXPECT_EQ(portA[0]->Name(), TSynthConsumer::kName);
+        auto* status = app->MainWin()->findChild<QLabel*>("StatBar");
+        ASSERT_NE(status, nullptr);
+        EXPECT_TRUE(status->text().endsWith("synth.wav")) << status->text().toStdString();
         app->Quit();
     }
     Restart();
