@@ -356,16 +356,17 @@ TEST_F(ViewSaveDrop, DeletingAModifiedListAsksFirst) {
     AddSong("a.mid", inner);
     inner->SetModified(true);
     outer->setSelected(true);
+    const int32_t innerId = inner->ListId();  // the row is gone after the delete
 
     fAnswers = {TAnswer::kCancel};
     fView->PopupDeleteFileClicked();
-    EXPECT_EQ(fQuestions, std::vector<int32_t>{inner->ListId()});
+    EXPECT_EQ(fQuestions, std::vector<int32_t>{innerId});
     ASSERT_EQ(TopList()->childCount(), 1);
     EXPECT_EQ(fView->Songs(), 1);
 
     fAnswers = {TAnswer::kNo};
     fView->PopupDeleteFileClicked();
-    EXPECT_EQ(fQuestions, (std::vector<int32_t>{inner->ListId(), inner->ListId()}));
+    EXPECT_EQ(fQuestions, (std::vector<int32_t>{innerId, innerId}));
     EXPECT_EQ(TopList()->childCount(), 0);
     EXPECT_EQ(fView->Songs(), 0);
 }
