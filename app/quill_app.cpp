@@ -2,11 +2,11 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
 #include <system_error>
 
 #include "app/dialogs/about_win.h"
@@ -45,22 +45,8 @@ constexpr char kNoLanguageCaption[] = "* Quill MIDI *";
 constexpr char kNoLanguageText[] = "Can't load language file:\n";
 constexpr char kNoLanguageButton[] = "U - Understand";
 
-std::string mime_package() {
-    std::string type = TQuillApp::kPlaylistMimeType;
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-           "<mime-info xmlns=\"http://www.freedesktop.org/standards/shared-mime-info\">\n"
-           "  <mime-type type=\"" +
-           type +
-           "\">\n"
-           "    <comment>Quill MIDI Playlist</comment>\n"
-           "    <sub-class-of type=\"text/plain\"/>\n"
-           "    <magic priority=\"60\"><match type=\"string\" value=\"MarnelList$1\" "
-           "offset=\"0\"/></magic>\n"
-           "    <glob pattern=\"*.qml\"/>\n"
-           "    <glob pattern=\"*.QML\"/>\n"
-           "  </mime-type>\n"
-           "</mime-info>\n";
-}
+// The same package that installing the program puts into the system's MIME folder.
+constexpr char kMimePackageResource[] = ":/mime/playlist.xml";
 
 QRect rect_of(const veldan::TRect& frame) {
     return QRect(QPoint(int(frame.left), int(frame.top)),
@@ -253,7 +239,9 @@ void TQuillApp::InstallPlayListMime() {
     fs::path mime = fs::path(data.toStdString()) / "mime";
     std::error_code error;
     fs::create_directories(mime / "packages", error);
-    std::ofstream(mime / "packages" / kMimePackageFile) << mime_package();
+    QFile::remove(QString::fromStdString((mime / "packages" / kMimePackageFile).string()));
+    QFile::copy(kMimePackageResource,
+                QString::fromStdString((mime / "packages" / kMimePackageFile).string()));
     // The desktop reads the compiled database; without the tool the package waits for the
     // next system update of it.
     QString tool = QStandardPaths::findExecutable("update-mime-database");
