@@ -222,9 +222,8 @@ void TQuillApp::LanguageChanged() {
 }
 
 void TQuillApp::LanguageFileDropped(const veldan::TMessage& message) {
-    std::string dropped;
-    if (!message.FindString(TPrefView::kRefsField, &dropped)) return;
-    fs::path source(dropped);
+    fs::path source;
+    if (!message.FindRef(TPrefView::kRefsField, &source)) return;
     std::error_code error;
     fs::copy_file(source, fExeFolder / kLanguageFolder / source.filename(),
                   fs::copy_options::overwrite_existing, error);

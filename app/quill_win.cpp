@@ -25,11 +25,9 @@ using quill::TQuillView;
 
 namespace {
 
-constexpr char kTextSaveFailed[] = "Err_Cannot_Save_List";
 constexpr char kTextAskDelOne[] = "Ask_Del_One_MRUF";
 constexpr char kTextAskDelAll[] = "Ask_Del_All_MRUFs";
 constexpr char kTextHintDelOne[] = "Hint_How_To_Del_One_MRUF";
-constexpr char kPlaylistExtension[] = ".qml";
 // In the settings folder: the main list when the program ends before it was ever saved.
 constexpr char kUnsavedListFile[] = "QuillMIDI_UnsavedList.qml";
 
@@ -272,7 +270,7 @@ void TQuillWin::RecentItemChosen(const std::string& path, uint32_t what) {
         return;
     }
     veldan::TMessage message(what);
-    message.AddString(kRefsField, path);
+    message.AddRef(kRefsField, path);
     veldan::post_message(this, message);
 }
 
@@ -345,21 +343,12 @@ void TQuillWin::MItemNewClicked() {
 void TQuillWin::MItemSaveClicked(bool saveAs) {
     auto* first = static_cast<TQuillSItem*>(fView->OrvickView()->topLevelItem(0));
     if (!first) return;
-    fs::path target = first->EntryRef();
-    if (saveAs || first->UnnamedNewList() || first->Kind() != kFmtNativeList) {
-        QString chosen = QFileDialog::getSaveFileName(
-            this, fTexts.Text("Save_Panel_Title"), fOpenPanel->directory().absolutePath(),
-            QString(), nullptr, QFileDialog::DontUseNativeDialog);
-        if (chosen.isEmpty()) return;
-        target = chosen.toStdString();
-        if (target.extension().empty()) target += kPlaylistExtension;
-    }
-    std::string error;
-    if (!fView->OrvickView()->OverwriteList(first->ListId(), target, &error)) {
-        fView->ControlBar()->SetStatusText(error.empty() ? fTexts.Text(kTextSaveFailed) : error);
-        return;
-    }
-    fMRUF.AddMRUF(target.string());
+    // The playlist's own save: its panel, its file extension and its failure alerts.
+    veldan::TMessage save(saveAs ? kMsgSaveAs : kMsgSave);
+    save.AddInt32(TOrvickView::kListIdField, first->ListId());
+    TOrvickView* list = fView->OrvickView();
+    if (!(saveAs ? list->SaveListAs(save) : list->SaveList(save))) return;
+    fMRUF.AddMRUF(first->EntryRef().string());
     GenerateMenuMRUF();
     fView->UpdateWinTitle();
 }
@@ -471,8 +460,8 @@ void TQuillWin::LanguageChanged() {
 }
 
 void TQuillWin::MessageReceived(veldan::TMessage* message) {
-    std::string ref;
-    message->FindString(kRefsField, &ref);
+    fs::path ref;
+    message->FindRef(kRefsField, &ref);
     std::string title;
     switch (message->what) {
         case kMsgNew:

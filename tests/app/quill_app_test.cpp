@@ -174,6 +174,21 @@ TEST_F(QuillAppTest, ALanguageChangeReachesTheMenus) {
     })) << app->MainWin()->menuBar()->actions()[0]->text().toStdString();
 }
 
+TEST_F(QuillAppTest, ALanguageFileDroppedOnThePreferencesBecomesTheLanguage) {
+    TTempDir elsewhere;
+    fs::path dropped = elsewhere.Path() / "Mine.llt";
+    fs::copy_file(fs::path(QUILL_SOURCE_DIR) / "resources/Language/Japanese.llt", dropped);
+    auto app = Start();
+    veldan::TMessage message(TQuillApp::kMsgLanguageFileDropped);
+    message.AddRef(TPrefView::kRefsField, dropped);
+    veldan::post_message(app.get(), message);
+    EXPECT_TRUE(process_until([&] {
+        return app->MainWin()->menuBar()->actions()[0]->text() == QString::fromUtf8("ファイル");
+    }));
+    EXPECT_TRUE(fs::exists(fExe.Path() / "Language" / "Mine.llt"));
+    EXPECT_EQ(pref().languageFile, "Mine.llt");
+}
+
 TEST_F(QuillAppTest, SecondaryWindowsAreMadeOnceAndClosedAtQuit) {
     auto app = Start();
     app->MItemPrefClicked();
