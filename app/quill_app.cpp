@@ -1,7 +1,6 @@
 #include "app/quill_app.h"
 
 #include <QApplication>
-#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
