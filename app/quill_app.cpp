@@ -18,7 +18,6 @@
 #include "player/resources.h"
 #include "playlist/drvcvt_win.h"
 #include "playlist/orvick_view.h"
-#include "veldan/base/strings.h"
 #include "veldan/core/llt.h"
 #include "veldan/widgets/alert.h"
 
@@ -28,7 +27,6 @@ namespace {
 
 constexpr char kLanguageFolder[] = "Language";
 constexpr char kLoaderFolder[] = "Loader";
-constexpr char kTextAuthor[] = "App_Author";
 constexpr char kTextCannotOpenHelp[] = "Err_Cannot_Open_Help";
 constexpr char kTextCannotOpenWeb[] = "Err_Cannot_Open_Web";
 constexpr char kTextTranslationsUrl[] = "Author_Web_URL";
@@ -237,9 +235,9 @@ void TQuillApp::InstallPlayListMime() {
     fs::path mime = fs::path(data.toStdString()) / "mime";
     std::error_code error;
     fs::create_directories(mime / "packages", error);
-    QFile::remove(QString::fromStdString((mime / "packages" / kMimePackageFile).string()));
-    QFile::copy(kMimePackageResource,
-                QString::fromStdString((mime / "packages" / kMimePackageFile).string()));
+    const QString package = QString::fromStdString((mime / "packages" / kMimePackageFile).string());
+    QFile::remove(package);
+    QFile::copy(kMimePackageResource, package);
     // The desktop reads the compiled database; without the tool the package waits for the
     // next system update of it.
     QString tool = QStandardPaths::findExecutable("update-mime-database");

@@ -94,15 +94,19 @@ TQuillWin::~TQuillWin() = default;
 
 // Menus --------------------------------------------------------------------------------
 
+void TQuillWin::PostOnTrigger(QAction* item, const veldan::TMessage& message, QObject* target) {
+    QPointer<QObject> guarded(target);
+    connect(item, &QAction::triggered, this, [guarded, message] {
+        if (guarded) veldan::post_message(guarded, message);
+    });
+}
+
 QAction* TQuillWin::AddItem(QMenu* menu, const char* key, const veldan::TMessage& message,
                             QObject* target, const QKeySequence& shortcut) {
     QAction* item = menu->addAction(fTexts.Text(key));
     item->setObjectName(key);
     item->setShortcut(shortcut);
-    QPointer<QObject> guarded(target);
-    connect(item, &QAction::triggered, this, [guarded, message] {
-        if (guarded) veldan::post_message(guarded, message);
-    });
+    PostOnTrigger(item, message, target);
     return item;
 }
 
@@ -206,10 +210,7 @@ void TQuillWin::CreateMenuMidiOut() {
             QAction* item = fMenuMidiOut[port]->addAction(qs(label));
             item->setCheckable(true);
             item->setData(consumer->ID());
-            QPointer<QObject> view(fView);
-            connect(item, &QAction::triggered, this, [view, message] {
-                if (view) veldan::post_message(view, message);
-            });
+            PostOnTrigger(item, message, fView);
         }
         ++n;
     }

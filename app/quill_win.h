@@ -114,6 +114,8 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     void GenerateMenuMRUF();
     void FillRecentMenu(QMenu* menu, uint32_t what);
     void RecentItemChosen(const std::string& path, uint32_t what);
+    // Choosing item posts message to target, while target exists.
+    void PostOnTrigger(QAction* item, const veldan::TMessage& message, QObject* target);
     QAction* AddItem(QMenu* menu, const char* key, const veldan::TMessage& message, QObject* target,
                      const QKeySequence& shortcut = {});
     void ShowOpenPanel(bool add);
