@@ -68,6 +68,7 @@ TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     fMainWin->View()->SetStateHandler(
         [](int32_t state) { app_privacy().SetState(TMarnelState(state)); });
     fMainWin->RestoreExitState();
+    LoadAIDatabase();
     AddStartFiles(options.files);
     fMainWin->show();
     ShowMidiStatus(options.startSystemMidi);
@@ -105,6 +106,13 @@ void TQuillApp::StartMidi(const TOptions& options) {
         fSynthError = TSynthConsumer::kName + (": " + error);
 }
 
+void TQuillApp::LoadAIDatabase() {
+    // Read before the first song is scored, or this run's scores would replace what was
+    // learned before at quit.
+    if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database))
+        fMainWin->View()->AISelector().Load(database);
+}
+
 void TQuillApp::AddStartFiles(const std::vector<fs::path>& files) {
     TOrvickView* list = fMainWin->View()->OrvickView();
     int32_t firstNew = list->Songs();
@@ -114,9 +122,8 @@ void TQuillApp::AddStartFiles(const std::vector<fs::path>& files) {
         fMainWin->OpenListFolderFileRqtd(error ? file : absolute, true);
     }
     if (files.empty() || list->Songs() <= firstNew) return;
-    veldan::TMessage change(TOrvickView::kMsgChangeSongRqtd);
-    change.AddInt32(TOrvickView::kSongIndexField, firstNew);
-    fMainWin->View()->ChangeSongRqtd(change);
+    // Play scores the song once; a change request would score it a second time.
+    fMainWin->View()->ChangeSong(firstNew, false);
     fMainWin->View()->CButtonPlayClicked();
 }
 
@@ -157,10 +164,8 @@ void TQuillApp::Quit() {
     // No note may hang in a synthesizer that outlives us.
     fMainWin->View()->StopSong();
     fMainWin->View()->Ports().MuteAllMidiOut();
-    if (pref().useAIDatabase) {
-        if (fs::path database; TAISelector::DatabaseEntry(&database))
-            fMainWin->View()->AISelector().Save(database);
-    }
+    if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database))
+        fMainWin->View()->AISelector().Save(database);
     delete fMainWin.data();
     fMainWin = nullptr;
     if (fSynth) fSynth->Finish(0);

@@ -89,6 +89,7 @@ class TQuillApp : public veldan::THandler {
 
   private:
     void StartMidi(const TOptions& options);
+    void LoadAIDatabase();
     void AddStartFiles(const std::vector<std::filesystem::path>& files);
     void ShowStatus(const std::string& text);
     void ShowMidiStatus(bool systemMidiAsked);

@@ -17,6 +17,7 @@
 #include "midi/synth.h"
 #include "player/control_bar.h"
 #include "player/quill_view.h"
+#include "playlist/ai_selector.h"
 #include "playlist/orvick_view.h"
 #include "tests/support/scoped_env.h"
 #include "tests/support/smf_builder.h"
@@ -159,6 +160,12 @@ TEST_F(QuillAppTest, QuittingAndStartingAgainRestoresTheSameState) {
     EXPECT_EQ(view->OrvickView()->Songs(), 2);
     EXPECT_EQ(view->CurSongIdx(), 1);
     EXPECT_EQ(view->PlayMode(), 1);
+    const TAISelector::TScoreTable& scores = view->AISelector().Scores();
+    // Each song was played once, which counts for it.
+    for (const char* name : {"a.mid", "b.mid"}) {
+        ASSERT_TRUE(scores.contains(name)) << name << ": what was learned is read again";
+        EXPECT_EQ(scores.at(name).priority, TAISelector::kNeutralPriority + 1) << name;
+    }
     EXPECT_TRUE(view->Chain().PublicOut(1)->IsConnected(&recorder));
     EXPECT_EQ(view->Chain().PublicOut(0)->Connections().size(), 1u);  // the synthesizer
     EXPECT_EQ(app->MainWin()->geometry(), QRect(40, 60, 640, 420));
