@@ -1,10 +1,10 @@
 #include "app/headless.h"
 
-#include <signal.h>
 #include <unistd.h>
 
+#include <QApplication>
+#include <QTimer>
 #include <algorithm>
-#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -12,38 +12,31 @@
 #include <string>
 
 #include "app/headless_options.h"
-#include "engine/midi_out_ports.h"
-#include "engine/output_chain.h"
-#include "engine/prepare_sequence.h"
+#include "app/interrupt.h"
+#include "app/settings/settings.h"
 #include "engine/smf_producer.h"
 #include "midi/backends.h"
 #include "midi/recorder.h"
 #include "midi/roster.h"
 #include "midi/synth.h"
+#include "player/quill_view.h"
+#include "player/resources.h"
+#include "playlist/ai_selector.h"
+#include "playlist/orvick_view.h"
+#include "playlist/quill_sitem.h"
 #include "veldan/base/clock.h"
+#include "veldan/core/llt.h"
+
+namespace fs = std::filesystem;
+using quill::TQuillView;
 
 namespace {
 
-constexpr int64_t kProgressIntervalUs = 1000000;
+constexpr int kProgressIntervalMs = 1000;
 constexpr int64_t kDrainTimeoutUs = 2000000;
 constexpr int64_t kReleaseTailUs = 1500000;
 constexpr size_t kTraceEventsPerPort = 1 << 21;
-
-// Raised by SIGINT/SIGTERM; the main loop sleeps on it.
-std::atomic<uint32_t> gInterrupted{0};
-
-void on_interrupt(int) {
-    gInterrupted.store(1);
-    veldan::futex_wake(&gInterrupted, 1);  // a plain system call: safe in a handler
-}
-
-void install_interrupt_handler() {
-    struct sigaction action {};
-    action.sa_handler = on_interrupt;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
+constexpr int kExitInterrupted = 130;
 
 std::string clock_text(int64_t us) {
     int64_t seconds = us / 1000000;
@@ -74,41 +67,50 @@ int dump(const std::string& path) {
     return 0;
 }
 
+// Plays through the same controller as the window, on the offscreen platform: the play
+// modes, the preparing sequence and the playlists behave as they do there.
 class THeadlessPlayer {
-public:
+  public:
     explicit THeadlessPlayer(THeadlessOptions options) : fOptions(std::move(options)) {}
-    ~THeadlessPlayer() { fProducer.Stop(); }
 
+    // Needs a QApplication.
     int Run();
     int ListPorts();
 
-private:
+  private:
+    void StartBackends();
+    bool OpenSynth();
     bool ConnectOutput();
     bool ConnectByName(int port, const std::string& name);
-    bool PrepareSong();
-    bool SleepUnlessInterrupted(int64_t us);
-    bool OpenSynth();
+    void ApplyOptionsToPrefs();
+    void MakeView();
+    bool AddFiles();
     void StartTrace();
-    // false when the file could not be loaded.
-    bool PlayFile(const std::string& path);
-    void WaitForSongEnd();
+    void Start();
+    void PlayFrom(int32_t index);
+    void StateChanged(int32_t state);
+    void SongStarted();
+    void CheckStopped();
     void PrintProgress(bool final);
-    void Silence();
+    void Finish(bool interrupted);
     void WriteTrace();
 
-    void StartBackends();
-
     THeadlessOptions fOptions;
-    // Before the chain: the systems' ports go after the producers that feed them.
+    // Before the view: the systems' ports go after the producers that feed them.
     TMidiBackends fBackends;
-    TSMFProducer fProducer;
-    TOutputChain fChain{fProducer};
-    TMidiOutPorts fPorts{fChain};
-    TPrepareSequence fPrepare{fChain};
+    TPref fPrefs;
+    veldan::TLLT fTexts;  // the built-in language: the terminal's texts are English
+    std::unique_ptr<TQuillView> fView;
     std::unique_ptr<TSynthConsumer> fSynth;
     std::unique_ptr<TMidiRecorder> fTrace[2];
-    std::atomic<uint32_t> fSongEnded{0};
+    QObject fContext;
+    QTimer fProgress;
+    int32_t fLastState = kStateStopped;
+    int32_t fFailedInRow = 0;
+    int64_t fSongTotalUs = 0;
     int64_t fTraceStartUs = 0;
+    int fStatus = 0;
+    bool fFinished = false;
     bool fTerminal = isatty(STDOUT_FILENO);
 };
 
@@ -132,7 +134,7 @@ bool THeadlessPlayer::ConnectByName(int port, const std::string& name) {
                      name.c_str());
         return false;
     }
-    return fPorts.ConnectMidiOut(port, consumer->ID()) == 0;
+    return fView->Ports().ConnectMidiOut(port, consumer->ID()) == 0;
 }
 
 bool THeadlessPlayer::ConnectOutput() {
@@ -147,7 +149,7 @@ bool THeadlessPlayer::ConnectOutput() {
             std::printf("Rendering to %s\n", fSynth->WavPath().c_str());
     }
     if (fOptions.outName.empty()) {
-        if (fPorts.ConnectMidiOut(0, fSynth->ID()) != 0) return false;
+        if (fView->Ports().ConnectMidiOut(0, fSynth->ID()) != 0) return false;
     } else if (!ConnectByName(0, fOptions.outName)) {
         return false;
     }
@@ -165,111 +167,159 @@ int THeadlessPlayer::ListPorts() {
     StartBackends();
     // The synthesizer is listed as the real, registered consumer; what it renders while
     // listing is thrown away.
-    fOptions.wavPath = std::filesystem::temp_directory_path() /
+    fOptions.wavPath = fs::temp_directory_path() /
                        ("quill-list-ports-" + std::to_string(getpid()) + ".wav");
     if (!OpenSynth()) return 1;
     for (TMidiConsumer* consumer : TMidiRoster::Default().Consumers())
         std::printf("%d\t%s\n", consumer->ID(), consumer->Name().c_str());
     fSynth->Finish(0);
-    std::filesystem::remove(fOptions.wavPath);
+    fs::remove(fOptions.wavPath);
     return 0;
 }
 
-bool THeadlessPlayer::SleepUnlessInterrupted(int64_t us) {
-    int64_t deadline = veldan::system_time() + us;
-    while (!gInterrupted.load() && veldan::system_time() < deadline)
-        veldan::futex_wait_until(&gInterrupted, 0, deadline);
-    return !gInterrupted.load();
+void THeadlessPlayer::ApplyOptionsToPrefs() {
+    load_global();
+    fPrefs = pref();
+    if (fOptions.resetMask >= 0) {
+        fPrefs.sendSysResets = fOptions.resetMask != 0;
+        fPrefs.sysResetCombination = fOptions.resetMask;
+    }
+    if (fOptions.resetSilenceMs >= 0) fPrefs.silenceAfterResetsUs = fOptions.resetSilenceMs * 1000LL;
+    if (fOptions.songSilenceSeconds >= 0) {
+        fPrefs.waitBetweenSongs = true;
+        fPrefs.silenceBetweenSongsUs = fOptions.songSilenceSeconds * 1000000LL;
+    }
+    // The files play in the order given.
+    fPrefs.autoSortKind = TPref::kSortNone;
 }
 
-bool THeadlessPlayer::PrepareSong() {
-    int32_t state = kStateStopped;
-    while (int64_t waitUs = fPrepare.StepToPlay(&state))
-        if (!SleepUnlessInterrupted(waitUs)) return false;
-    return true;
+void THeadlessPlayer::MakeView() {
+    quill::init_resources();
+    fTexts.LoadResource(QString::fromUtf8(quill::kBuiltinLanguagePath));
+    fView = std::make_unique<TQuillView>(fTexts, fPrefs);
+    TOrvickView* list = fView->OrvickView();
+    list->SetAutoSortKind(fPrefs.autoSortKind);
+    // What the window shows in its status bar goes to the terminal.
+    auto report = [this](const std::string& text) {
+        std::fprintf(stderr, "quillmidi: %s\n", text.c_str());
+    };
+    list->SetStatusFn(report);
+    list->SetFailureFn(report);
+    fView->SetPlayMode(fOptions.playMode);
+    fView->SetStateHandler([this](int32_t state) { StateChanged(state); });
+    fView->Chain().SetKey(fOptions.key);
+    fView->Chain().SetVolume(fOptions.volumePercent);
+    fView->Producer().SetTempoRate(fOptions.tempoPercent);
+    if (fs::path database; fPrefs.useAIDatabase && TAISelector::DatabaseEntry(&database))
+        fView->AISelector().Load(database);
+}
+
+bool THeadlessPlayer::AddFiles() {
+    TOrvickView* list = fView->OrvickView();
+    list->AddNewList(nullptr);
+    bool allAdded = true;
+    for (const std::string& file : fOptions.files) {
+        std::error_code error;
+        fs::path absolute = fs::absolute(file, error);
+        if (!list->AddListFolderFileToTopLevel(error ? fs::path(file) : absolute))
+            allAdded = false;
+    }
+    return allAdded;
 }
 
 void THeadlessPlayer::StartTrace() {
     if (fOptions.tracePath.empty()) return;
     for (int port = 0; port < TOutputChain::kPorts; ++port) {
         fTrace[port] = std::make_unique<TMidiRecorder>("trace", kTraceEventsPerPort);
-        fChain.PublicOut(port)->Connect(fTrace[port].get());
+        fView->Chain().PublicOut(port)->Connect(fTrace[port].get());
     }
 }
 
 int THeadlessPlayer::Run() {
     StartBackends();
+    ApplyOptionsToPrefs();
+    MakeView();
     if (!ConnectOutput()) return 1;
-    StartTrace();
-    fChain.SetKey(fOptions.key);
-    fChain.SetVolume(fOptions.volumePercent);
-    fProducer.SetTempoRate(fOptions.tempoPercent);
-    TPrepareSettings prepare;
-    prepare.silenceBetweenSongs = fOptions.songSilenceSeconds >= 0;
-    prepare.silenceBetweenSongsUs = int64_t(std::max(fOptions.songSilenceSeconds, 0)) * 1000000;
-    prepare.sendResets = fOptions.resetMask != 0;
-    prepare.resetMask = fOptions.resetMask;
-    prepare.silenceAfterResetsUs = int64_t(fOptions.resetSilenceMs) * 1000;
-    fPrepare.SetSettings(prepare);
-    fProducer.SetEndOfSongHandler([this] {
-        fSongEnded.store(1);
-        veldan::futex_wake(&fSongEnded, 1);
-        veldan::futex_wake(&gInterrupted, 1);
-    });
-    install_interrupt_handler();
-    int status = 0;
-    for (const std::string& file : fOptions.files) {
-        if (gInterrupted.load()) break;
-        if (!PlayFile(file)) status = 1;
+    if (!AddFiles()) fStatus = 1;
+    if (fView->OrvickView()->Songs() == 0) {
+        std::fprintf(stderr, "quillmidi: nothing to play\n");
+        return 1;
     }
-    Silence();
-    if (fSynth) fSynth->Finish(gInterrupted.load() ? 0 : kReleaseTailUs);
-    WriteTrace();
-    return gInterrupted.load() ? 130 : status;
+    StartTrace();
+    fProgress.setInterval(kProgressIntervalMs);
+    QObject::connect(&fProgress, &QTimer::timeout, &fContext, [this] { PrintProgress(false); });
+    call_on_interrupt(&fContext, [this] { Finish(true); });
+    QTimer::singleShot(0, &fContext, [this] { Start(); });
+    return QApplication::exec();
 }
 
-bool THeadlessPlayer::PlayFile(const std::string& path) {
-    if (fProducer.SetTo(path) != 0) {
-        std::fprintf(stderr, "quillmidi: %s: %s\n", path.c_str(), fProducer.LastError().c_str());
-        return false;
+void THeadlessPlayer::Start() {
+    // The random modes choose the first song too.
+    int32_t index = 0;
+    int32_t mode = fView->PlayMode();
+    if (mode == quill::kPlayModeRandom || mode == quill::kPlayModeAIRandom)
+        fView->GetNextSongIdx(false, &index);
+    PlayFrom(index);
+}
+
+void THeadlessPlayer::PlayFrom(int32_t index) {
+    if (fView->ChangeSong(index, false) && fView->PlaySong()) return;
+    // Stopped already, so the state handler hears nothing of the failure.
+    QTimer::singleShot(0, &fContext, [this] { CheckStopped(); });
+}
+
+void THeadlessPlayer::StateChanged(int32_t state) {
+    if (state == kStatePlaying && fTraceStartUs == 0) {
+        // Trace times count from the first song's start; resets sent before it carry
+        // negative times.
+        fTraceStartUs = veldan::system_time();
     }
-    std::string title;
-    if (fProducer.GetTitle(&title) != 0) title = path.substr(path.find_last_of('/') + 1);
+    if (fLastState == kStatePlaying && state != kStatePaused) PrintProgress(true);
+    if (fLastState == kStateStopped && state != kStateStopped) SongStarted();
+    if (state == kStatePlaying) fProgress.start();
+    else fProgress.stop();
+    fLastState = state;
+    // Between two songs the state passes through stopped; only a stop that lasts counts.
+    if (state == kStateStopped) QTimer::singleShot(0, &fContext, [this] { CheckStopped(); });
+}
+
+void THeadlessPlayer::SongStarted() {
+    fFailedInRow = 0;
+    const TSMFProducer& producer = fView->Producer();
+    fSongTotalUs = producer.TempoMap().TickToUs(producer.CountTicks(), producer.TempoRate());
+    std::string title = fView->SongTitle();
+    if (title.empty()) title = fView->OrvickView()->Song(fView->CurSongIdx())->FileName();
     std::printf("%s\n", title.c_str());
     std::fflush(stdout);
-    fSongEnded.store(0);
-    if (!PrepareSong()) return true;
-    fProducer.Play();
-    if (fTraceStartUs == 0) {
-        // Trace times count from the first song's play thread; resets sent before it
-        // carry negative times.
-        while (fProducer.PlayStartedUs() == 0 && fProducer.IsPlaying()) usleep(100);
-        fTraceStartUs = fProducer.PlayStartedUs();
-    }
-    WaitForSongEnd();
-    PrintProgress(true);
-    fProducer.Stop();
-    fChain.QuickAllNotesOff();
-    return true;
 }
 
-void THeadlessPlayer::WaitForSongEnd() {
-    int64_t nextProgress = veldan::system_time();
-    while (!fSongEnded.load() && !gInterrupted.load()) {
-        if (veldan::system_time() >= nextProgress) {
-            PrintProgress(false);
-            nextProgress += kProgressIntervalUs;
-        }
-        veldan::futex_wait_until(&gInterrupted, 0, nextProgress);
+void THeadlessPlayer::CheckStopped() {
+    if (fFinished || fView->State() != kStateStopped) return;
+    // A song that could not be loaded stops the player, as in the window; here nobody is
+    // there to press next, so the next song is tried, each song at most once in a row.
+    const std::string& error = fView->Producer().LastError();
+    const TQuillSItem* song = fView->OrvickView()->Song(fView->CurSongIdx());
+    if (error.empty() || !song) {
+        Finish(false);
+        return;
     }
+    std::fprintf(stderr, "quillmidi: %s: %s\n", song->EntryRef().c_str(), error.c_str());
+    fStatus = 1;
+    int32_t index = fView->CurSongIdx();
+    int32_t songs = fView->OrvickView()->Songs();
+    if (++fFailedInRow >= songs || !fView->GetNextSongIdx(true, &index)) {
+        Finish(false);
+        return;
+    }
+    PlayFrom(quill::fold_song_idx(index, songs));
 }
 
 void THeadlessPlayer::PrintProgress(bool final) {
-    const TTempoMap& map = fProducer.TempoMap();
-    int32_t rate = fProducer.TempoRate();
-    int64_t total = map.TickToUs(fProducer.CountTicks(), rate);
-    int64_t now = final && fSongEnded.load() ? total : map.TickToUs(fProducer.CurrentTick(), rate);
-    std::string line = "  " + clock_text(now) + " / " + clock_text(total);
+    const TSMFProducer& producer = fView->Producer();
+    int64_t now = producer.TempoMap().TickToUs(producer.CurrentTick(), producer.TempoRate());
+    // At a song's end the producer may already be unloaded.
+    if (final && !fFinished) now = fSongTotalUs;
+    std::string line = "  " + clock_text(now) + " / " + clock_text(fSongTotalUs);
     if (fTerminal)
         std::printf("\r%s%s", line.c_str(), final ? "\n" : "");
     else if (final || (now / 1000000) % 10 == 0)
@@ -277,13 +327,21 @@ void THeadlessPlayer::PrintProgress(bool final) {
     std::fflush(stdout);
 }
 
-void THeadlessPlayer::Silence() {
-    fProducer.Stop();
-    fChain.QuickAllNotesOff();
+void THeadlessPlayer::Finish(bool interrupted) {
+    if (fFinished) return;
+    fFinished = true;
+    if (interrupted && fView->State() == kStatePlaying) PrintProgress(true);
+    fView->SetStateHandler(nullptr);
+    fView->StopSong();
     // Interrupted, the user wants quiet at once: sustain pedals and release tails too.
-    if (gInterrupted.load()) fPorts.MuteAllMidiOut();
-    fChain.WaitIdle(kDrainTimeoutUs);
-    if (fSynth) fSynth->WaitIdle(kDrainTimeoutUs);
+    if (interrupted) fView->Ports().MuteAllMidiOut();
+    fView->Chain().WaitIdle(kDrainTimeoutUs);
+    if (fSynth) {
+        fSynth->WaitIdle(kDrainTimeoutUs);
+        fSynth->Finish(interrupted ? 0 : kReleaseTailUs);
+    }
+    WriteTrace();
+    QCoreApplication::exit(interrupted ? kExitInterrupted : fStatus);
 }
 
 void THeadlessPlayer::WriteTrace() {
@@ -325,7 +383,15 @@ int run_headless(int argc, char** argv) {
         return 0;
     }
     if (options.dump) return dump(options.files.front());
-    bool listPorts = options.listPorts;
+    if (options.listPorts) return THeadlessPlayer(std::move(options)).ListPorts();
+    // The controller is a widget; no window is ever shown.
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    app_privacy();
+    exit_state();
+    language_table();
+    pref();
+    QApplication app(argc, argv);
+    QApplication::setApplicationName("Quill MIDI");
     THeadlessPlayer player(std::move(options));
-    return listPorts ? player.ListPorts() : player.Run();
+    return player.Run();
 }

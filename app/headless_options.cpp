@@ -4,19 +4,25 @@
 #include <cstring>
 
 const char* const kHeadlessUsage =
-    "usage: quillmidi --headless [options] FILE.mid...   play the files one after another\n"
+    "usage: quillmidi [FILE...]                          open the window with these files\n"
+    "       quillmidi --headless [options] FILE...       play without a window\n"
     "       quillmidi --dump FILE.mid                    print the events in play order\n"
     "       quillmidi --list-ports                       list the MIDI consumers\n"
+    "FILE is a MIDI file, a folder of them or a playlist (.qml, or any kind a plug-in in\n"
+    "the Loader folder reads); they go into one list, played as the play mode says.\n"
     "options:\n"
+    "  --mode N              0 in order, 1 in order repeating, 2 one song, 3 one song\n"
+    "                        repeating, 4 random, 5 random as learned from skips\n"
     "  --wav OUT.wav         render through the built-in synthesizer into a WAV file\n"
     "  --out NAME            port A to the consumer NAME (exact, else unique part)\n"
     "  --out-b NAME          port B to the consumer NAME\n"
     "  --key N               transpose by N semitones, -12..12\n"
     "  --tempo PCT           tempo rate, 30..300 percent\n"
     "  --volume PCT          velocity scale, 0..200 percent\n"
-    "  --resets MASK         resets before each song: 1 GM, 2 GS, 4 88, 8 XG\n"
-    "  --reset-silence MS    silence after each reset, 0..60000 ms (default 300)\n"
+    "  --resets MASK         resets before each song: 1 GM, 2 GS, 4 88, 8 XG, 0 none\n"
+    "  --reset-silence MS    silence after each reset, 0..60000 ms\n"
     "  --song-silence S      silence before each song, 0..3600 s\n"
+    "                        (without these three, as the preferences say)\n"
     "  --trace FILE          write every event that leaves the ports: <us> <A|B> <bytes>\n";
 
 namespace {
@@ -38,6 +44,7 @@ bool parse_headless_options(int argc, char** argv, THeadlessOptions* options, st
     const TRange ranges[] = {{"--key", -12, 12, &options->key},
                              {"--tempo", 30, 300, &options->tempoPercent},
                              {"--volume", 0, 200, &options->volumePercent},
+                             {"--mode", 0, 5, &options->playMode},
                              {"--resets", 0, 15, &options->resetMask},
                              {"--reset-silence", 0, 60000, &options->resetSilenceMs},
                              {"--song-silence", 0, 3600, &options->songSilenceSeconds}};
@@ -90,7 +97,7 @@ bool parse_headless_options(int argc, char** argv, THeadlessOptions* options, st
     }
     if (options->listPorts) return true;
     if (options->files.empty()) {
-        *error = "no MIDI file given";
+        *error = "no file given";
         return false;
     }
     if (options->dump && options->files.size() != 1) {

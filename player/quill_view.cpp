@@ -91,6 +91,8 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
     fSelector.SetRandom(fRandom);
 
     fSilenceTimer.setSingleShot(true);
+    // A coarse timer may fire 5 % early, and a silence must be at least what was asked.
+    fSilenceTimer.setTimerType(Qt::PreciseTimer);
     connect(&fSilenceTimer, &QTimer::timeout, this, [this] { SilenceEndedRqtd(); });
     fPrepare.SetResetSentHandler(
         [this](int32_t kind) { fControlBar->SetResetLit(kind, TLCDIndicator::TLit::kHalfLit); });

@@ -16,6 +16,8 @@
 #include <thread>
 #include <vector>
 
+#include "app/settings/settings.h"
+#include "tests/support/scoped_env.h"
 #include "tests/support/smf_builder.h"
 #include "tests/support/temp_dir.h"
 
@@ -27,12 +29,17 @@ struct TResult {
     std::string err;
 };
 
+std::string quoted(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
+
+// The settings folder of a run: the preferences the player reads lie in it.
+std::filesystem::path config_home(const TTempDir& dir) { return dir.Path() / "config"; }
+
 // prefix runs before the program, such as an env command.
 TResult run_quillmidi(const std::string& arguments, const TTempDir& dir,
                       const std::string& prefix = "") {
     std::string errPath = (dir.Path() / "stderr.txt").string();
-    std::string command =
-        prefix + " " + std::string(QUILLMIDI_BINARY) + " " + arguments + " 2>" + errPath;
+    std::string command = "env XDG_CONFIG_HOME=" + quoted(config_home(dir)) + " " + prefix + " " +
+                          std::string(QUILLMIDI_BINARY) + " " + arguments + " 2>" + errPath;
     TResult result{-1, {}, {}};
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe) return result;
@@ -55,8 +62,6 @@ std::vector<std::string> lines_of(const std::string& text) {
     for (std::string line; std::getline(in, line);) lines.push_back(line);
     return lines;
 }
-
-std::string quoted(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
 
 TEST(Headless, DumpPrintsEventsInPlayOrderWithTrackAndPort) {
     TTempDir dir;
@@ -88,7 +93,7 @@ TEST(Headless, AnUnreadableFileIsNamedWithItsReasonAndTheNextOnePlays) {
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_NE(result.err.find("bad.mid: format 2 is not supported"), std::string::npos)
         << result.err;
-    EXPECT_NE(result.err.find("notes.txt: not a MIDI file"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("Not a supported file: notes.txt"), std::string::npos) << result.err;
     EXPECT_NE(result.out.find("Good Song"), std::string::npos) << result.out;
 }
 
@@ -146,6 +151,7 @@ TEST(Headless, InterruptSilencesEverySoundingNoteBeforeExiting) {
     track.NoteOff(480 * 60, 0, 40);  // everything still sounds half a minute later
     auto song = dir.Write("long.mid", smf.Bytes());
     auto trace = dir.Path() / "trace.txt";
+    TScopedEnv configHome("XDG_CONFIG_HOME", config_home(dir).c_str());
     std::vector<std::string> args = {QUILLMIDI_BINARY, "--headless", "--wav",
                                       (dir.Path() / "o.wav").string(), "--trace", trace.string(),
                                       song.string()};
@@ -200,3 +206,79 @@ TEST(Headless, WithoutADisplayTheSongsPlayInTheTerminal) {
 }
 
 }  // namespace
+
+// One short song whose track name is its title.
+std::vector<uint8_t> titled_song(const char* title) {
+    TSmfBuilder smf(1, 96);
+    smf.AddTrack().Name(0, title).NoteOn(0, 0, 60, 100).NoteOff(48, 0, 60);
+    return smf.Bytes();
+}
+
+std::vector<std::string> titles_in(const std::string& out) {
+    std::vector<std::string> titles;
+    for (const std::string& line : lines_of(out))
+        if (!line.empty() && line[0] != ' ' && line.rfind("Rendering", 0) != 0)
+            titles.push_back(line);
+    return titles;
+}
+
+TEST(Headless, APlaylistFileOnTheCommandLinePlaysItsSongsInItsOrder) {
+    TTempDir dir;
+    auto alpha = dir.Write("alpha.mid", titled_song("Alpha"));
+    auto beta = dir.Write("beta.mid", titled_song("Beta"));
+    auto list = dir.Write("songs.qml", "MarnelList$1\n" + beta.string() + "\n" + alpha.string() + "\n");
+    TResult result = run_quillmidi("--wav " + quoted(dir.Path() / "o.wav") + " " + quoted(list), dir);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(titles_in(result.out), (std::vector<std::string>{"Beta", "Alpha"})) << result.out;
+}
+
+TEST(Headless, PlayModesDecideWhatFollows) {
+    TTempDir dir;
+    auto alpha = dir.Write("alpha.mid", titled_song("Alpha"));
+    auto beta = dir.Write("beta.mid", titled_song("Beta"));
+    std::string files = " --wav " + quoted(dir.Path() / "o.wav") + " " + quoted(alpha) + " " + quoted(beta);
+    TResult one = run_quillmidi("--mode 2" + files, dir);
+    EXPECT_EQ(one.exitCode, 0) << one.err;
+    EXPECT_EQ(titles_in(one.out), std::vector<std::string>{"Alpha"}) << one.out;
+    TResult all = run_quillmidi("--mode 0" + files, dir);
+    EXPECT_EQ(titles_in(all.out), (std::vector<std::string>{"Alpha", "Beta"})) << all.out;
+    EXPECT_EQ(run_quillmidi("--mode 6" + files, dir).exitCode, 2);
+}
+
+TEST(Headless, ResetsAndTheirSilencesComeFromThePreferencesUnlessGiven) {
+    TTempDir dir;
+    {
+        TScopedEnv configHome("XDG_CONFIG_HOME", config_home(dir).c_str());
+        pref().sendSysResets = true;
+        pref().sysResetCombination = 0x0A;  // GS and XG
+        pref().silenceAfterResetsUs = 150000;
+        ASSERT_TRUE(save_pref(true));
+        pref() = TPref();
+    }
+    auto song = dir.Write("song.mid", titled_song("Reset"));
+    auto trace = dir.Path() / "trace.txt";
+    auto run = [&](const std::string& extra) {
+        TResult result = run_quillmidi("--headless --wav " + quoted(dir.Path() / "o.wav") +
+                                           " --trace " + quoted(trace) + extra + " " + quoted(song),
+                                       dir);
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        std::vector<std::pair<int64_t, std::string>> portA;
+        std::ifstream in(trace);
+        for (std::string line; std::getline(in, line);)
+            if (line[line.find(' ') + 1] == 'A')
+                portA.emplace_back(std::stoll(line), line.substr(line.find(' ') + 3, 5));
+        return portA;
+    };
+    auto events = run("");
+    ASSERT_GE(events.size(), 3u);
+    EXPECT_EQ(events[0].second, "f0 41");
+    EXPECT_EQ(events[1].second, "f0 43");
+    EXPECT_EQ(events[2].second, "90 3c");
+    // Arrival times: a message may reach the recorder up to a millisecond after its send.
+    EXPECT_GE(events[1].first - events[0].first, 149000) << "the silence after the GS reset";
+    EXPECT_GE(events[2].first - events[1].first, 149000) << "the silence after the XG reset";
+
+    events = run(" --resets 0");
+    ASSERT_FALSE(events.empty());
+    EXPECT_EQ(events[0].second, "90 3c");
+}
