@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "app/interrupt.h"
+#include "app/mpris.h"
 #include "app/quill_app.h"
 #include "app/settings/settings.h"
 
@@ -32,6 +33,10 @@ int run_gui(int argc, char** argv) {
     const QStringList arguments = QApplication::arguments();
     for (qsizetype i = 1; i < arguments.size(); ++i)
         options.files.emplace_back(arguments[i].toStdString());
+    // One player per desktop: a second start hands its files to the first and ends.
+    if (TMprisService::ClaimServiceName() == TMprisService::TClaim::kHeldByAnother &&
+        TMprisService::ForwardToRunning(options.files))
+        return 0;
     {
         TQuillApp app(options);
         // Ctrl-C in the terminal quits as the menu does, so every sounding note is silenced.

@@ -65,11 +65,14 @@ TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     fMainWin =
         new TQuillWin(language_table(), pref(), exit_state(), this, fExeFolder / kLoaderFolder);
     fMainWin->setGeometry(frame);
-    fMainWin->View()->SetStateHandler(
-        [](int32_t state) { app_privacy().SetState(TMarnelState(state)); });
+    fMainWin->View()->SetStateHandler([this](int32_t state) {
+        app_privacy().SetState(TMarnelState(state));
+        if (fMpris) fMpris->StateChanged();
+    });
     fMainWin->RestoreExitState();
     LoadAIDatabase();
-    AddStartFiles(options.files);
+    StartMpris();
+    OpenFiles(options.files);
     fMainWin->show();
     ShowMidiStatus(options.startSystemMidi);
 
@@ -113,7 +116,27 @@ void TQuillApp::LoadAIDatabase() {
         fMainWin->View()->AISelector().Load(database);
 }
 
-void TQuillApp::AddStartFiles(const std::vector<fs::path>& files) {
+void TQuillApp::StartMpris() {
+    TMprisService::THooks hooks;
+    hooks.raise = [this] { RaiseMainWin(); };
+    hooks.quit = [this] { post_message(this, veldan::TMessage(TQuillWin::kMsgQuitRequested)); };
+    hooks.open = [this](const std::vector<fs::path>& files) { OpenFiles(files); };
+    fMpris = std::make_unique<TMprisService>(fMainWin->View(), std::move(hooks));
+    fMainWin->SetPlayerChangeFn([this](uint32_t what) {
+        if (what == quill::TQuillView::kMsgDeskBarTitle)
+            fMpris->SongChanged();
+        else
+            fMpris->PlayModeChanged();
+    });
+}
+
+void TQuillApp::RaiseMainWin() {
+    fMainWin->show();
+    fMainWin->raise();
+    fMainWin->activateWindow();
+}
+
+void TQuillApp::OpenFiles(const std::vector<fs::path>& files) {
     TOrvickView* list = fMainWin->View()->OrvickView();
     int32_t firstNew = list->Songs();
     for (const fs::path& file : files) {
@@ -157,6 +180,8 @@ void TQuillApp::CloseWindow(QPointer<TWin>* window) {
 void TQuillApp::Quit() {
     if (!fMainWin) return;
     fMainWin->hide();
+    fMainWin->SetPlayerChangeFn(nullptr);
+    fMpris.reset();
     CloseWindow(&fPrefWin);
     CloseWindow(&fDrvCvtWin);
     CloseWindow(&fAboutWin);

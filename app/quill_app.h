@@ -20,6 +20,7 @@
 
 #include "app/dialogs/about_win.h"
 #include "app/dialogs/pref_win.h"
+#include "app/mpris.h"
 #include "app/quill_win.h"
 #include "midi/backends.h"
 #include "playlist/drvcvt_win.h"
@@ -66,6 +67,10 @@ class TQuillApp : public veldan::THandler {
     // then ends the event loop.
     void Quit();
 
+    // Adds songs, folders or playlists to the playlist and plays the first song added, as
+    // for the files a start is given (also those a second start hands over).
+    void OpenFiles(const std::vector<std::filesystem::path>& files);
+
     // Posts a copy of message to window; a window that is not open is skipped.
     static void TransferMessage(const veldan::TMessage& message, QObject* window);
 
@@ -90,7 +95,8 @@ class TQuillApp : public veldan::THandler {
   private:
     void StartMidi(const TOptions& options);
     void LoadAIDatabase();
-    void AddStartFiles(const std::vector<std::filesystem::path>& files);
+    void StartMpris();
+    void RaiseMainWin();
     void ShowStatus(const std::string& text);
     void ShowMidiStatus(bool systemMidiAsked);
     template <class TWin>
@@ -107,4 +113,5 @@ class TQuillApp : public veldan::THandler {
     QPointer<TAboutWin> fAboutWin;
     QFileSystemWatcher fLanguageWatcher;
     QFileSystemWatcher fLoaderWatcher;
+    std::unique_ptr<TMprisService> fMpris;
 };

@@ -6,6 +6,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
+#include <QSystemTrayIcon>
 #include <system_error>
 
 #include "app/settings/exit_state.h"
@@ -88,6 +89,7 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
     CreateMenu();
     LabelFilePanels();
     fView->UpdateWinTitle();
+    ShowTrayIcon();
 }
 
 TQuillWin::~TQuillWin() = default;
@@ -232,6 +234,7 @@ void TQuillWin::UpdateMenuMidiOutRqtd() {
 void TQuillWin::UpdateMenuPlayModeRqtd() {
     for (QAction* item : fPlayModes->actions())
         item->setChecked(item->data().toInt() == fView->PlayMode());
+    if (fPlayerChanged) fPlayerChanged(TQuillView::kMsgUpdateMenuPlayMode);
 }
 
 // Recent playlists ----------------------------------------------------------------------
@@ -450,8 +453,22 @@ void TQuillWin::closeEvent(QCloseEvent* event) {
 
 void TQuillWin::SetDeskBarTitleRqtd(const std::string& title) {
     // The window title names the playlist; the song goes where the desktop shows the
-    // program in its task list.
+    // program in its task list and tray.
     setWindowIconText(qs(title));
+    if (fTray) fTray->setToolTip(qs(title));
+    if (fPlayerChanged) fPlayerChanged(TQuillView::kMsgDeskBarTitle);
+}
+
+void TQuillWin::ShowTrayIcon() {
+    if (!QSystemTrayIcon::isSystemTrayAvailable()) return;
+    fTray = new QSystemTrayIcon(QGuiApplication::windowIcon(), this);
+    fTray->setToolTip(qs(TQuillView::kAppDisplayName));
+    connect(fTray, &QSystemTrayIcon::activated, this, [this] {
+        show();
+        raise();
+        activateWindow();
+    });
+    fTray->show();
 }
 
 void TQuillWin::LanguageChanged() {

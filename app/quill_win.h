@@ -27,6 +27,7 @@
 
 class QMenu;
 class QActionGroup;
+class QSystemTrayIcon;
 class TExitState;
 class TPref;
 
@@ -62,6 +63,9 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
 
     // Answers a yes-or-no question (the removal of recent playlists); replaced in tests.
     using TAskFn = std::function<bool(const std::string& text)>;
+    // Told the code of a change others may show: kMsgDeskBarTitle (a new current song) or
+    // kMsgUpdateMenuPlayMode.
+    using TPlayerChangeFn = std::function<void(uint32_t what)>;
 
     // texts, prefs and exitState must outlive the window; requests for the application go
     // to application.
@@ -75,6 +79,7 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     TMRUF& RecentLists() { return fMRUF; }
     QFileDialog* OpenPanel() const { return fOpenPanel; }
     void SetAskFn(TAskFn ask) { fAsk = std::move(ask); }
+    void SetPlayerChangeFn(TPlayerChangeFn changed) { fPlayerChanged = std::move(changed); }
 
     // The application asks before quitting: the player offers to save every changed list.
     // False when the user cancelled.
@@ -105,6 +110,7 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     void closeEvent(QCloseEvent* event) override;
 
   private:
+    void ShowTrayIcon();
     void CreateMenu();
     QMenu* CreateMenuFile();
     QMenu* CreateMenuPlay();
@@ -141,4 +147,7 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     bool fOpenPanelAdds = false;
     TMRUF fMRUF;
     TAskFn fAsk;
+    TPlayerChangeFn fPlayerChanged;
+    // Only where the desktop has a tray: its tool tip names the song.
+    QSystemTrayIcon* fTray = nullptr;
 };

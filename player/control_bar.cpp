@@ -229,6 +229,14 @@ void TControlBar::SetSliderValue(TSlider slider, int32_t value) {
 
 int32_t TControlBar::SliderValue(TSlider slider) const { return fSliders[size_t(slider)]->value(); }
 
+int32_t TControlBar::SliderMinimum(TSlider slider) const {
+    return fSliders[size_t(slider)]->minimum();
+}
+
+int32_t TControlBar::SliderMaximum(TSlider slider) const {
+    return fSliders[size_t(slider)]->maximum();
+}
+
 bool TControlBar::IsSliderDragged(TSlider slider) const {
     return fSliders[size_t(slider)]->isSliderDown();
 }

@@ -71,6 +71,8 @@ public:
     // Sets a slider from code (no message) and its read-out.
     void SetSliderValue(TSlider slider, int32_t value);
     int32_t SliderValue(TSlider slider) const;
+    int32_t SliderMinimum(TSlider slider) const;
+    int32_t SliderMaximum(TSlider slider) const;
     // While the user holds the thumb.
     bool IsSliderDragged(TSlider slider) const;
 

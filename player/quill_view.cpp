@@ -403,6 +403,35 @@ void TQuillView::SliderChangedRqtd(const veldan::TMessage& message) {
     }
 }
 
+int64_t TQuillView::SongLengthUs() const {
+    return fProducer.TempoMap().TickToUs(fProducer.CountTicks(), fProducer.TempoRate());
+}
+
+int64_t TQuillView::PositionUs() const {
+    return fProducer.TempoMap().TickToUs(fProducer.CurrentTick(), fProducer.TempoRate());
+}
+
+void TQuillView::SetPositionUs(int64_t us) {
+    // The first tick at or after us: time grows with the tick, so halving finds it.
+    uint32_t low = 0;
+    uint32_t high = fProducer.CountTicks();
+    while (low < high) {
+        uint32_t middle = low + (high - low) / 2;
+        if (fProducer.TempoMap().TickToUs(middle, fProducer.TempoRate()) < us)
+            low = middle + 1;
+        else
+            high = middle;
+    }
+    fChain.QuickAllNotesOff();
+    fProducer.SetCurrentTick(low);
+    UpdatePosCompo();
+}
+
+std::filesystem::path TQuillView::CurSongRef() const {
+    const TQuillSItem* song = fPlaylist->Song(fPlaylist->CurSongIdx());
+    return song ? song->EntryRef() : std::filesystem::path();
+}
+
 // Compos ---------------------------------------------------------------------------------
 
 void TQuillView::UpdatePortCompos() {

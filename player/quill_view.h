@@ -111,6 +111,13 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     int32_t CurSongIdx() const;
     const std::string& SongTitle() const { return fSongTitle; }
     int64_t PlayStartUs() const { return fPlayStartUs; }
+    // The loaded song's length and play position at the current tempo rate; 0 without one.
+    int64_t SongLengthUs() const;
+    int64_t PositionUs() const;
+    // Moves the play position as the position slider does, to the microsecond.
+    void SetPositionUs(int64_t us);
+    // The current song's file, empty when there is none.
+    std::filesystem::path CurSongRef() const;
 
     // Transport.
     bool PlaySong();

@@ -25,9 +25,13 @@ done
 grep -q '^Exec=quillmidi %F$' "$prefix/share/applications/quillmidi.desktop" || fail "desktop entry Exec"
 grep -q 'text/x-vnd.VELDAN-QuillMIDI-PlayList' "$prefix/share/applications/quillmidi.desktop" ||
   fail "desktop entry lacks the playlist type"
-if command -v desktop-file-validate >/dev/null; then
-  desktop-file-validate "$prefix/share/applications/quillmidi.desktop"
-fi
+desktop-file-validate "$prefix/share/applications/quillmidi.desktop" || fail "desktop entry is not valid"
+mime=$(mktemp -d)
+mkdir -p "$mime/packages"
+cp "$prefix/share/mime/packages/quillmidi-playlist.xml" "$mime/packages/"
+update-mime-database "$mime" || fail "update-mime-database refuses the playlist type"
+grep -q 'text/x-vnd.VELDAN-QuillMIDI-PlayList' "$mime/globs2" || fail "the playlist glob is not in the database"
+rm -rf "$mime"
 # Every installed file is in the manifest, so an uninstall removes it all.
 while read -r installed; do
   [ -e "$installed" ] || [ -L "$installed" ] || fail "manifest names $installed, which is not there"

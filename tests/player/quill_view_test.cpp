@@ -373,6 +373,28 @@ TEST_F(QuillViewTest, PositionSliderFollowsTheSongWhilePlaying) {
     fView->StopSong();
 }
 
+TEST_F(QuillViewTest, PositionsInMicrosecondsFollowTheTempoRate) {
+    AddSongs(1, kLongSong);
+    ASSERT_EQ(fView->SongLengthUs(), 20 * kSecondUs);
+    fView->Producer().SetTempoRate(200);
+    EXPECT_EQ(fView->SongLengthUs(), 10 * kSecondUs);
+    ASSERT_TRUE(fView->PlaySong());
+    fView->PauseSong();  // the position stays where it is put
+    auto seekTo = [&](int64_t us, uint32_t tick) {
+        fView->SetPositionUs(us);
+        return process_until([&] { return fView->Producer().CurrentTick() == tick; });
+    };
+    // 2.5 s at double speed is 5 s of the song: tick 4800 of 19200.
+    EXPECT_TRUE(seekTo(2500000, 4800));
+    EXPECT_EQ(fView->PositionUs(), 2500000);
+    // Between two ticks the later one is taken; past the end, the end.
+    EXPECT_TRUE(seekTo(2500001, 4801));
+    EXPECT_TRUE(seekTo(60 * kSecondUs, kLongSong));
+    EXPECT_EQ(fView->CurSongRef().filename(), "song0.mid");
+    fView->StopSong();
+    EXPECT_TRUE(fView->CurSongRef().filename() == "song0.mid") << "stop keeps the song current";
+}
+
 TEST_F(QuillViewTest, RosterChangesReachTheWindowAsAMenuRebuild) {
     TMessageRecorder window;
     fView->SetTitleTarget(&window);
