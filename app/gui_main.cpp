@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "app/app_icon.h"
 #include "app/interrupt.h"
 #include "app/mpris.h"
 #include "app/quill_app.h"
@@ -25,6 +26,7 @@ int run_gui(int argc, char** argv) {
     QApplication qapp(argc, argv);
     QApplication::setApplicationName("Quill MIDI");
     QApplication::setDesktopFileName("quillmidi");
+    QApplication::setWindowIcon(app_icon());
     // The settings-reset chord is read from the keyboard, so after the application exists.
     load_global();
 

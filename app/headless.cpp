@@ -285,8 +285,7 @@ void THeadlessPlayer::StateChanged(int32_t state) {
 
 void THeadlessPlayer::SongStarted() {
     fFailedInRow = 0;
-    const TSMFProducer& producer = fView->Producer();
-    fSongTotalUs = producer.TempoMap().TickToUs(producer.CountTicks(), producer.TempoRate());
+    fSongTotalUs = fView->SongLengthUs();
     std::string title = fView->SongTitle();
     if (title.empty()) title = fView->OrvickView()->Song(fView->CurSongIdx())->FileName();
     std::printf("%s\n", title.c_str());
@@ -315,8 +314,7 @@ void THeadlessPlayer::CheckStopped() {
 }
 
 void THeadlessPlayer::PrintProgress(bool final) {
-    const TSMFProducer& producer = fView->Producer();
-    int64_t now = producer.TempoMap().TickToUs(producer.CurrentTick(), producer.TempoRate());
+    int64_t now = fView->PositionUs();
     // At a song's end the producer may already be unloaded.
     if (final && !fFinished) now = fSongTotalUs;
     std::string line = "  " + clock_text(now) + " / " + clock_text(fSongTotalUs);

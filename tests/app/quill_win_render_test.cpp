@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QMenuBar>
 
+#include "app/app_icon.h"
 #include "app/quill_win.h"
 #include "app/settings/exit_state.h"
 #include "app/settings/pref.h"
@@ -56,5 +58,19 @@ TEST_P(QuillWinRenderTest, MainWindowRendersWhole) { Render(GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(Languages, QuillWinRenderTest,
                          ::testing::Values("English.llt", "Japanese.llt"));
+
+TEST(AppIcon, IsDrawnInEverySizeWithAClearCornerAndTheFaceInside) {
+    widget_application();
+    const QIcon icon = app_icon();
+    for (int size : {16, 48, 256}) {
+        const QImage image = icon.pixmap(size, size).toImage();
+        ASSERT_EQ(image.width(), size);
+        EXPECT_EQ(qAlpha(image.pixel(0, 0)), 0) << size << ": the rounded corner is clear";
+        // Right of the quill, the face colour of the drawing.
+        EXPECT_EQ(image.pixelColor(size * 3 / 4, size * 3 / 4).name(), "#d8ff4a") << size;
+    }
+    QDir().mkpath(QUILL_RENDER_DIR);
+    EXPECT_TRUE(icon.pixmap(256, 256).save(QString(QUILL_RENDER_DIR) + "/app_icon.png"));
+}
 
 }  // namespace
