@@ -26,6 +26,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kLanguageFolder[] = "Language";
+constexpr char kStatCannotAddLanguage[] = "Stat_Str_Cannot_Add_Language";
 constexpr char kLoaderFolder[] = "Loader";
 constexpr char kTextCannotOpenHelp[] = "Err_Cannot_Open_Help";
 constexpr char kTextCannotOpenWeb[] = "Err_Cannot_Open_Web";
@@ -211,7 +212,8 @@ void TQuillApp::LoadLanguage() {
         texts.LoadResource(QString::fromUtf8(quill::kBuiltinLanguagePath));
         return;
     }
-    fs::path path = fExeFolder / kLanguageFolder / file;
+    fs::path path = find_lang_file(LanguageFolders(), file);
+    if (path.empty()) path = fExeFolder / kLanguageFolder / file;  // named in the alert
     if (texts.Load(path.c_str()) != 0)
         veldan::show_alert(kNoLanguageCaption, (kNoLanguageText + path.string()).c_str(),
                            kNoLanguageButton, nullptr, nullptr, 0, veldan::TAlertType::kWarning);
@@ -221,10 +223,17 @@ void TQuillApp::SetNodeMonitorLanguage() {
     if (!fLanguageWatcher.files().isEmpty()) fLanguageWatcher.removePaths(fLanguageWatcher.files());
     if (!fLanguageWatcher.directories().isEmpty())
         fLanguageWatcher.removePaths(fLanguageWatcher.directories());
-    fs::path folder = fExeFolder / kLanguageFolder;
-    fLanguageWatcher.addPath(QString::fromStdString(folder.string()));
-    if (!pref().languageFile.empty())
-        fLanguageWatcher.addPath(QString::fromStdString((folder / pref().languageFile).string()));
+    // Folders that do not exist yet are not watched; the user's is made by its first drop.
+    for (const fs::path& folder : LanguageFolders())
+        if (std::error_code error; fs::is_directory(folder, error))
+            fLanguageWatcher.addPath(QString::fromStdString(folder.string()));
+    fs::path current = find_lang_file(LanguageFolders(), pref().languageFile);
+    if (!pref().languageFile.empty() && !current.empty())
+        fLanguageWatcher.addPath(QString::fromStdString(current.string()));
+}
+
+TLanguageFolders TQuillApp::LanguageFolders() const {
+    return language_folders(fExeFolder / kLanguageFolder);
 }
 
 void TQuillApp::SetNodeMonitorLoader() {
@@ -251,9 +260,16 @@ void TQuillApp::LanguageChanged() {
 void TQuillApp::LanguageFileDropped(const veldan::TMessage& message) {
     fs::path source;
     if (!message.FindRef(TPrefView::kRefsField, &source)) return;
+    fs::path folder = lang_drop_folder(LanguageFolders());
     std::error_code error;
-    fs::copy_file(source, fExeFolder / kLanguageFolder / source.filename(),
-                  fs::copy_options::overwrite_existing, error);
+    if (folder.empty() ||
+        !fs::copy_file(source, folder / source.filename(), fs::copy_options::overwrite_existing,
+                       error)) {
+        ShowStatus(language_table().Text(kStatCannotAddLanguage) + source.filename().string());
+        return;
+    }
+    // A new folder: from now on its changes are heard too.
+    SetNodeMonitorLanguage();
     pref().languageFile = source.filename().string();
     save_pref(false);
     post_message(this, veldan::TMessage(kMsgPrefLanguageChanged));
@@ -278,7 +294,7 @@ void TQuillApp::InstallPlayListMime() {
 
 void TQuillApp::MItemPrefClicked() {
     if (!fPrefWin) {
-        auto* win = new TPrefWin(language_table(), pref(), fExeFolder / kLanguageFolder);
+        auto* win = new TPrefWin(language_table(), pref(), LanguageFolders());
         if (win->InitCheck() != 0) {
             veldan::show_failure(language_table(), language_table().Text(kTextCannotCreatePrefWin));
             delete win;
@@ -323,7 +339,7 @@ void TQuillApp::MItemAuthorWebClicked() {
 
 void TQuillApp::AboutRequested() {
     if (!fAboutWin) {
-        fAboutWin = new TAboutWin(language_table(), fExeFolder / kLanguageFolder,
+        fAboutWin = new TAboutWin(language_table(), LanguageFolders(),
                                   fExeFolder / kLoaderFolder);
         fAboutWin->move(fMainWin->geometry().topLeft() +
                         QPoint(kSecondaryWindowOffset, kSecondaryWindowOffset));

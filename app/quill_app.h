@@ -95,6 +95,7 @@ class TQuillApp : public veldan::THandler {
   private:
     void StartMidi(const TOptions& options);
     void LoadAIDatabase();
+    TLanguageFolders LanguageFolders() const;
     void StartMpris();
     void RaiseMainWin();
     void ShowStatus(const std::string& text);

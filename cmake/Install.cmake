@@ -1,7 +1,8 @@
 # Installing: one self-contained folder, lib/quillmidi, holding the executable with its
 # "Language" and "Loader" folders and the help document beside it, as the program looks for
 # them there; a quillmidi link on the PATH (the program finds its folder through
-# /proc/self/exe, so the link works); the desktop entry, the icon and the playlist type.
+# /proc/self/exe, so the link works); the manual page, the desktop entry, the icon and the
+# playlist type.
 # `cpack -G DEB` in the build folder makes a Debian package from the same rules.
 include(GNUInstallDirs)
 
@@ -20,6 +21,7 @@ install(CODE "
        \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/quillmidi\" SYMBOLIC)
   list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/quillmidi\")
 ")
+install(FILES ${PROJECT_SOURCE_DIR}/resources/man/quillmidi.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${PROJECT_SOURCE_DIR}/resources/desktop/quillmidi.desktop
         DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 install(FILES ${PROJECT_SOURCE_DIR}/resources/desktop/quillmidi.svg

@@ -52,11 +52,11 @@ QString from_std(const std::string& text) { return QString::fromStdString(text);
 
 }  // namespace
 
-TAboutWin::TAboutWin(const veldan::TLLT& texts, std::filesystem::path languageFolder,
+TAboutWin::TAboutWin(const veldan::TLLT& texts, TLanguageFolders languageFolders,
                      std::filesystem::path loaderFolder, QWidget* parent)
     : veldan::TMessageHandler<QDialog>(parent),
       fTexts(texts),
-      fLanguageFolder(std::move(languageFolder)),
+      fLanguageFolders(std::move(languageFolders)),
       fLoaderFolder(std::move(loaderFolder)) {
     setObjectName("AboutWin");
     BuildLayout();
@@ -146,7 +146,7 @@ void TAboutWin::LanguageChanged() {
 
 void TAboutWin::ReloadLanguageFiles() {
     fLanguages->clear();
-    for (const TLangFileInfo& file : get_lang_files(fLanguageFolder)) {
+    for (const TLangFileInfo& file : get_lang_files(fLanguageFolders)) {
         auto* row = new QTreeWidgetItem(
             fLanguages, QStringList{from_std(file.languageName), from_std(file.writer),
                                     from_std(file.specialThanks)});

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <string>
 
+#include "app/dialogs/lang_files.h"
 #include "veldan/core/handler.h"
 
 class QLabel;
@@ -34,7 +35,7 @@ class TAboutWin : public veldan::TMessageHandler<QDialog> {
 
     // Shows kAppDisplayName, kAppVersion and the author text of texts until SetAppInfo
     // says otherwise. texts must outlive the window.
-    TAboutWin(const veldan::TLLT& texts, std::filesystem::path languageFolder,
+    TAboutWin(const veldan::TLLT& texts, TLanguageFolders languageFolders,
               std::filesystem::path loaderFolder, QWidget* parent = nullptr);
 
     void SetAppInfo(const std::string& name, const std::string& version, const std::string& author);
@@ -51,7 +52,7 @@ class TAboutWin : public veldan::TMessageHandler<QDialog> {
     void FitColumns(QTreeWidget* list);
 
     const veldan::TLLT& fTexts;
-    std::filesystem::path fLanguageFolder;
+    TLanguageFolders fLanguageFolders;
     std::filesystem::path fLoaderFolder;
     QTabWidget* fTabs = nullptr;
     QLabel* fAppName = nullptr;

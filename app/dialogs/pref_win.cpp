@@ -121,13 +121,13 @@ QLabel* make_label(const char* name, QWidget* parent) {
 
 }  // namespace
 
-TPrefView::TPrefView(const veldan::TLLT& texts, TPref& prefs, std::filesystem::path languageFolder,
+TPrefView::TPrefView(const veldan::TLLT& texts, TPref& prefs, TLanguageFolders languageFolders,
                      QWidget* parent)
     : veldan::TMessageHandler<QWidget>(parent),
       fTexts(texts),
       fPrefs(prefs),
       fBackup(prefs),
-      fLanguageFolder(std::move(languageFolder)),
+      fLanguageFolders(std::move(languageFolders)),
       fAfterResetsTip(std::make_unique<veldan::TToolTip>("SilenceIntervalAfterSysResets")),
       fBetweenSongsTip(std::make_unique<veldan::TToolTip>("SilenceIntervalBetweenSongs")) {
     setObjectName("PrefView");
@@ -383,7 +383,7 @@ void TPrefView::LanguageFileDropped() {
 void TPrefView::ReloadLanguageFiles() {
     fUpdating = true;
     fLanguage->clear();
-    for (const TLangFileInfo& file : get_lang_files(fLanguageFolder)) {
+    for (const TLangFileInfo& file : get_lang_files(fLanguageFolders)) {
         fLanguage->addItem(QString::fromStdString(file.languageName),
                            QString::fromStdString(file.fileName));
     }
@@ -436,11 +436,11 @@ void TPrefView::NotifyPrefChange(const veldan::TMessage& message) {
 
 void TPrefView::NotifyPrefChange(uint32_t code) { NotifyPrefChange(veldan::TMessage(code)); }
 
-TPrefWin::TPrefWin(veldan::TLLT& texts, TPref& prefs, std::filesystem::path languageFolder,
+TPrefWin::TPrefWin(veldan::TLLT& texts, TPref& prefs, TLanguageFolders languageFolders,
                    QWidget* parent)
     : veldan::TMessageHandler<QDialog>(parent),
       fTexts(texts),
-      fView(new TPrefView(texts, prefs, std::move(languageFolder), this)) {
+      fView(new TPrefView(texts, prefs, std::move(languageFolders), this)) {
     setObjectName("PrefWin");
     setAcceptDrops(true);
     auto* layout = new QVBoxLayout(this);

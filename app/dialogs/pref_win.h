@@ -29,6 +29,7 @@
 #include <memory>
 #include <string>
 
+#include "app/dialogs/lang_files.h"
 #include "app/settings/pref.h"
 #include "veldan/core/handler.h"
 
@@ -65,7 +66,7 @@ class TPrefView : public veldan::TMessageHandler<QWidget> {
     static constexpr std::array<int32_t, 4> kResetBits = {1, 2, 4, 8};
 
     // texts and prefs must outlive the view; texts is read again at every relabelling.
-    TPrefView(const veldan::TLLT& texts, TPref& prefs, std::filesystem::path languageFolder,
+    TPrefView(const veldan::TLLT& texts, TPref& prefs, TLanguageFolders languageFolders,
               QWidget* parent = nullptr);
     ~TPrefView() override;
 
@@ -108,7 +109,7 @@ class TPrefView : public veldan::TMessageHandler<QWidget> {
     const veldan::TLLT& fTexts;
     TPref& fPrefs;
     TPref fBackup;
-    std::filesystem::path fLanguageFolder;
+    TLanguageFolders fLanguageFolders;
     QPointer<QObject> fTarget;
     int fInitStatus = 0;
     // Set while the controls are being set from the preferences, so that their change
@@ -136,7 +137,7 @@ class TPrefView : public veldan::TMessageHandler<QWidget> {
 
 class TPrefWin : public veldan::TMessageHandler<QDialog> {
   public:
-    TPrefWin(veldan::TLLT& texts, TPref& prefs, std::filesystem::path languageFolder,
+    TPrefWin(veldan::TLLT& texts, TPref& prefs, TLanguageFolders languageFolders,
              QWidget* parent = nullptr);
 
     int InitCheck() const { return fView->InitCheck(); }

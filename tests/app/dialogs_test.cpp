@@ -82,7 +82,7 @@ class PrefWin : public DialogTest {
   protected:
     PrefWin() {
         pref() = TPref();
-        win = std::make_unique<TPrefWin>(texts, pref(), languageFolder);
+        win = std::make_unique<TPrefWin>(texts, pref(), TLanguageFolders{languageFolder});
         win->SetTarget(&recorder);
         win->show();
     }
@@ -411,7 +411,38 @@ TEST_F(PrefWin, DroppingALanguageFileOnTheWindowTellsTheApplication) {
 }
 
 TEST(LangFiles, AFolderThatCannotBeReadHasNone) {
-    EXPECT_TRUE(get_lang_files("/nonexistent/quill/Language").empty());
+    EXPECT_TRUE(get_lang_files({"/nonexistent/quill/Language"}).empty());
+}
+
+TEST(LangFiles, TheUsersFolderAddsLanguagesAndWinsForTheSameName) {
+    TTempDir installed, user;
+    const fs::path source = fs::path(QUILL_SOURCE_DIR) / "resources/Language";
+    fs::copy_file(source / "English.llt", installed.Path() / "English.llt");
+    fs::copy_file(source / "Japanese.llt", installed.Path() / "Mine.llt");
+    fs::copy_file(source / "English.llt", user.Path() / "Mine.llt");
+    fs::copy_file(source / "Japanese.llt", user.Path() / "Japanese.llt");
+    const TLanguageFolders folders = {installed.Path(), user.Path()};
+    std::vector<std::string> names;
+    for (const TLangFileInfo& file : get_lang_files(folders)) {
+        names.push_back(file.fileName);
+        if (file.fileName == "Mine.llt") EXPECT_EQ(file.languageName, "English");
+    }
+    EXPECT_EQ(names, (std::vector<std::string>{"English.llt", "Japanese.llt", "Mine.llt"}));
+    EXPECT_EQ(find_lang_file(folders, "Mine.llt"), user.Path() / "Mine.llt");
+    EXPECT_EQ(find_lang_file(folders, "English.llt"), installed.Path() / "English.llt");
+    EXPECT_TRUE(find_lang_file(folders, "Klingon.llt").empty());
+}
+
+TEST(LangFiles, AddedLanguagesGoWhereTheyCanBeWritten) {
+    TTempDir dir;
+    const fs::path user = dir.Path() / "data/quillmidi/Language";
+    EXPECT_EQ(lang_drop_folder({dir.Path(), user}), dir.Path());
+    // An installed program's folder that cannot take files: here a file stands in its way.
+    const fs::path blocked = dir.Write("Language", std::string("not a folder"));
+    EXPECT_EQ(lang_drop_folder({blocked, user}), user);
+    EXPECT_TRUE(fs::is_directory(user)) << "made on first use";
+    TScopedEnv data("XDG_DATA_HOME", (dir.Path() / "data").c_str());
+    EXPECT_EQ(language_folders(blocked), (TLanguageFolders{blocked, user}));
 }
 
 class AboutWin : public DialogTest {
@@ -428,7 +459,7 @@ class AboutWin : public DialogTest {
         return found.isEmpty() ? nullptr : found.front();
     }
     void Make() {
-        win = std::make_unique<TAboutWin>(texts, languageFolder, loaderFolder);
+        win = std::make_unique<TAboutWin>(texts, TLanguageFolders{languageFolder}, loaderFolder);
         win->show();
     }
 
@@ -520,7 +551,7 @@ class DialogRender : public DialogTest, public ::testing::WithParamInterface<con
 TEST_P(DialogRender, PreferencesWindowCutsNothing) {
     pref() = TPref();
     pref().waitBetweenSongs = true;
-    TPrefWin pw(texts, pref(), languageFolder);
+    TPrefWin pw(texts, pref(), {languageFolder});
     pw.show();
     QCoreApplication::processEvents();
     expect_nothing_cut(pw);
@@ -532,7 +563,7 @@ TEST_P(DialogRender, PreferencesWindowCutsNothing) {
 TEST_P(DialogRender, AboutWindowCutsNothingOnAnyTab) {
     fs::copy_file(fs::path(TEST_LOADER_PLUGIN),
                   dir.Path() / fs::path(TEST_LOADER_PLUGIN).filename());
-    TAboutWin about(texts, languageFolder, dir.Path());
+    TAboutWin about(texts, {languageFolder}, dir.Path());
     about.show();
     auto* tabs = about.findChild<QTabWidget*>("TabAbout");
     ASSERT_NE(tabs, nullptr);

@@ -15,7 +15,8 @@ for file in "$app/quillmidi" "$app/QuillMIDI.htm" "$app/Language/English.llt" \
             "$app/Loader/quill_folder_loader.so" "$app/Loader/quill_textlist_loader.so" \
             "$prefix/share/applications/quillmidi.desktop" \
             "$prefix/share/icons/hicolor/scalable/apps/quillmidi.svg" \
-            "$prefix/share/mime/packages/quillmidi-playlist.xml"; do
+            "$prefix/share/mime/packages/quillmidi-playlist.xml" \
+            "$prefix/share/man/man1/quillmidi.1"; do
   [ -e "$file" ] || fail "missing $file"
 done
 [ -L "$prefix/bin/quillmidi" ] || fail "no link bin/quillmidi"
@@ -32,6 +33,10 @@ cp "$prefix/share/mime/packages/quillmidi-playlist.xml" "$mime/packages/"
 update-mime-database "$mime" || fail "update-mime-database refuses the playlist type"
 grep -q 'text/x-vnd.VELDAN-QuillMIDI-PlayList' "$mime/globs2" || fail "the playlist glob is not in the database"
 rm -rf "$mime"
+# The manual page describes every option the program offers.
+for option in $("$prefix/bin/quillmidi" --help | grep -o -- '--[a-z-]*' | sort -u); do
+  grep -qF -- "${option//-/\\-}" "$prefix/share/man/man1/quillmidi.1" || fail "the manual page lacks $option"
+done
 # Every installed file is in the manifest, so an uninstall removes it all.
 while read -r installed; do
   [ -e "$installed" ] || [ -L "$installed" ] || fail "manifest names $installed, which is not there"

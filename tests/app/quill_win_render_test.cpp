@@ -63,11 +63,13 @@ TEST(AppIcon, IsDrawnInEverySizeWithAClearCornerAndTheFaceInside) {
     widget_application();
     const QIcon icon = app_icon();
     for (int size : {16, 48, 256}) {
-        const QImage image = icon.pixmap(size, size).toImage();
-        ASSERT_EQ(image.width(), size);
+        const QPixmap pixmap = icon.pixmap(size, size);
+        ASSERT_EQ(pixmap.deviceIndependentSize().toSize(), QSize(size, size));
+        const QImage image = pixmap.toImage();
+        const int pixels = image.width();  // more than size at 200 %
         EXPECT_EQ(qAlpha(image.pixel(0, 0)), 0) << size << ": the rounded corner is clear";
         // Right of the quill, the face colour of the drawing.
-        EXPECT_EQ(image.pixelColor(size * 3 / 4, size * 3 / 4).name(), "#d8ff4a") << size;
+        EXPECT_EQ(image.pixelColor(pixels * 3 / 4, pixels * 3 / 4).name(), "#d8ff4a") << size;
     }
     QDir().mkpath(QUILL_RENDER_DIR);
     EXPECT_TRUE(icon.pixmap(256, 256).save(QString(QUILL_RENDER_DIR) + "/app_icon.png"));
