@@ -181,43 +181,43 @@ TEST_F(QuillAppTest, ALanguageChangeReachesTheMenus) {
     })) << app->MainWin()->menuBar()->actions()[0]->text().toStdString();
 }
 
-TEST_F(QuillAppTest, ALanguageFileDroppedOnThePreferencesBecomesTheLanguage) {
-    TTempDir elsewhere;
+// The first menu's title, which says which language is in use.
+QString first_menu(const TQuillApp& app) { return app.MainWin()->menuBar()->actions()[0]->text(); }
+
+// Drops a copy of the Japanese language, named "Mine.llt", on the running program.
+void drop_language(TQuillApp& app, const TTempDir& elsewhere) {
     fs::path dropped = elsewhere.Path() / "Mine.llt";
     fs::copy_file(fs::path(QUILL_SOURCE_DIR) / "resources/Language/Japanese.llt", dropped);
-    auto app = Start();
     veldan::TMessage message(TQuillApp::kMsgLanguageFileDropped);
     message.AddRef(TPrefView::kRefsField, dropped);
-    veldan::post_message(app.get(), message);
-    EXPECT_TRUE(process_until([&] {
-        return app->MainWin()->menuBar()->actions()[0]->text() == QString::fromUtf8("ファイル");
-    }));
+    veldan::post_message(&app, message);
+}
+
+TEST_F(QuillAppTest, ALanguageFileDroppedOnThePreferencesBecomesTheLanguage) {
+    auto app = Start();
+    TTempDir elsewhere;
+    drop_language(*app, elsewhere);
+    EXPECT_TRUE(process_until([&] { return first_menu(*app) == QString::fromUtf8("ファイル"); }));
     EXPECT_TRUE(fs::exists(fExe.Path() / "Language" / "Mine.llt"));
     EXPECT_EQ(pref().languageFile, "Mine.llt");
 }
 
 TEST_F(QuillAppTest, ALanguageDroppedOnAnInstalledProgramGoesToTheUsersFolder) {
-    TTempDir elsewhere;
-    fs::path dropped = elsewhere.Path() / "Mine.llt";
-    fs::copy_file(fs::path(QUILL_SOURCE_DIR) / "resources/Language/Japanese.llt", dropped);
     // The program's own folder cannot take files (a root test can't take the right away,
     // so a file stands in its way); the built-in language is in use.
     fs::remove_all(fExe.Path() / "Language");
     fExe.Write("Language", std::string("in the way"));
     pref().languageFile.clear();
     auto app = Start();
-    veldan::TMessage message(TQuillApp::kMsgLanguageFileDropped);
-    message.AddRef(TPrefView::kRefsField, dropped);
-    veldan::post_message(app.get(), message);
-    EXPECT_TRUE(process_until([&] {
-        return app->MainWin()->menuBar()->actions()[0]->text() == QString::fromUtf8("ファイル");
-    }));
+    TTempDir elsewhere;
+    drop_language(*app, elsewhere);
+    EXPECT_TRUE(process_until([&] { return first_menu(*app) == QString::fromUtf8("ファイル"); }));
     EXPECT_TRUE(fs::exists(fData.Path() / "quillmidi/Language/Mine.llt"));
     app->Quit();
     // The next start finds it there.
     Restart();
     auto again = Start();
-    EXPECT_EQ(again->MainWin()->menuBar()->actions()[0]->text(), QString::fromUtf8("ファイル"));
+    EXPECT_EQ(first_menu(*again), QString::fromUtf8("ファイル"));
 }
 
 TEST_F(QuillAppTest, SecondaryWindowsAreMadeOnceAndClosedAtQuit) {
