@@ -250,6 +250,8 @@ void TOrvickView::AddDroppedFiles(const QList<QUrl>& urls, const QPoint& where) 
     for (const fs::path& path : paths) added |= AddListFolderFile(path, list, -1);
     if (!added) return;
     MarkModified(list);
+    // The user sees what was dropped.
+    if (list) list->setExpanded(true);
     // Songs added above the current one move it.
     if (current) {
         fCurSongIdx = SongIdx(FullListIndexOf(current));

@@ -10,6 +10,11 @@
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
+#include <QUrl>
+#include <QTest>
+#include <QSlider>
+#include <QDropEvent>
+#include <QMimeData>
 
 #include "app/settings/settings.h"
 #include "midi/recorder.h"
@@ -35,6 +40,14 @@ std::vector<uint8_t> running_song() {
     TSmfBuilder smf(1, 480);
     TTrackBuilder& track = smf.AddTrack().Name(0, "Runner");
     for (int i = 0; i < 16; ++i) track.NoteOn(0, 0, 60, 100).NoteOff(240, 0, 60);
+    return smf.Bytes();
+}
+
+// The same, a third higher, so that the two songs can be told apart at the consumer.
+std::vector<uint8_t> other_song() {
+    TSmfBuilder smf(1, 480);
+    TTrackBuilder& track = smf.AddTrack().Name(0, "Other");
+    for (int i = 0; i < 16; ++i) track.NoteOn(0, 0, 64, 100).NoteOff(240, 0, 64);
     return smf.Bytes();
 }
 
@@ -246,3 +259,70 @@ TEST_F(QuillAppTest, TheCloseBoxQuitsThroughTheApplication) {
 }
 
 }  // namespace
+
+// As a user does it: drop two songs from a file manager, pick port A's consumer from the
+// MIDI OUT menu, double-click the second song and press play, move the key slider while it
+// plays, quit from the File menu; the next start shows the same state.
+TEST_F(QuillAppTest, EndToEndDropDoubleClickPlayChangeKeyQuitRestart) {
+    TMidiRecorder recorder("Desk Synth", 1 << 12);
+    recorder.Register();
+    const fs::path first = fOut.Write("first.mid", running_song());
+    const fs::path second = fOut.Write("second.mid", other_song());
+    {
+        auto app = Start();
+        TQuillWin* win = app->MainWin();
+        TQuillView* view = win->View();
+        TOrvickView* list = view->OrvickView();
+        view->StopSong();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(win));
+
+        QMimeData files;
+        files.setUrls({QUrl::fromLocalFile(QString::fromStdString(first.string())),
+                       QUrl::fromLocalFile(QString::fromStdString(second.string()))});
+        const QPoint below(5, list->viewport()->height() - 2);
+        // As a drag from a file manager arrives: it enters, moves, then drops.
+        QDragEnterEvent enter(below, Qt::CopyAction, &files, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(list->viewport(), &enter);
+        ASSERT_TRUE(enter.isAccepted()) << "the playlist takes files";
+        QDragMoveEvent move(below, Qt::CopyAction, &files, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(list->viewport(), &move);
+        QDropEvent drop(QPointF(below), Qt::CopyAction, &files, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(list->viewport(), &drop);
+        ASSERT_EQ(list->Songs(), 2);
+
+        QAction* deskSynth = nullptr;
+        for (QAction* action : win->findChild<QMenu*>("Menu_MIDI_Port_0")->actions())
+            if (action->text().endsWith("Desk Synth")) deskSynth = action;
+        ASSERT_NE(deskSynth, nullptr);
+        deskSynth->trigger();
+        ASSERT_TRUE(process_until([&] { return view->Chain().PublicOut(0)->IsConnected(&recorder); }));
+
+        const QRect row = list->visualItemRect(list->Song(1));
+        ASSERT_FALSE(row.isEmpty());
+        QTest::mouseDClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, row.center());
+        ASSERT_TRUE(process_until([&] { return view->CurSongIdx() == 1; })) << "the song changes";
+        auto* play = view->ControlBar()->findChild<QWidget*>("ButtonPlay");
+        ASSERT_NE(play, nullptr);
+        QTest::mouseClick(play, Qt::LeftButton);
+        ASSERT_TRUE(process_until([&] { return NoteOns(recorder, 64) >= 2; }))
+            << "state " << view->State() << ", song " << view->CurSongIdx();
+        EXPECT_EQ(NoteOns(recorder, 60), 0u) << "only the song clicked plays";
+
+        auto* key = view->ControlBar()->findChild<QSlider*>("SliderKey");
+        ASSERT_NE(key, nullptr);
+        key->triggerAction(QAbstractSlider::SliderSingleStepAdd);
+        EXPECT_TRUE(process_until([&] { return NoteOns(recorder, 65) >= 2; }))
+            << "a semitone up while playing";
+
+        list->SetAskSaveFn([](const TQuillSItem&) { return TOrvickView::TSaveAnswer::kNo; });
+        for (QAction* action : win->findChild<QMenu*>("Menu_File")->actions())
+            if (action->objectName() == "MItem_Quit") action->trigger();
+        ASSERT_TRUE(process_until([&] { return !app->IsRunning(); }));
+    }
+    Restart();
+    auto app = Start();
+    TQuillView* view = app->MainWin()->View();
+    ASSERT_EQ(view->OrvickView()->Songs(), 2);
+    EXPECT_EQ(view->CurSongRef(), second);
+    EXPECT_TRUE(view->Chain().PublicOut(0)->IsConnected(&recorder));
+}
