@@ -70,8 +70,8 @@ TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
         app_privacy().SetState(TMarnelState(state));
         if (fMpris) fMpris->StateChanged();
     });
-    fMainWin->RestoreExitState();
     LoadAIDatabase();
+    fMainWin->RestoreExitState();
     StartMpris();
     OpenFiles(options.files);
     fMainWin->show();

@@ -3,6 +3,7 @@
 #include <QActionGroup>
 #include <QCloseEvent>
 #include <QGuiApplication>
+#include <QLayout>
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
@@ -409,11 +410,11 @@ void TQuillWin::RestoreExitState() {
     RestoreMainList();
     fView->SetPlayMode(fExitState.playMode);
     UpdateMenuPlayModeRqtd();
-    if (fView->OrvickView()->Song(fExitState.currentSongIndex)) {
-        veldan::TMessage change(TOrvickView::kMsgChangeSongRqtd);
-        change.AddInt32(TOrvickView::kSongIndexField, fExitState.currentSongIndex);
-        fView->ChangeSongRqtd(change);
-    }
+    // Loaded, not scored: coming back to a song is not choosing it again.
+    if (fView->OrvickView()->Song(fExitState.currentSongIndex))
+        fView->ChangeSong(fExitState.currentSongIndex, false);
+    fExpandedHeight = int(fExitState.expandedHeight);
+    fView->ShowList(fExitState.listShown);
     if (firstStart) {
         // Music at once on a new machine: port A plays through the built-in synthesizer.
         ConnectByNames(0, {TSynthConsumer::kName});
@@ -427,7 +428,8 @@ void TQuillWin::RestoreExitState() {
 
 void TQuillWin::WriteExitState() {
     fExitState.frame = frame_of(geometry());
-    fExitState.expandedHeight = float(height());
+    fExitState.listShown = fView->IsListShown();
+    fExitState.expandedHeight = float(fView->IsListShown() ? height() : fExpandedHeight);
     fExitState.panelFolder = fOpenPanel->directory().absolutePath().toStdString();
     fExitState.playMode = fView->PlayMode();
     fExitState.currentSongIndex = std::max(0, fView->CurSongIdx());
@@ -449,6 +451,20 @@ void TQuillWin::closeEvent(QCloseEvent* event) {
     // The application decides, after asking about unsaved playlists.
     event->ignore();
     veldan::post_message(fApplication, veldan::TMessage(kMsgQuitRequested));
+}
+
+void TQuillWin::FitHeightToList() {
+    if (fView->IsListShown()) {
+        setMaximumHeight(QWIDGETSIZE_MAX);
+        resize(width(), fExpandedHeight);
+        return;
+    }
+    // Collapsed to the menus and the control bar, which the user can still widen.
+    fExpandedHeight = height();
+    layout()->activate();
+    const int collapsed = minimumSizeHint().height();
+    setMaximumHeight(collapsed);
+    resize(width(), collapsed);
 }
 
 void TQuillWin::SetDeskBarTitleRqtd(const std::string& title) {
@@ -518,6 +534,9 @@ void TQuillWin::MessageReceived(veldan::TMessage* message) {
             break;
         case TQuillView::kMsgUpdateMenuPlayMode:
             UpdateMenuPlayModeRqtd();
+            break;
+        case TQuillView::kMsgListShownChanged:
+            FitHeightToList();
             break;
         case TQuillView::kMsgLanguageChanged:
             LanguageChanged();

@@ -102,6 +102,9 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     void UpdateMenuMidiOutRqtd();
     void UpdateMenuPlayModeRqtd();
     void SetDeskBarTitleRqtd(const std::string& title);
+    // Collapses the window to the control bar while the playlist is hidden, and gives it
+    // back its expanded height when it shows again.
+    void FitHeightToList();
     void LanguageChanged();
 
     void MessageReceived(veldan::TMessage* message) override;
@@ -148,6 +151,8 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     TMRUF fMRUF;
     TAskFn fAsk;
     TPlayerChangeFn fPlayerChanged;
+    // The height with the playlist shown, kept while it is hidden.
+    int fExpandedHeight = 0;
     // Only where the desktop has a tray: its tool tip names the song.
     QSystemTrayIcon* fTray = nullptr;
 };

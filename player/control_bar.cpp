@@ -36,6 +36,8 @@ constexpr TTransportItem kTransport[] = {
     {"ButtonNext", ":/bitmaps/next.png", kMsgNext, llt_key("ToolTip_Next"), false},
 };
 constexpr int kRadioCount = 3;
+constexpr char kListButton[] = "ButtonList";
+constexpr const char* kListTipKey = llt_key("ToolTip_List");
 
 struct TSliderItem {
     const char* name;
@@ -100,6 +102,7 @@ TControlBar::TControlBar(const veldan::TLLT& texts, QWidget* parent) : QWidget(p
     fTitle->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     topRow->addWidget(fTitle, 1);
     topRow->addWidget(MakeIndicators());
+    topRow->addWidget(MakeListButton());
 
     fStatusBar = new QLabel(this);
     fStatusBar->setObjectName("StatBar");
@@ -131,6 +134,20 @@ QWidget* TControlBar::MakeTransport() {
     SetPlayState(kStateStopped);
     return fTransport;
 }
+
+QWidget* TControlBar::MakeListButton() {
+    fListBar = new veldan::TToolBar("ToolBarList");
+    auto* button = new veldan::TToolButton(kListButton, QIcon(":/bitmaps/list.png"), QIcon(),
+                                           std::make_unique<veldan::TMessage>(kMsgListToggled),
+                                           veldan::TToolButton::kToggleButton);
+    fListBar->AddItem(button);
+    button->SetValue(1);
+    return fListBar;
+}
+
+bool TControlBar::IsListShown() const { return fListBar->FindItem(kListButton)->Value() != 0; }
+
+void TControlBar::SetListShown(bool shown) { fListBar->FindItem(kListButton)->SetValue(shown ? 1 : 0); }
 
 QWidget* TControlBar::MakeIndicators() {
     auto* box = new QWidget;
@@ -182,6 +199,7 @@ QWidget* TControlBar::MakeSliders() {
 
 void TControlBar::SetTarget(QObject* target) {
     fTransport->SetTargetForItems(target);
+    fListBar->SetTargetForItems(target);
     for (TCompactSlider* slider : fSliders) slider->SetTarget(target);
 }
 
@@ -189,6 +207,7 @@ void TControlBar::ApplyLanguage(const veldan::TLLT& texts) {
     for (int i = 0; i < int(std::size(kTransport)); ++i) {
         fTransport->FindItem(kTransport[i].name)->SetTip(texts.Text(kTransport[i].tipKey));
     }
+    fListBar->FindItem(kListButton)->SetTip(texts.Text(kListTipKey));
     for (int i = 0; i < kSliderCount; ++i) {
         fPrefixes[size_t(i)] = texts.Text(kSliderItems[i].prefixKey);
         FitReadout(i);

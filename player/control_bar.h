@@ -33,6 +33,8 @@ constexpr uint32_t kMsgPause = 'puse';
 constexpr uint32_t kMsgStop = 'stop';
 constexpr uint32_t kMsgNext = 'next';
 constexpr uint32_t kMsgPrev = 'prev';
+// The list button: shows or hides the playlist part of the window.
+constexpr uint32_t kMsgListToggled = 'tlst';
 // Sliders, with int32 "be:value": "changed" when released, "changing" while dragged.
 constexpr uint32_t kMsgVolumeChanged = 'svlc';
 constexpr uint32_t kMsgKeyChanged = 'skyc';
@@ -88,15 +90,20 @@ public:
     void TurnOffAllSysReset();
 
     veldan::TToolBar* TransportBar() const { return fTransport; }
+    // The list button's state, settable from code without a message.
+    bool IsListShown() const;
+    void SetListShown(bool shown);
 
 private:
     QWidget* MakeTransport();
     QWidget* MakeIndicators();
+    QWidget* MakeListButton();
     QWidget* MakeSliders();
     void UpdateReadout(int slider);
     void FitReadout(int slider);
 
     veldan::TToolBar* fTransport = nullptr;
+    veldan::TToolBar* fListBar = nullptr;
     TLCDIndicator* fTitle = nullptr;
     std::array<TLCDIndicator*, 2> fPorts{};
     std::array<TLCDIndicator*, 4> fResets{};

@@ -434,6 +434,15 @@ std::filesystem::path TQuillView::CurSongRef() const {
 
 // Compos ---------------------------------------------------------------------------------
 
+void TQuillView::ShowList(bool shown) {
+    fControlBar->SetListShown(shown);
+    if (fPlaylist->isHidden() == !shown) return;
+    fPlaylist->setVisible(shown);
+    TellTitleTarget(kMsgListShownChanged);
+}
+
+bool TQuillView::IsListShown() const { return !fPlaylist->isHidden(); }
+
 void TQuillView::UpdatePortCompos() {
     for (int port = 0; port < TOutputChain::kPorts; ++port)
         fControlBar->SetPortLit(port, fPorts.IsPortConnected(port));
@@ -541,6 +550,9 @@ void TQuillView::MessageReceived(veldan::TMessage* message) {
             break;
         case kMsgPrev:
             CButtonPrevClicked();
+            break;
+        case kMsgListToggled:
+            ShowList(fControlBar->IsListShown());
             break;
         case TOrvickView::kMsgChangeSongRqtd:
             ChangeSongRqtd(*message);

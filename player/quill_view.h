@@ -67,6 +67,8 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     static constexpr uint32_t kMsgUpdateMenuMidiOut = 'ummr';
     // To the title target: mark the play-mode item again.
     static constexpr uint32_t kMsgUpdateMenuPlayMode = 'umpr';
+    // To the title target: the playlist was shown or hidden, fit the window to it.
+    static constexpr uint32_t kMsgListShownChanged = 'lsch';
     static constexpr uint32_t kMsgOpenCurDoc = 'ocdc';
     // Often enough that the thumb moves smoothly over a long song, seldom enough to cost
     // nothing while music plays.
@@ -158,6 +160,10 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     // The window title from the playlist's first row and its kind.
     std::string WinTitle() const;
     void UpdateWinTitle();
+
+    // The playlist part below the control bar; the list button follows.
+    void ShowList(bool shown);
+    bool IsListShown() const;
 
     void UpdatePortCompos();
     void UpdatePosCompo();

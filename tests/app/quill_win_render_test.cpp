@@ -45,6 +45,12 @@ class QuillWinRenderTest : public TWidgetTest, public ::testing::WithParamInterf
         EXPECT_TRUE(has_more_than_one_colour(image));
         for (QAction* menu : win.menuBar()->actions()) EXPECT_FALSE(menu->text().isEmpty());
         expect_nothing_cut(*win.View()->ControlBar());
+
+        // With the playlist hidden, the window is its menus and the control bar.
+        win.View()->ShowList(false);
+        ASSERT_TRUE(process_until([&] { return win.height() < 360; }));
+        save_render(win, name + "_collapsed", QUILL_RENDER_DIR);
+        expect_nothing_cut(*win.View()->ControlBar());
     }
 
     TTempDir fTemp;

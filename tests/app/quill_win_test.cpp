@@ -14,6 +14,7 @@
 #include "app/settings/pref.h"
 #include "app/settings/settings.h"
 #include "midi/recorder.h"
+#include "player/control_bar.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
@@ -316,3 +317,35 @@ TEST_F(QuillWinTest, AVanishedPlaylistStartsWithAnEmptyNewList) {
 }
 
 }  // namespace
+
+TEST_F(QuillWinTest, TheListButtonCollapsesTheWindowToTheBarAndTheExitStateKeepsBoth) {
+    auto win = MakeWin();
+    win->resize(500, 420);
+    win->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(win.get()));
+    auto* list = win->View()->ControlBar()->findChild<QWidget*>("ButtonList");
+    ASSERT_NE(list, nullptr);
+
+    QTest::mouseClick(list, Qt::LeftButton);
+    ASSERT_TRUE(process_until([&] { return win->height() < 420; }));
+    EXPECT_FALSE(win->View()->OrvickView()->isVisible());
+    EXPECT_GE(win->height(), win->View()->ControlBar()->height());
+    win->WriteExitState();
+    EXPECT_FALSE(fExitState.listShown);
+    EXPECT_EQ(fExitState.expandedHeight, 420.0f) << "the height to come back to";
+
+    QTest::mouseClick(list, Qt::LeftButton);
+    ASSERT_TRUE(process_until([&] { return win->height() == 420; }));
+    EXPECT_TRUE(win->View()->OrvickView()->isVisible());
+    win->WriteExitState();
+    EXPECT_TRUE(fExitState.listShown);
+
+    // A start after quitting with the list hidden opens collapsed.
+    fExitState.listShown = false;
+    auto again = MakeWin();
+    again->resize(500, 420);
+    again->show();
+    again->RestoreExitState();
+    ASSERT_TRUE(process_until([&] { return again->height() < 420; }));
+    EXPECT_EQ(again->View()->ControlBar()->IsListShown(), false);
+}
