@@ -10,6 +10,9 @@
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
+#include <QAbstractButton>
+#include <QTimer>
+#include <QMessageBox>
 #include <QUrl>
 #include <QTest>
 #include <QSlider>
@@ -231,6 +234,27 @@ TEST_F(QuillAppTest, ALanguageDroppedOnAnInstalledProgramGoesToTheUsersFolder) {
     Restart();
     auto again = Start();
     EXPECT_EQ(first_menu(*again), QString::fromUtf8("ファイル"));
+}
+
+TEST_F(QuillAppTest, AMissingLanguageFileIsToldInTheFixedAlertAndTheProgramGoesOn) {
+    pref().languageFile = "Gone.llt";
+    // The alert comes while the application is being made: a timer looks for it.
+    QString shown;
+    QTimer watcher;
+    QObject::connect(&watcher, &QTimer::timeout, [&] {
+        auto* alert = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (!alert) return;
+        watcher.stop();
+        shown = alert->windowTitle() + "|" + alert->text() + "|" + alert->buttons()[0]->text();
+        QTest::keyClick(alert, Qt::Key_Return);  // the one button is the default
+    });
+    watcher.start(10);
+    auto app = Start();
+    const QString path = QString::fromStdString((fExe.Path() / "Language/Gone.llt").string());
+    EXPECT_EQ(shown, "* Quill MIDI *|* Quill MIDI *\n\nCan't load language file:\n" + path +
+                         "|U - Understand");
+    EXPECT_TRUE(app->IsRunning());
+    EXPECT_TRUE(app->MainWin()->isVisible());
 }
 
 TEST_F(QuillAppTest, SecondaryWindowsAreMadeOnceAndClosedAtQuit) {
