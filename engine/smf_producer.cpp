@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "engine/play_thread.h"
+#include "engine/rmid.h"
 #include "veldan/base/clock.h"
 
 namespace {
@@ -67,6 +68,7 @@ int32_t TSMFProducer::ReadHeader(const uint8_t* data, size_t size, size_t* offse
 int32_t TSMFProducer::SetTo(std::vector<uint8_t> bytes) {
     Unset();
     fFile = std::move(bytes);
+    if (std::string error; unwrap_rmid(&fFile, &error) != 0) return Fail(std::move(error));
     fTempo.store(TTempoMap::kDefaultTempo, std::memory_order_relaxed);
     fTotalTicks = 0;
     size_t offset = 0;

@@ -243,6 +243,8 @@ bool TOrvickView::IsMidiFile(const fs::path& ref) {
     std::string lower = ref.string();
     std::transform(lower.begin(), lower.end(), lower.begin(),
                    [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
+    // RIFF-wrapped songs (RMID) carry ".rmi", which neither test above knows.
+    if (lower.ends_with(".rmi")) return true;
     return veldan::instr(lower.c_str(), ".mid", 1) > 0;
 }
 

@@ -214,3 +214,63 @@ TEST(SmfReader, ReadsFilesWithNonAsciiNamesAndNamesMissingOnes) {
 }
 
 }  // namespace
+
+namespace {
+
+// A RIFF chunk: tag, little-endian length, body, and the pad byte of an odd body.
+std::vector<uint8_t> riff_chunk(const char* tag, const std::vector<uint8_t>& body) {
+    std::vector<uint8_t> chunk(tag, tag + 4);
+    const uint32_t length = uint32_t(body.size());
+    for (int shift = 0; shift < 32; shift += 8) chunk.push_back(uint8_t(length >> shift));
+    chunk.insert(chunk.end(), body.begin(), body.end());
+    if (body.size() & 1) chunk.push_back(0);
+    return chunk;
+}
+
+std::vector<uint8_t> riff_file(const char* form, const std::vector<std::vector<uint8_t>>& chunks) {
+    std::vector<uint8_t> inside(form, form + 4);
+    for (const auto& chunk : chunks) inside.insert(inside.end(), chunk.begin(), chunk.end());
+    return riff_chunk("RIFF", inside);
+}
+
+}  // namespace
+
+TEST(SmfReader, AnRmidFilePlaysAsTheSongInsideIt) {
+    TSmfBuilder smf(1, 96);
+    smf.AddTrack().Name(0, "Wrapped").NoteOn(0, 0, 60, 100).NoteOff(96, 0, 60);
+    // An odd-length chunk before the song, so the word alignment counts.
+    std::vector<uint8_t> rmid =
+        riff_file("RMID", {riff_chunk("LIST", {'I', 'N', 'F', 'O', 'x'}), riff_chunk("data", smf.Bytes())});
+    TSMFProducer plain, wrapped;
+    ASSERT_EQ(plain.SetTo(smf.Bytes()), 0);
+    ASSERT_EQ(wrapped.SetTo(rmid), 0) << wrapped.LastError();
+    std::string title;
+    ASSERT_EQ(wrapped.GetTitle(&title), 0);
+    EXPECT_EQ(title, "Wrapped");
+    EXPECT_EQ(wrapped.CountTicks(), 96u);
+    const std::vector<TWalked> a = walk(plain), b = walk(wrapped);
+    ASSERT_EQ(a.size(), b.size());
+    for (size_t i = 0; i < a.size(); ++i) EXPECT_EQ(a[i].bytes, b[i].bytes) << i;
+}
+
+TEST(SmfReader, ADamagedOrForeignRiffWrapperIsRefusedWithTheReason) {
+    TSmfBuilder smf(1, 96);
+    smf.AddTrack().NoteOn(0, 0, 60, 100).NoteOff(96, 0, 60);
+    std::vector<uint8_t> cut = riff_file("RMID", {riff_chunk("data", smf.Bytes())});
+    cut.resize(cut.size() - 5);
+    struct TCase {
+        std::vector<uint8_t> bytes;
+        std::string reason;
+    };
+    const TCase cases[] = {
+        {cut, "damaged RMID file: a chunk runs past the end of the file"},
+        {riff_file("RMID", {riff_chunk("LIST", {1, 2})}), "damaged RMID file: it holds no \"data\" chunk"},
+        {riff_file("WAVE", {riff_chunk("fmt ", {1, 2})}), "not a MIDI file (a RIFF \"WAVE\" file)"},
+        {{'R', 'I', 'F', 'F', 4, 0}, "damaged RMID file: the RIFF header is cut short"},
+    };
+    for (const TCase& c : cases) {
+        TSMFProducer producer;
+        EXPECT_EQ(producer.SetTo(c.bytes), -1) << c.reason;
+        EXPECT_EQ(producer.LastError(), c.reason);
+    }
+}

@@ -190,6 +190,7 @@ TEST_F(OrvickView, TheMidiTestTakesTheMimeTypeOrAnyDotMidInThePath) {
     EXPECT_TRUE(TOrvickView::IsMidiFile(Song("plain.mid")));
     EXPECT_TRUE(TOrvickView::IsMidiFile(Song("LOUD.MID")));
     EXPECT_TRUE(TOrvickView::IsMidiFile(Song("long.midi")));
+    EXPECT_TRUE(TOrvickView::IsMidiFile(Song("wrapped.RMI")));
     EXPECT_TRUE(TOrvickView::IsMidiFile(Song("backup.mid.bak")));
     EXPECT_TRUE(TOrvickView::IsMidiFile(fTemp.Write("songs.mid/readme.txt", std::string("x"))));
     // No extension at all: only the content tells (the "MThd" magic of the MIDI type).
