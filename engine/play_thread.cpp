@@ -98,6 +98,8 @@ int32_t TPlayThread::Execute() {
         if (TakeSeek(&seekTick)) {
             tick = seekTick;
             for (auto& track : producer.fTracks) track->SetCurrentTick(tick);
+            producer.ChaseTo(tick, lanes, &fChaseState);
+            tempo = producer.Tempo();
             anchorUs = veldan::system_time();
             anchorTick = tick;
         }

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "engine/chase_index.h"
 #include "veldan/base/thread.h"
 
 class TSMFProducer;
@@ -40,4 +41,6 @@ private:
     std::atomic<uint32_t> fCurrentTick{0};
     // Bit 32 set: a seek to the low 32 bits is pending.
     std::atomic<uint64_t> fSeek{0};
+    // Room for a chase, made with the thread so that a seek allocates nothing.
+    TChaseIndex::TState fChaseState;
 };

@@ -41,6 +41,8 @@ int32_t TSMFProducer::SetTo(const std::string& path) {
     std::vector<uint8_t> bytes(static_cast<size_t>(size));
     in.seekg(0);
     if (!in.read(reinterpret_cast<char*>(bytes.data()), size)) return Fail("cannot read the file");
+    // Out of its RIFF wrapper first: the reader itself takes only what starts with "MThd".
+    if (std::string error; unwrap_rmid(&bytes, &error) != 0) return Fail(std::move(error));
     return SetTo(std::move(bytes));
 }
 
@@ -68,7 +70,6 @@ int32_t TSMFProducer::ReadHeader(const uint8_t* data, size_t size, size_t* offse
 int32_t TSMFProducer::SetTo(std::vector<uint8_t> bytes) {
     Unset();
     fFile = std::move(bytes);
-    if (std::string error; unwrap_rmid(&fFile, &error) != 0) return Fail(std::move(error));
     fTempo.store(TTempoMap::kDefaultTempo, std::memory_order_relaxed);
     fTotalTicks = 0;
     size_t offset = 0;
@@ -82,6 +83,7 @@ int32_t TSMFProducer::SetTo(std::vector<uint8_t> bytes) {
     }
     for (const auto& track : fTracks) fTotalTicks = std::max(fTotalTicks, track->CountTicks());
     BuildTempoMap();
+    if (IsChaseOn()) BuildChaseIndex();
     fLastError.clear();
     return 0;
 }
@@ -104,6 +106,66 @@ void TSMFProducer::Unset() {
     fFile.shrink_to_fit();
     fTempoMap = TTempoMap();
     fTotalTicks = 0;
+    fChaseIndex.reset();
+}
+
+void TSMFProducer::SetChase(bool on) {
+    fChaseOn.store(on, std::memory_order_relaxed);
+    if (on && !fChaseIndex) BuildChaseIndex();
+}
+
+void TSMFProducer::BuildChaseIndex() {
+    if (!fPlayThread && !fTracks.empty()) fChaseIndex = std::make_unique<TChaseIndex>(*this);
+}
+
+namespace {
+
+// One channel message for the sink, as the reader would have handed it over.
+void send_channel_message(TSMFEventSink& sink, uint32_t tick, uint8_t port, uint8_t status,
+                          uint8_t data0, uint8_t data1, uint32_t length) {
+    const uint8_t data[2] = {data0, data1};
+    TSMFEvent event{};
+    event.tick = tick;
+    event.port = port;
+    event.status = status;
+    event.data = data;
+    event.length = length;
+    sink.Event(event);
+}
+
+constexpr uint8_t kBankSelectMsb = 0;
+constexpr uint8_t kBankSelectLsb = 32;
+
+}  // namespace
+
+void TSMFProducer::ChaseTo(uint32_t tick, TSMFEventSink& sink, TChaseIndex::TState* scratch) {
+    if (!IsChaseOn() || !fChaseIndex) return;
+    fChaseIndex->StateAt(tick, scratch);
+    for (uint8_t port = 0; port < TChaseIndex::kPorts; ++port) {
+        for (uint8_t channel = 0; channel < TChaseIndex::kChannels; ++channel) {
+            const TChaseIndex::TChannel& state = scratch->ports[port][channel];
+            const uint8_t cc = uint8_t(0xB0 | channel);
+            // The bank goes before the program that it selects from.
+            for (uint8_t bank : {kBankSelectMsb, kBankSelectLsb})
+                if (state.controllers[bank] != TChaseIndex::kUnset)
+                    send_channel_message(sink, tick, port, cc, bank, uint8_t(state.controllers[bank]), 2);
+            if (state.program != TChaseIndex::kUnset)
+                send_channel_message(sink, tick, port, uint8_t(0xC0 | channel),
+                                     uint8_t(state.program), 0, 1);
+            for (uint8_t number = 0; number < 120; ++number)
+                if (number != kBankSelectMsb && number != kBankSelectLsb &&
+                    state.controllers[number] != TChaseIndex::kUnset)
+                    send_channel_message(sink, tick, port, cc, number,
+                                         uint8_t(state.controllers[number]), 2);
+            if (state.pitchBend != TChaseIndex::kUnset)
+                send_channel_message(sink, tick, port, uint8_t(0xE0 | channel),
+                                     uint8_t(state.pitchBend & 0x7F), uint8_t(state.pitchBend >> 7), 2);
+            if (state.pressure != TChaseIndex::kUnset)
+                send_channel_message(sink, tick, port, uint8_t(0xD0 | channel),
+                                     uint8_t(state.pressure), 0, 1);
+        }
+    }
+    fTempo.store(fTempoMap.TempoAt(tick), std::memory_order_relaxed);
 }
 
 int32_t TSMFProducer::GetTitle(std::string* title) const {

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/chase_index.h"
 #include "engine/smf_track.h"
 #include "engine/tempo_map.h"
 #include "midi/local_producer.h"
@@ -31,7 +32,8 @@ public:
     TSMFProducer& operator=(const TSMFProducer&) = delete;
 
     // Loading. 0, or -1 with the reason in LastError(). Tracks read before a failure stay
-    // until the next SetTo or Unset.
+    // until the next SetTo or Unset. A file is taken out of an RMID wrapper first; bytes
+    // must be the Standard MIDI File itself.
     int32_t SetTo(const std::string& path);
     int32_t SetTo(std::vector<uint8_t> bytes);
     const std::string& LastError() const { return fLastError; }
@@ -76,6 +78,15 @@ public:
     // then rewinds. Not while a play thread exists.
     void Walk(TSMFEventSink& sink);
 
+    // Chase on seek: after a seek, the programs (with their banks), controllers, pitch
+    // bends and channel pressures in force at the new place are sent, and its tempo taken,
+    // before playing on. Off by default: events before the new place are skipped. The
+    // index it needs is built when a song loads with chase on, or here when no play thread
+    // exists; turned on while a song plays, it takes effect from the next song.
+    void SetChase(bool on);
+    bool IsChaseOn() const { return fChaseOn.load(std::memory_order_relaxed); }
+    bool HasChaseIndex() const { return fChaseIndex != nullptr; }
+
 private:
     friend class TPlayThread;
 
@@ -85,6 +96,10 @@ private:
     void Rewind();
     // Play thread: one step of the walk shared by playing and Walk(); kNoEvent at the end.
     uint32_t SprayTick(uint32_t tick, TSMFEventSink& sink);
+    // Play thread, after a seek to tick: sends the chased state through sink; scratch is
+    // the caller's room for it.
+    void ChaseTo(uint32_t tick, TSMFEventSink& sink, TChaseIndex::TState* scratch);
+    void BuildChaseIndex();
     void SongEnded();
 
     std::vector<uint8_t> fFile;
@@ -102,4 +117,7 @@ private:
     bool fPaused = false;
     std::function<void()> fEndOfSong;
     std::atomic<int64_t> fPlayStartedUs{0};
+    std::atomic<bool> fChaseOn{false};
+    // Made and dropped only while no play thread exists.
+    std::unique_ptr<TChaseIndex> fChaseIndex;
 };

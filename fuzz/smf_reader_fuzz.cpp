@@ -2,8 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
+#include "engine/rmid.h"
 #include "engine/smf_producer.h"
 
 namespace {
@@ -20,8 +22,12 @@ public:
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // As a file is loaded: out of an RMID wrapper first.
+    std::vector<uint8_t> file(data, data + size);
+    std::string error;
+    if (unwrap_rmid(&file, &error) != 0) return 0;
     TSMFProducer producer;
-    if (producer.SetTo(std::vector<uint8_t>(data, data + size)) != 0) return 0;
+    if (producer.SetTo(std::move(file)) != 0) return 0;
     TTouchEveryByte sink;
     producer.Walk(sink);
     std::string title;

@@ -241,9 +241,12 @@ TEST(SmfReader, AnRmidFilePlaysAsTheSongInsideIt) {
     // An odd-length chunk before the song, so the word alignment counts.
     std::vector<uint8_t> rmid =
         riff_file("RMID", {riff_chunk("LIST", {'I', 'N', 'F', 'O', 'x'}), riff_chunk("data", smf.Bytes())});
+    TTempDir dir;
     TSMFProducer plain, wrapped;
     ASSERT_EQ(plain.SetTo(smf.Bytes()), 0);
-    ASSERT_EQ(wrapped.SetTo(rmid), 0) << wrapped.LastError();
+    ASSERT_EQ(wrapped.SetTo(dir.Write("wrapped.rmi", rmid).string()), 0) << wrapped.LastError();
+    // The reader itself still takes only the song.
+    EXPECT_EQ(TSMFProducer().SetTo(rmid), -1);
     std::string title;
     ASSERT_EQ(wrapped.GetTitle(&title), 0);
     EXPECT_EQ(title, "Wrapped");
@@ -268,9 +271,10 @@ TEST(SmfReader, ADamagedOrForeignRiffWrapperIsRefusedWithTheReason) {
         {riff_file("WAVE", {riff_chunk("fmt ", {1, 2})}), "not a MIDI file (a RIFF \"WAVE\" file)"},
         {{'R', 'I', 'F', 'F', 4, 0}, "damaged RMID file: the RIFF header is cut short"},
     };
+    TTempDir dir;
     for (const TCase& c : cases) {
         TSMFProducer producer;
-        EXPECT_EQ(producer.SetTo(c.bytes), -1) << c.reason;
+        EXPECT_EQ(producer.SetTo(dir.Write("song.rmi", c.bytes).string()), -1) << c.reason;
         EXPECT_EQ(producer.LastError(), c.reason);
     }
 }
