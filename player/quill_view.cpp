@@ -112,6 +112,7 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
     fControlBar->TurnOffAllSysReset();
     UpdatePortCompos();
     UpdateTransportCompos();
+    fProducer.SetChase(prefs.chaseOnSeek);
 }
 
 TQuillView::~TQuillView() {
@@ -480,6 +481,7 @@ void TQuillView::PrefChangedRqtd(const veldan::TMessage& message) {
     std::string text;
     if (message.FindString(kStatBarStringField, &text)) fControlBar->SetStatusText(text);
     fPlaylist->SetAutoSortKind(fPrefs.autoSortKind);
+    fProducer.SetChase(fPrefs.chaseOnSeek);
 }
 
 bool TQuillView::OpenCurDocRqtd() {

@@ -60,6 +60,7 @@ constexpr TLabelItem kLabelItems[] = {
     {"StrViewSilenceIntervalAfterSysResets", llt_key("StrView_Silence_Interval_After_Sys_Resets")},
     {"CBoxSilenceBetweenSongs", llt_key("CBox_Silence_Between_Songs")},
     {"StrViewSilenceIntervalBetweenSongs", llt_key("StrView_Silence_Interval_Between_Songs")},
+    {"CBoxChaseOnSeek", llt_key("CBox_Chase_On_Seek")},
     {"BoxAutoSort", llt_key("Box_Auto_Sort")},
     {"RButtonAutoSortNone", llt_key("RButton_Auto_Sort_None")},
     {"RButtonAutoSortUp", llt_key("RButton_Auto_Sort_Up")},
@@ -180,6 +181,9 @@ void TPrefView::BuildLayout() {
     betweenRow->addWidget(make_label("StrViewSilenceIntervalBetweenSongs", this));
     betweenRow->addStretch(1);
 
+    auto* chase = new QCheckBox(this);
+    chase->setObjectName("CBoxChaseOnSeek");
+
     auto* sortBox = new QGroupBox(this);
     sortBox->setObjectName("BoxAutoSort");
     auto* sortColumn = new QVBoxLayout(sortBox);
@@ -215,6 +219,7 @@ void TPrefView::BuildLayout() {
     auto* column = new QVBoxLayout(this);
     column->addWidget(resetBox);
     column->addLayout(betweenRow);
+    column->addWidget(chase);
     column->addWidget(sortBox);
     column->addLayout(languageRow);
     column->addSpacing(style()->pixelMetric(QStyle::PM_LayoutVerticalSpacing));
@@ -233,6 +238,7 @@ bool TPrefView::FindControls() {
     fBetweenSongsBox = findChild<QCheckBox*>("CBoxSilenceBetweenSongs");
     fBetweenSongs = findChild<QLineEdit*>("TxtCtrlSilenceIntervalBetweenSongs");
     fBetweenSongsUnit = findChild<QLabel*>("StrViewSilenceIntervalBetweenSongs");
+    fChaseOnSeek = findChild<QCheckBox*>("CBoxChaseOnSeek");
     fAutoSortBox = findChild<QGroupBox*>("BoxAutoSort");
     for (size_t i = 0; i < fAutoSort.size(); ++i) {
         fAutoSort[i] = findChild<QRadioButton*>(kAutoSortNames[i]);
@@ -248,7 +254,7 @@ bool TPrefView::FindControls() {
         std::all_of(fAutoSort.begin(), fAutoSort.end(), [](QRadioButton* b) { return b; });
     return fSendSysResets && resetBoxesFound && fAfterResetsLabel && fAfterResets &&
            fAfterResetsUnit && fBetweenSongsBox && fBetweenSongs && fBetweenSongsUnit &&
-           fAutoSortBox && sortFound && fLanguageLabel && fLanguage && fOK && fCancel;
+           fChaseOnSeek && fAutoSortBox && sortFound && fLanguageLabel && fLanguage && fOK && fCancel;
 }
 
 void TPrefView::Connect() {
@@ -268,6 +274,9 @@ void TPrefView::Connect() {
             guarded(&TPrefView::CBoxSilenceBetweenSongsChanged));
     connect(fBetweenSongs, &QLineEdit::editingFinished, this,
             guarded(&TPrefView::TxtCtrlSilenceIntervalBetweenSongsChanged));
+    connect(fChaseOnSeek, &QCheckBox::toggled, this, [this](bool on) {
+        if (!fUpdating) fPrefs.chaseOnSeek = on;
+    });
     connect(fAutoSortGroup, &QButtonGroup::idToggled, this, [this](int, bool on) {
         if (on && !fUpdating) RButtonAutoSortChanged();
     });
@@ -404,6 +413,7 @@ void TPrefView::UpdateCompos() {
     fAfterResets->setText(QString::number(fPrefs.silenceAfterResetsUs / kUsPerMs));
     fBetweenSongsBox->setChecked(fPrefs.waitBetweenSongs);
     fBetweenSongs->setText(QString::number(fPrefs.silenceBetweenSongsUs / kUsPerS));
+    fChaseOnSeek->setChecked(fPrefs.chaseOnSeek);
     int sort = 0;
     if (fPrefs.autoSortKind == TPref::kSortAscending) sort = 1;
     if (fPrefs.autoSortKind == TPref::kSortDescending) sort = 2;

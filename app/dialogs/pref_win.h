@@ -124,6 +124,7 @@ class TPrefView : public veldan::TMessageHandler<QWidget> {
     QCheckBox* fBetweenSongsBox = nullptr;
     QLineEdit* fBetweenSongs = nullptr;
     QLabel* fBetweenSongsUnit = nullptr;
+    QCheckBox* fChaseOnSeek = nullptr;
     QGroupBox* fAutoSortBox = nullptr;
     std::array<QRadioButton*, 3> fAutoSort{};
     QButtonGroup* fAutoSortGroup = nullptr;

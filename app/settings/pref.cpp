@@ -14,6 +14,7 @@ constexpr char kKeySysResetCombination[] = "SRCb";
 constexpr char kKeySilenceAfterResets[] = "SIAR";
 constexpr char kKeySilenceBetweenSongs[] = "SIBS";
 constexpr char kKeyLanguageFile[] = "LLTF";
+constexpr char kKeyChaseOnSeek[] = "ChOS";
 
 }  // namespace
 
@@ -25,7 +26,8 @@ bool TPref::Archive(veldan::TMessage* into) const {
            into->AddInt32(kKeySysResetCombination, sysResetCombination) &&
            into->AddInt64(kKeySilenceAfterResets, silenceAfterResetsUs) &&
            into->AddInt64(kKeySilenceBetweenSongs, silenceBetweenSongsUs) &&
-           into->AddString(kKeyLanguageFile, languageFile);
+           into->AddString(kKeyLanguageFile, languageFile) &&
+           into->AddBool(kKeyChaseOnSeek, chaseOnSeek);
 }
 
 bool TPref::Unarchive(const veldan::TMessage& from) {
@@ -40,6 +42,7 @@ bool TPref::Unarchive(const veldan::TMessage& from) {
         from.FindInt64(kKeySilenceAfterResets, &silenceAfterResetsUs),
         from.FindInt64(kKeySilenceBetweenSongs, &silenceBetweenSongsUs),
         from.FindString(kKeyLanguageFile, &languageFile),
+        from.FindBool(kKeyChaseOnSeek, &chaseOnSeek),
     };
     return std::all_of(std::begin(found), std::end(found), [](bool ok) { return ok; });
 }

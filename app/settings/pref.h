@@ -21,7 +21,9 @@ class TPref : public veldan::TArchivable {
     int32_t sysResetCombination = 1;        // bit set: 1 GM, 2 GS, 4 88, 8 XG
     int64_t silenceAfterResetsUs = 300000;
     int64_t silenceBetweenSongsUs = 3000000;
-    std::string languageFile = "English.llt";  // leaf name in "Language"; "" is built in
+    std::string languageFile = "English.llt";
+    // After a seek, send the programs, controllers and bends in force at the new place.
+    bool chaseOnSeek = false;  // leaf name in "Language"; "" is built in
 
     // Both true only when every field was written or found.
     bool Archive(veldan::TMessage* into) const override;

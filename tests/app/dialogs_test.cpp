@@ -128,7 +128,7 @@ TEST_F(PrefWin, EveryControlIsThereByNameAndLabelledFromTheLanguage) {
          {"BoxSendSysResets", "CBoxSendSysResets", "CBoxSRGM", "CBoxSRGS", "CBoxSR88", "CBoxSRXG",
           "TxtCtrlSilenceIntervalAfterSysResets", "StrViewSilenceIntervalAfterSysResets",
           "CBoxSilenceBetweenSongs", "TxtCtrlSilenceIntervalBetweenSongs",
-          "StrViewSilenceIntervalBetweenSongs", "BoxAutoSort", "RButtonAutoSortNone",
+          "StrViewSilenceIntervalBetweenSongs", "CBoxChaseOnSeek", "BoxAutoSort", "RButtonAutoSortNone",
           "RButtonAutoSortUp", "RButtonAutoSortDown", "MFieldLanguage", "ButtonOK",
           "ButtonCancel"}) {
         EXPECT_NE(win->findChild<QWidget*>(name), nullptr) << name;
@@ -148,6 +148,16 @@ TEST_F(PrefWin, EveryControlIsThereByNameAndLabelledFromTheLanguage) {
     EXPECT_EQ(Child<QRadioButton>("RButtonAutoSortUp")->text(),
               text_of(texts, "RButton_Auto_Sort_Up"));
     EXPECT_EQ(Child<QPushButton>("ButtonCancel")->text(), text_of(texts, "Button_Cancel"));
+    EXPECT_EQ(Child<QCheckBox>("CBoxChaseOnSeek")->text(), text_of(texts, "CBox_Chase_On_Seek"));
+}
+
+TEST_F(PrefWin, ChaseOnSeekIsOffByDefaultAndTheBoxSetsItUntilCancel) {
+    EXPECT_FALSE(Child<QCheckBox>("CBoxChaseOnSeek")->isChecked());
+    Child<QCheckBox>("CBoxChaseOnSeek")->click();
+    EXPECT_TRUE(pref().chaseOnSeek);
+    Click("ButtonCancel");
+    EXPECT_FALSE(pref().chaseOnSeek);
+    EXPECT_FALSE(Child<QCheckBox>("CBoxChaseOnSeek")->isChecked());
 }
 
 TEST_F(PrefWin, ControlsShowThePreferences) {
@@ -425,7 +435,9 @@ TEST(LangFiles, TheUsersFolderAddsLanguagesAndWinsForTheSameName) {
     std::vector<std::string> names;
     for (const TLangFileInfo& file : get_lang_files(folders)) {
         names.push_back(file.fileName);
-        if (file.fileName == "Mine.llt") EXPECT_EQ(file.languageName, "English");
+        if (file.fileName == "Mine.llt") {
+            EXPECT_EQ(file.languageName, "English");
+        }
     }
     EXPECT_EQ(names, (std::vector<std::string>{"English.llt", "Japanese.llt", "Mine.llt"}));
     EXPECT_EQ(find_lang_file(folders, "Mine.llt"), user.Path() / "Mine.llt");

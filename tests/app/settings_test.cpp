@@ -61,6 +61,7 @@ TEST_F(Settings, PreferencesDefaultToTheTable) {
     EXPECT_EQ(defaults.silenceAfterResetsUs, 300000);
     EXPECT_EQ(defaults.silenceBetweenSongsUs, 3000000);
     EXPECT_EQ(defaults.languageFile, "English.llt");
+    EXPECT_FALSE(defaults.chaseOnSeek);
 }
 
 TEST_F(Settings, PreferencesArchiveEveryKeyWithItsTypeInOrder) {
@@ -69,15 +70,16 @@ TEST_F(Settings, PreferencesArchiveEveryKeyWithItsTypeInOrder) {
     const std::pair<const char*, uint32_t> expected[] = {
         {"ClAI", veldan::kBoolType},  {"SiBS", veldan::kBoolType},   {"SSyR", veldan::kBoolType},
         {"ASKy", veldan::kInt32Type}, {"SRCb", veldan::kInt32Type},  {"SIAR", veldan::kInt64Type},
-        {"SIBS", veldan::kInt64Type}, {"LLTF", veldan::kStringType},
+        {"SIBS", veldan::kInt64Type}, {"LLTF", veldan::kStringType}, {"ChOS", veldan::kBoolType},
     };
-    EXPECT_EQ(message.CountNames(), 8);
+    EXPECT_EQ(message.CountNames(), 9);
     for (const auto& [key, type] : expected) {
         uint32_t found = 0;
         EXPECT_TRUE(message.GetInfo(key, &found, nullptr)) << key;
         EXPECT_EQ(found, type) << key;
     }
-    expect_field_order(TPref(), {"ClAI", "SiBS", "SSyR", "ASKy", "SRCb", "SIAR", "SIBS", "LLTF"});
+    expect_field_order(TPref(),
+                       {"ClAI", "SiBS", "SSyR", "ASKy", "SRCb", "SIAR", "SIBS", "LLTF", "ChOS"});
 }
 
 TEST_F(Settings, PreferencesRoundTripThroughTheirFile) {
@@ -90,6 +92,7 @@ TEST_F(Settings, PreferencesRoundTripThroughTheirFile) {
     changed.silenceAfterResetsUs = 1500000;
     changed.silenceBetweenSongsUs = 10000000;
     changed.languageFile = "";
+    changed.chaseOnSeek = true;
     const TPref saved = changed;
     ASSERT_TRUE(save_pref(false));
     ASSERT_TRUE(fs::exists(Folder() / "QuillMIDI_Prefs.arc"));

@@ -395,6 +395,16 @@ TEST_F(QuillViewTest, PositionsInMicrosecondsFollowTheTempoRate) {
     EXPECT_TRUE(fView->CurSongRef().filename() == "song0.mid") << "stop keeps the song current";
 }
 
+TEST_F(QuillViewTest, ChaseOnSeekFollowsThePreferenceFromTheNextLoad) {
+    EXPECT_FALSE(fView->Producer().IsChaseOn());
+    fPrefs.chaseOnSeek = true;
+    veldan::post_message(fView.get(), veldan::TMessage(TQuillView::kMsgPrefChanged));
+    QCoreApplication::sendPostedEvents();
+    EXPECT_TRUE(fView->Producer().IsChaseOn());
+    AddSongs(1, kLongSong);
+    EXPECT_TRUE(fView->Producer().HasChaseIndex()) << "a song loaded with chase on is indexed";
+}
+
 TEST_F(QuillViewTest, RosterChangesReachTheWindowAsAMenuRebuild) {
     TMessageRecorder window;
     fView->SetTitleTarget(&window);
