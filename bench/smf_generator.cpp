@@ -54,6 +54,11 @@ std::vector<uint8_t> track_body(const TGeneratedSong& song, uint32_t track, uint
         body.push_back(0);
         statusSent = true;
         last = on + song.noteLengthTicks;
+        if (song.controlEveryNotes && i % song.controlEveryNotes == 0) {
+            body.insert(body.end(), {0x00, uint8_t(0xB0 | channel), 11, uint8_t(i % 128)});
+            body.insert(body.end(), {0x00, uint8_t(0xE0 | channel), 0, uint8_t(i % 128)});
+            statusSent = false;
+        }
     }
     body.insert(body.end(), {0x00, 0xFF, 0x2F, 0x00});
     return body;

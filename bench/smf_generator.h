@@ -12,6 +12,8 @@ struct TGeneratedSong {
     uint32_t noteLengthTicks = 5;
     uint32_t tempoChangeEveryTicks = 0;  // 0: one tempo for the whole song
     bool bothPorts = false;           // odd tracks go to port B
+    uint32_t controlEveryNotes = 0;   // 0: none; else an expression change and a pitch bend
+                                      // with every that many notes
     int16_t division = 480;
 };
 
