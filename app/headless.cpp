@@ -14,6 +14,7 @@
 #include "app/headless_options.h"
 #include "app/interrupt.h"
 #include "app/settings/settings.h"
+#include "engine/offline_render.h"
 #include "engine/smf_producer.h"
 #include "midi/backends.h"
 #include "midi/recorder.h"
@@ -55,6 +56,36 @@ public:
         std::printf("%u %u %u %s\n", e.tick, e.track, e.port, text.c_str());
     }
 };
+
+int render(const THeadlessOptions& options) {
+    const std::string& path = options.files.front();
+    TSMFProducer producer;
+    if (producer.SetTo(path) != 0) {
+        std::fprintf(stderr, "quillmidi: %s: %s\n", path.c_str(), producer.LastError().c_str());
+        return 1;
+    }
+    TRenderOptions render;
+    render.tempoPercent = options.tempoPercent;
+    render.key = options.key;
+    render.volumePercent = options.volumePercent;
+    const bool terminal = isatty(STDOUT_FILENO);
+    auto progress = [terminal](int64_t doneUs, int64_t totalUs) {
+        if (terminal && totalUs > 0) {
+            std::printf("\rRendering %3d %%", int(doneUs * 100 / totalUs));
+            std::fflush(stdout);
+        }
+        return true;
+    };
+    std::string error;
+    if (render_song(producer, options.renderPath, render, progress, &error) != 0) {
+        std::fprintf(stderr, "%squillmidi: %s\n", terminal ? "\n" : "", error.c_str());
+        return 1;
+    }
+    const int64_t lengthUs = producer.TempoMap().TickToUs(producer.CountTicks(), render.tempoPercent);
+    std::printf("%sRendered %s (%s)\n", terminal ? "\r" : "", options.renderPath.c_str(),
+                clock_text(lengthUs).c_str());
+    return 0;
+}
 
 int dump(const std::string& path) {
     TSMFProducer producer;
@@ -381,6 +412,7 @@ int run_headless(int argc, char** argv) {
         return 0;
     }
     if (options.dump) return dump(options.files.front());
+    if (!options.renderPath.empty()) return render(options);
     if (options.listPorts) return THeadlessPlayer(std::move(options)).ListPorts();
     // The controller is a widget; no window is ever shown.
     qputenv("QT_QPA_PLATFORM", "offscreen");

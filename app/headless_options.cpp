@@ -8,6 +8,8 @@ const char* const kHeadlessUsage =
     "       quillmidi --headless [options] FILE...       play without a window\n"
     "       quillmidi --dump FILE.mid                    print the events in play order\n"
     "       quillmidi --list-ports                       list the MIDI consumers\n"
+    "       quillmidi --render OUT.wav FILE.mid          render the song through the built-in\n"
+    "                                                    synthesizer, faster than real time\n"
     "FILE is a MIDI file, a folder of them or a playlist (.qml, or any kind a plug-in in\n"
     "the Loader folder reads); they go into one list, played as the play mode says.\n"
     "options:\n"
@@ -55,7 +57,8 @@ bool parse_headless_options(int argc, char** argv, THeadlessOptions* options, st
     const TText texts[] = {{"--wav", &options->wavPath},
                            {"--out", &options->outName},
                            {"--out-b", &options->outNameB},
-                           {"--trace", &options->tracePath}};
+                           {"--trace", &options->tracePath},
+                           {"--render", &options->renderPath}};
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
         if (arg == "--headless") continue;
@@ -102,6 +105,10 @@ bool parse_headless_options(int argc, char** argv, THeadlessOptions* options, st
     }
     if (options->dump && options->files.size() != 1) {
         *error = "--dump takes one file";
+        return false;
+    }
+    if (!options->renderPath.empty() && options->files.size() != 1) {
+        *error = "--render takes one file";
         return false;
     }
     return true;

@@ -14,6 +14,7 @@ struct THeadlessOptions {
     std::string outName;
     std::string outNameB;
     std::string tracePath;
+    std::string renderPath;  // --render: the song into this WAV file, faster than real time
     int32_t key = 0;
     int32_t tempoPercent = 100;
     int32_t volumePercent = 100;

@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "app/settings/exit_state.h"
+#include "app/song_export.h"
 #include "app/settings/pref.h"
 #include "app/settings/settings.h"
 #include "midi/endpoint.h"
@@ -83,6 +84,13 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
                                   fTexts.Text("Button_No"), fTexts.Text("Button_Yes"), nullptr, 0,
                                   veldan::TAlertType::kWarning) == 1;
     };
+    fExportPanel = [this](const fs::path& suggestion) -> std::optional<fs::path> {
+        const QString chosen = QFileDialog::getSaveFileName(
+            this, fTexts.Text("MItem_Export_WAV"), qs(suggestion.string()), "WAV (*.wav)",
+            nullptr, QFileDialog::DontUseNativeDialog);
+        if (chosen.isEmpty()) return std::nullopt;
+        return fs::path(chosen.toStdString());
+    };
     fMRUF.SetShowSC(true);
     fMRUF.SetMaxMRUF(kMaxRecentLists);
     if (fs::path entry; settings_entry(kMRUPlaylistsFile, &entry)) fMRUF.Load(entry);
@@ -151,6 +159,8 @@ QMenu* TQuillWin::CreateMenuFile() {
     AddItem(menu, "MItem_Save", veldan::TMessage(kMsgSave), this, QKeySequence("Ctrl+S"));
     // Kept: Save As answers the digit 2, not a letter.
     AddItem(menu, "MItem_Save_As", veldan::TMessage(kMsgSaveAs), this, QKeySequence("Ctrl+2"));
+    menu->addSeparator();
+    AddItem(menu, "MItem_Export_WAV", veldan::TMessage(kMsgExportWav), this);
     menu->addSeparator();
     AddItem(menu, "MItem_Quit", veldan::TMessage(kMsgQuitRequested), fApplication,
             QKeySequence("Ctrl+Q"));
@@ -453,6 +463,20 @@ void TQuillWin::closeEvent(QCloseEvent* event) {
     veldan::post_message(fApplication, veldan::TMessage(kMsgQuitRequested));
 }
 
+void TQuillWin::MItemExportClicked() {
+    const fs::path song = fView->CurSongRef();
+    if (song.empty()) return;
+    fs::path suggestion = song;
+    suggestion.replace_extension(".wav");
+    const std::optional<fs::path> target = fExportPanel(suggestion);
+    if (!target) return;
+    std::string error;
+    if (export_current_song(this, *fView, fTexts, *target, &error))
+        fView->ControlBar()->SetStatusText(fTexts.Text("Stat_Str_Exported") + target->string());
+    else if (error != "cancelled")
+        fView->ControlBar()->SetStatusText(fTexts.Text("Stat_Str_Cannot_Export") + error);
+}
+
 void TQuillWin::FitHeightToList() {
     if (fView->IsListShown()) {
         setMaximumHeight(QWIDGETSIZE_MAX);
@@ -521,6 +545,9 @@ void TQuillWin::MessageReceived(veldan::TMessage* message) {
         case kMsgSave:
         case kMsgSaveAs:
             MItemSaveClicked(message->what == kMsgSaveAs);
+            break;
+        case kMsgExportWav:
+            MItemExportClicked();
             break;
         case TQuillView::kMsgDeskBarTitle:
             message->FindString(TQuillView::kDeskBarTitleField, &title);

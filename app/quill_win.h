@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,7 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     static constexpr uint32_t kMsgAdd = 'add';
     static constexpr uint32_t kMsgSave = '_sav';
     static constexpr uint32_t kMsgSaveAs = '_sva';
+    static constexpr uint32_t kMsgExportWav = 'xwav';
     static constexpr uint32_t kMsgQuitRequested = '_QRQ';
     static constexpr uint32_t kMsgOpenRecent = 'olfr';
     static constexpr uint32_t kMsgAddRecent = 'alfr';
@@ -66,6 +68,10 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     // Told the code of a change others may show: kMsgDeskBarTitle (a new current song) or
     // kMsgUpdateMenuPlayMode.
     using TPlayerChangeFn = std::function<void(uint32_t what)>;
+    // Asks where to export the current song, suggesting a name; none when the user
+    // cancelled. Replaced in tests.
+    using TExportPanelFn =
+        std::function<std::optional<std::filesystem::path>(const std::filesystem::path&)>;
 
     // texts, prefs and exitState must outlive the window; requests for the application go
     // to application.
@@ -80,6 +86,7 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     QFileDialog* OpenPanel() const { return fOpenPanel; }
     void SetAskFn(TAskFn ask) { fAsk = std::move(ask); }
     void SetPlayerChangeFn(TPlayerChangeFn changed) { fPlayerChanged = std::move(changed); }
+    void SetExportPanelFn(TExportPanelFn panel) { fExportPanel = std::move(panel); }
 
     // The application asks before quitting: the player offers to save every changed list.
     // False when the user cancelled.
@@ -96,6 +103,8 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     void OpenListFolderFileRqtd(const std::filesystem::path& ref, bool add);
     void MItemNewClicked();
     void MItemSaveClicked(bool saveAs);
+    // The current song as a WAV file, rendered faster than real time.
+    void MItemExportClicked();
     void RemoveHistoryRqtd(const std::filesystem::path& ref);
     void MItemDelAllMRUFClicked();
     void RecreateMenuMidiOutRqtd();
@@ -151,6 +160,7 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     TMRUF fMRUF;
     TAskFn fAsk;
     TPlayerChangeFn fPlayerChanged;
+    TExportPanelFn fExportPanel;
     // The height with the playlist shown, kept while it is hidden.
     int fExpandedHeight = 0;
     // Only where the desktop has a tray: its tool tip names the song.

@@ -48,13 +48,13 @@ int main(int argc, char** argv) {
         lookUpsMs.push_back(seconds_since(lookUp) * 1000.0);
     }
     std::sort(lookUpsMs.begin(), lookUpsMs.end());
-    std::printf("chase %u notes / %u tracks: %zu channel-state events, index built in %.3f s, "
-                "%.1f MB; seek look-up median %.3f ms, 99th %.3f ms, worst %.3f ms\n",
-                song.notes, song.tracks, index.CountEvents(), buildSeconds,
-                double(index.CountEvents() * 8 +
-                       (index.CountEvents() / TChaseIndex::kSnapshotEvery + 1) *
-                           sizeof(TChaseIndex::TState)) / 1e6,
-                lookUpsMs[lookUpsMs.size() / 2], lookUpsMs[lookUpsMs.size() * 99 / 100],
-                lookUpsMs.back());
+    std::printf(
+        "chase %u notes / %u tracks: %zu channel-state events, index built in %.3f s, "
+        "%.1f MB; seek look-up median %.3f ms, 99th %.3f ms, worst %.3f ms\n",
+        song.notes, song.tracks, index.CountEvents(), buildSeconds,
+        double(index.CountEvents() * 8 + (index.CountEvents() / TChaseIndex::kSnapshotEvery + 1) *
+                                             sizeof(TChaseIndex::TState)) /
+            1e6,
+        lookUpsMs[lookUpsMs.size() / 2], lookUpsMs[lookUpsMs.size() * 99 / 100], lookUpsMs.back());
     return 0;
 }

@@ -139,7 +139,7 @@ std::unique_ptr<TSynthConsumer> TSynthConsumer::Create(const TOptions& options,
         return nullptr;
     }
     std::unique_ptr<TSynthConsumer> consumer(new TSynthConsumer(std::move(engine)));
-    if (consumer->fEngine->renderer) consumer->fEngine->renderer->Start();
+    if (consumer->fEngine->renderer && !options.offline) consumer->fEngine->renderer->Start();
     return consumer;
 }
 
@@ -155,6 +155,10 @@ const std::string& TSynthConsumer::WavPath() const { return fEngine->wavPath; }
 
 int64_t TSynthConsumer::WavStartTime() const {
     return fEngine->renderer ? fEngine->renderer->StartTime() : 0;
+}
+
+void TSynthConsumer::RenderUntilUs(int64_t songUs) {
+    if (fEngine->renderer) fEngine->renderer->RenderUntilUs(songUs);
 }
 
 bool TSynthConsumer::Finish(int64_t tailUs) {

@@ -45,6 +45,9 @@ public:
         // probe; empty probes. Either way a WAV file takes over when nothing opens.
         std::string audioDriver;
         float gain = 0.2f;  // FluidSynth's master gain, 0 to 10
+        // With wavPath: nothing plays by itself; the owner calls the hooks and
+        // RenderUntilUs, and the file fills as fast as the synthesizer renders.
+        bool offline = false;
     };
 
     // Owner's thread, never a real-time one: loads the sound font and opens the output.
@@ -67,6 +70,8 @@ public:
     // driver is shut. Events that arrive later change nothing. Blocks for about tailUs;
     // idempotent. False when writing the WAV file failed.
     bool Finish(int64_t tailUs);
+    // Offline only, owner's thread: renders the file up to songUs after its first frame.
+    void RenderUntilUs(int64_t songUs);
 
     // Receive thread.
     void NoteOff(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) override;

@@ -36,6 +36,8 @@ bool TWavRenderer::Finish(int64_t tailUs) {
                      std::memory_order_release);
         Interrupt();
         Wait();
+    } else {
+        RenderUpTo(fFramesRendered + FramesDueAt(fStartUs + std::max<int64_t>(tailUs, 0)));
     }
     return fWriter.Close();
 }
@@ -49,6 +51,8 @@ int32_t TWavRenderer::Execute() {
         if (!SleepUntil(std::min(NextWakeUp(nowUs), endUs))) return 0;
     }
 }
+
+void TWavRenderer::RenderUntilUs(int64_t songUs) { RenderUpTo(FramesDueAt(fStartUs + songUs)); }
 
 uint64_t TWavRenderer::FramesDueAt(int64_t timeUs) const {
     if (timeUs <= fStartUs) return 0;

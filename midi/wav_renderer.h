@@ -37,8 +37,12 @@ public:
     // system_time() of the file's first frame; 0 before Start().
     int64_t StartTime() const { return fStartUs; }
     // Keeps rendering until tailUs from now, so release tails reach the file, then
-    // closes it; blocks for about tailUs. Idempotent. False when a write failed.
+    // closes it; blocks for about tailUs. Idempotent. False when a write failed. Never
+    // started (offline), it renders the tail at once instead.
     bool Finish(int64_t tailUs);
+    // Offline, without Start(): renders every frame up to songUs after frame 0, as fast as
+    // the synthesizer goes.
+    void RenderUntilUs(int64_t songUs);
 
 protected:
     int32_t Execute() override;

@@ -282,3 +282,50 @@ TEST(Headless, ResetsAndTheirSilencesComeFromThePreferencesUnlessGiven) {
     ASSERT_FALSE(events.empty());
     EXPECT_EQ(events[0].second, "90 3c");
 }
+
+namespace {
+
+// The 16-bit stereo frames of a WAV file that the synthesizer wrote, and their peak.
+struct TWavFacts {
+    double seconds = 0;
+    int peak = 0;
+};
+
+TWavFacts wav_facts(const std::filesystem::path& path) {
+    std::vector<uint8_t> bytes = read_file_bytes(path);
+    TWavFacts facts;
+    if (bytes.size() <= 44) return facts;
+    facts.seconds = double((bytes.size() - 44) / 4) / 44100.0;
+    for (size_t i = 44; i + 1 < bytes.size(); i += 2)
+        facts.peak = std::max(facts.peak, std::abs(int(int16_t(bytes[i] | bytes[i + 1] << 8))));
+    return facts;
+}
+
+}  // namespace
+
+TEST(Headless, RenderWritesTheSongAsPlayingWouldWithoutWaitingForIt) {
+    TTempDir dir;
+    TSmfBuilder smf(1, 480);
+    TTrackBuilder& track = smf.AddTrack().Program(0, 0, 0);
+    for (uint8_t note = 60; note < 68; ++note) track.NoteOn(0, 0, note, 100).NoteOff(240, 0, note);
+    auto song = dir.Write("song.mid", smf.Bytes());  // 2 s at 120 beats a minute
+    auto rendered = dir.Path() / "rendered.wav";
+    TResult result = run_quillmidi("--render " + quoted(rendered) + " " + quoted(song), dir);
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.out.find("Rendered"), std::string::npos) << result.out;
+    const TWavFacts offline = wav_facts(rendered);
+    EXPECT_NEAR(offline.seconds, 2.0 + 1.5, 1.0 / 44100) << "the song and the release tail";
+    EXPECT_GT(offline.peak, 100) << "the notes should be heard";
+
+    auto played = dir.Path() / "played.wav";
+    ASSERT_EQ(run_quillmidi("--headless --wav " + quoted(played) + " " + quoted(song), dir).exitCode, 0);
+    const TWavFacts realTime = wav_facts(played);
+    // Playing adds the moments before the first note and after the tail's end.
+    EXPECT_NEAR(realTime.seconds, offline.seconds, 0.5);
+    EXPECT_GT(realTime.peak, 100);
+
+    EXPECT_EQ(run_quillmidi("--render " + quoted(rendered), dir).exitCode, 2) << "no song";
+    TResult broken = run_quillmidi("--render " + quoted(rendered) + " " + quoted(dir.Write("x.mid", std::string("nope"))), dir);
+    EXPECT_EQ(broken.exitCode, 1);
+    EXPECT_NE(broken.err.find("not a MIDI file"), std::string::npos) << broken.err;
+}

@@ -8,7 +8,10 @@
 
 #include <QAction>
 #include <QMenu>
+#include <QLabel>
 #include <QMenuBar>
+#include <QProgressDialog>
+#include <QTimer>
 
 #include "app/settings/exit_state.h"
 #include "app/settings/pref.h"
@@ -348,4 +351,50 @@ TEST_F(QuillWinTest, TheListButtonCollapsesTheWindowToTheBarAndTheExitStateKeeps
     again->RestoreExitState();
     ASSERT_TRUE(process_until([&] { return again->height() < 420; }));
     EXPECT_EQ(again->View()->ControlBar()->IsListShown(), false);
+}
+
+TEST_F(QuillWinTest, ExportWritesTheCurrentSongAtTheSlidersTempoAndCancelLeavesNothing) {
+    auto win = MakeWin();
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().NoteOn(0, 0, 60, 100).NoteOff(480 * 8, 0, 60);  // 4 s
+    const fs::path song = fTemp.Write("export.mid", smf.Bytes());
+    win->OpenListFolderFileRqtd(song, true);
+    ASSERT_TRUE(process_until([&] { return win->View()->CurSongRef() == song; }));
+    win->View()->ControlBar()->SetSliderValue(quill::TControlBar::kTempo, 200);
+    const fs::path target = fTemp.Path() / "export.wav";
+    fs::path suggested;
+    win->SetExportPanelFn([&](const fs::path& suggestion) -> std::optional<fs::path> {
+        suggested = suggestion;
+        return target;
+    });
+    QMenu* file = top_menu(*win, "Menu_File");
+    item(file, "MItem_Export_WAV")->trigger();
+    QCoreApplication::sendPostedEvents();  // the item posts its request to the window
+    EXPECT_EQ(suggested, fTemp.Path() / "export.wav");
+    ASSERT_TRUE(fs::exists(target));
+    // 2 s at twice the tempo, and the release tail.
+    EXPECT_NEAR(double((fs::file_size(target) - 44) / 4) / 44100.0, 2.0 + 1.5, 0.01);
+    auto* status = win->findChild<QLabel*>("StatBar");
+    EXPECT_TRUE(status->text().contains("export.wav")) << status->text().toStdString();
+
+    // A long song, cancelled as soon as its progress shows.
+    TSmfBuilder longSmf(1, 480);
+    longSmf.AddTrack().NoteOn(0, 0, 60, 100).NoteOff(480 * 2 * 600, 0, 60);  // 10 minutes
+    const fs::path longSong = fTemp.Write("long.mid", longSmf.Bytes());
+    win->OpenListFolderFileRqtd(longSong, false);
+    ASSERT_TRUE(process_until([&] { return win->View()->CurSongRef() == longSong; }));
+    fs::remove(target);
+    QTimer canceller;
+    bool cancelled = false;
+    QObject::connect(&canceller, &QTimer::timeout, [&] {
+        if (auto* progress = win->findChild<QProgressDialog*>("ExportProgress")) {
+            progress->cancel();
+            cancelled = true;
+        }
+    });
+    canceller.start(1);
+    item(top_menu(*win, "Menu_File"), "MItem_Export_WAV")->trigger();
+    QCoreApplication::sendPostedEvents();
+    EXPECT_TRUE(cancelled);
+    EXPECT_FALSE(fs::exists(target)) << "a cancelled export leaves no file";
 }

@@ -135,8 +135,10 @@ TEST_F(Chase, OffByDefaultTheSkippedPartIsNotSent) {
     TChannelState state = StateAfterSeek(false);
     // Only what the first tick sent: bank, program and volume of channel 1, and port B's
     // first program.
-    const TChannelState firstTick = {{{0, 0, 'c', 0}, 1},  {{0, 0, 'c', 32}, 2},
-                                     {{0, 0, 'p', 0}, 5},  {{0, 0, 'c', 7}, 100},
+    const TChannelState firstTick = {{{0, 0, 'c', 0}, 1},
+                                     {{0, 0, 'c', 32}, 2},
+                                     {{0, 0, 'p', 0}, 5},
+                                     {{0, 0, 'c', 7}, 100},
                                      {{1, 2, 'p', 0}, 11}};
     EXPECT_EQ(state, firstTick);
 }

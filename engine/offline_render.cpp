@@ -1,0 +1,113 @@
+#include "engine/offline_render.h"
+
+#include <filesystem>
+
+#include "engine/midi_filter.h"
+#include "engine/smf_producer.h"
+#include "midi/midi_defs.h"
+#include "midi/synth.h"
+
+namespace {
+
+// How often the caller hears of the progress, in song time.
+constexpr int64_t kProgressEveryUs = 1000000;
+
+// Takes the walked events to the synthesizer at their song time.
+class TRenderSink : public TSMFEventSink {
+  public:
+    TRenderSink(TSMFProducer& producer, TSynthConsumer& synth, const TRenderOptions& options,
+                const TRenderProgressFn& progress)
+        : fProducer(producer),
+          fSynth(synth),
+          fOptions(options),
+          fProgress(progress),
+          fTotalUs(producer.TempoMap().TickToUs(producer.CountTicks(), options.tempoPercent)) {}
+
+    void Event(const TSMFEvent& e) override {
+        if (fCancelled || e.port != 0 || e.status < 0x80) return;
+        const int64_t us = fProducer.TempoMap().TickToUs(e.tick, fOptions.tempoPercent);
+        fSynth.RenderUntilUs(us);
+        if (us >= fNextProgressUs) {
+            fNextProgressUs = us + kProgressEveryUs;
+            if (fProgress && !fProgress(us, fTotalUs)) fCancelled = true;
+        }
+        Send(e);
+    }
+    bool Cancelled() const { return fCancelled; }
+    int64_t TotalUs() const { return fTotalUs; }
+
+  private:
+    void Send(const TSMFEvent& e) {
+        const uint8_t channel = e.status & 0x0F;
+        const uint8_t* d = e.data;
+        switch (e.status & 0xF0) {
+            case midi::kNoteOff:
+                fSynth.NoteOff(channel, TMidiFilter::Transpose(channel, d[0], fOptions.key), d[1],
+                               0);
+                return;
+            case midi::kNoteOn:
+                // Velocity 0 is a note-off, whatever the volume.
+                fSynth.NoteOn(channel, TMidiFilter::Transpose(channel, d[0], fOptions.key),
+                              d[1] ? TMidiFilter::ScaleVelocity(d[1], fOptions.volumePercent) : 0,
+                              0);
+                return;
+            case midi::kKeyPressure:
+                fSynth.KeyPressure(channel, d[0], d[1], 0);
+                return;
+            case midi::kControlChange:
+                fSynth.ControlChange(channel, d[0], d[1], 0);
+                return;
+            case midi::kProgramChange:
+                fSynth.ProgramChange(channel, d[0], 0);
+                return;
+            case midi::kChannelPressure:
+                fSynth.ChannelPressure(channel, d[0], 0);
+                return;
+            case midi::kPitchBend:
+                fSynth.PitchBend(channel, d[0], d[1], 0);
+                return;
+            default:
+                break;
+        }
+        if (e.status == midi::kSysExStart) fSynth.SystemExclusive(e.data, e.length, 0);
+    }
+
+    TSMFProducer& fProducer;
+    TSynthConsumer& fSynth;
+    const TRenderOptions& fOptions;
+    const TRenderProgressFn& fProgress;
+    const int64_t fTotalUs;
+    int64_t fNextProgressUs = 0;
+    bool fCancelled = false;
+};
+
+}  // namespace
+
+int32_t render_song(TSMFProducer& producer, const std::string& wavPath,
+                    const TRenderOptions& options, const TRenderProgressFn& progress,
+                    std::string* error) {
+    TSynthConsumer::TOptions synthOptions;
+    synthOptions.wavPath = wavPath;
+    synthOptions.offline = true;
+    if (!options.soundFontPath.empty()) synthOptions.soundFontPath = options.soundFontPath;
+    std::unique_ptr<TSynthConsumer> synth = TSynthConsumer::Create(synthOptions, error);
+    if (!synth) return -1;
+    TRenderSink sink(producer, *synth, options, progress);
+    producer.Walk(sink);
+    if (sink.Cancelled()) {
+        synth->Finish(0);
+        synth.reset();
+        std::error_code ignored;
+        std::filesystem::remove(wavPath, ignored);
+        *error = "cancelled";
+        return -1;
+    }
+    // The song's last tick may come after its last event (a long End of Track).
+    synth->RenderUntilUs(sink.TotalUs());
+    if (!synth->Finish(options.tailUs)) {
+        *error = "cannot write " + wavPath;
+        return -1;
+    }
+    if (progress) progress(sink.TotalUs(), sink.TotalUs());
+    return 0;
+}
