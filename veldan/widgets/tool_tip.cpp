@@ -90,6 +90,8 @@ void TToolTip::PointerEntered() {
     if (fDelayRunner) return;
     fDelayRunner = new QTimer(this);
     fDelayRunner->setSingleShot(true);
+    // A coarse timer may fire 5 % early; the tip waits at least its delay.
+    fDelayRunner->setTimerType(Qt::PreciseTimer);
     connect(fDelayRunner, &QTimer::timeout, this,
             [this] { post_message(this, TMessage(kMsgOpenTip)); });
     fDelayRunner->start(to_ms(fDelayUs));
