@@ -89,7 +89,9 @@ int32_t render_song(TSMFProducer& producer, const std::string& wavPath,
     TSynthConsumer::TOptions synthOptions;
     synthOptions.wavPath = wavPath;
     synthOptions.offline = true;
-    if (!options.soundFontPath.empty()) synthOptions.soundFontPath = options.soundFontPath;
+    if (!options.soundFonts.empty()) synthOptions.soundFonts = options.soundFonts;
+    synthOptions.reverb = options.reverb;
+    synthOptions.chorus = options.chorus;
     std::unique_ptr<TSynthConsumer> synth = TSynthConsumer::Create(synthOptions, error);
     if (!synth) return -1;
     TRenderSink sink(producer, *synth, options, progress);

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 class TSMFProducer;
 
@@ -16,7 +17,9 @@ struct TRenderOptions {
     int32_t key = 0;
     int32_t volumePercent = 100;
     int64_t tailUs = 1500000;   // after the last event, so release tails are heard
-    std::string soundFontPath;  // empty: the synthesizer's default
+    std::vector<std::string> soundFonts;  // empty: the synthesizer's default
+    bool reverb = true;
+    bool chorus = true;
 };
 
 // Told the song time rendered and the song's length now and then; false cancels.

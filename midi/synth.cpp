@@ -64,6 +64,9 @@ bool TSynthConsumer::TEngine::MakeSynth(const TOptions& options, std::string* er
     }
     fluid_settings_setnum(settings.get(), "synth.sample-rate", kSampleRate);
     fluid_settings_setnum(settings.get(), "synth.gain", options.gain);
+    fluid_settings_setint(settings.get(), "synth.reverb.active", options.reverb ? 1 : 0);
+    fluid_settings_setint(settings.get(), "synth.chorus.active", options.chorus ? 1 : 0);
+    fluid_settings_setint(settings.get(), "synth.polyphony", options.polyphony);
     // Only the presets' headers are read now; samples follow when a program first needs
     // them (0.15 s instead of 0.6 s for FluidR3_GM).
     fluid_settings_setint(settings.get(), "synth.dynamic-sample-loading", 1);
@@ -77,9 +80,16 @@ bool TSynthConsumer::TEngine::MakeSynth(const TOptions& options, std::string* er
         *error = "cannot create the synthesizer";
         return false;
     }
-    if (fluid_synth_sfload(synth.get(), options.soundFontPath.c_str(), 1) == FLUID_FAILED) {
-        *error = "cannot load sound font " + options.soundFontPath;
+    if (options.soundFonts.empty()) {
+        *error = "no sound font";
         return false;
+    }
+    // FluidSynth looks for a preset from the sound font loaded last: the first goes last.
+    for (auto font = options.soundFonts.rbegin(); font != options.soundFonts.rend(); ++font) {
+        if (fluid_synth_sfload(synth.get(), font->c_str(), 1) == FLUID_FAILED) {
+            *error = "cannot load sound font " + *font;
+            return false;
+        }
     }
     return true;
 }

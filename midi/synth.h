@@ -22,6 +22,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "midi/local_consumer.h"
 
@@ -38,13 +39,17 @@ public:
     static constexpr int32_t kReceivePriority = veldan::kRealTimePriority;
 
     struct TOptions {
-        std::string soundFontPath = kDefaultSoundFont;  // .sf2 or .sf3
+        // .sf2 or .sf3 files; a program is taken from the first that has its preset.
+        std::vector<std::string> soundFonts = {kDefaultSoundFont};
         // Non-empty: render into this file and leave the audio system alone.
         std::string wavPath;
         // A FluidSynth driver name ("pulseaudio", "alsa", ...) tried alone instead of the
         // probe; empty probes. Either way a WAV file takes over when nothing opens.
         std::string audioDriver;
         float gain = 0.2f;  // FluidSynth's master gain, 0 to 10
+        bool reverb = true;
+        bool chorus = true;
+        int32_t polyphony = 256;  // voices at once, 1 to 65535
         // With wavPath: nothing plays by itself; the owner calls the hooks and
         // RenderUntilUs, and the file fills as fast as the synthesizer renders.
         bool offline = false;

@@ -57,3 +57,44 @@ TEST(OfflineRender, ProgressClimbsToTheSongsLengthAndACancelLeavesNoFile) {
 }
 
 }  // namespace
+
+namespace {
+
+constexpr char kFluid[] = "/usr/share/sounds/sf2/FluidR3_GM.sf2";
+constexpr char kTimGM[] = "/usr/share/sounds/sf2/TimGM6mb.sf2";
+
+std::vector<uint8_t> rendered(const TRenderOptions& options, const TTempDir& dir) {
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().Program(0, 0, 0).NoteOn(0, 0, 60, 100).NoteOff(480, 0, 60);
+    TSMFProducer producer;
+    EXPECT_EQ(producer.SetTo(smf.Bytes()), 0);
+    const auto wav = dir.Path() / "note.wav";
+    std::string error;
+    EXPECT_EQ(render_song(producer, wav.string(), options, nullptr, &error), 0) << error;
+    return read_file_bytes(wav);
+}
+
+}  // namespace
+
+TEST(OfflineRender, TheFirstSoundFontWithThePresetIsTheOneHeard) {
+    if (!std::filesystem::exists(kTimGM))
+        GTEST_SKIP() << "scripts/install-deps --test installs TimGM6mb";
+    TTempDir dir;
+    TRenderOptions fluidOnly, fluidFirst, timFirst;
+    fluidOnly.soundFonts = {kFluid};
+    fluidFirst.soundFonts = {kFluid, kTimGM};
+    timFirst.soundFonts = {kTimGM, kFluid};
+    const std::vector<uint8_t> alone = rendered(fluidOnly, dir);
+    ASSERT_GT(alone.size(), 44u);
+    EXPECT_EQ(rendered(fluidFirst, dir), alone) << "the piano of the first sound font";
+    EXPECT_NE(rendered(timFirst, dir), alone);
+}
+
+TEST(OfflineRender, ReverbAndChorusCanBeTurnedOff) {
+    TTempDir dir;
+    TRenderOptions dry;
+    dry.reverb = false;
+    dry.chorus = false;
+    EXPECT_NE(rendered(dry, dir), rendered(TRenderOptions(), dir));
+    EXPECT_EQ(rendered(dry, dir), rendered(dry, dir)) << "rendering is repeatable";
+}

@@ -153,11 +153,11 @@ TEST(SynthConsumer, RolandGsResetWithClosingByteRestoresTheVolume) {
 TEST(SynthConsumer, MissingSoundFontGivesNoSynthAndAnErrorNamingTheFile) {
     TTempDir dir;
     TSynthConsumer::TOptions options;
-    options.soundFontPath = (dir.Path() / "missing.sf2").string();
+    options.soundFonts = {(dir.Path() / "missing.sf2").string()};
     options.wavPath = (dir.Path() / "out.wav").string();
     std::string error;
     EXPECT_EQ(TSynthConsumer::Create(options, &error), nullptr);
-    EXPECT_EQ(error, "cannot load sound font " + options.soundFontPath);
+    EXPECT_EQ(error, "cannot load sound font " + options.soundFonts[0]);
 }
 
 TEST(SynthConsumer, WavFileThatCannotBeCreatedGivesNoSynthAndAnErrorNamingIt) {
