@@ -34,6 +34,7 @@ constexpr char kTextTranslationsUrl[] = "Author_Web_URL";
 constexpr char kTextCannotCreatePrefWin[] = "Err_Cannot_Create_Pref_Win";
 constexpr char kTextSynthToFile[] = "Stat_Str_Synth_To_File";
 constexpr char kTextNoSequencer[] = "Stat_Str_No_MIDI_Sequencer";
+constexpr char kTextCannotStartSynth[] = "Err_Cannot_Start_Synth";
 constexpr char kMimePackageFile[] = "x-vnd.VELDAN-QuillMIDI-PlayList.xml";
 // Below the main window's top edge, so both title bars stay visible.
 constexpr int kSecondaryWindowOffset = 20;
@@ -58,6 +59,7 @@ TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     StartMidi(options);
     std::srand(unsigned(std::time(nullptr)));
     LoadLanguage();
+    if (!fSynthProblem.empty()) TellSynthProblem(fSynthProblem);
     if (exit_state().version != kAppVersion) InstallPlayListMime();
 
     // The window opens at its expanded height whatever it was at exit.
@@ -100,10 +102,17 @@ void TQuillApp::StartMidi(const TOptions& options) {
         });
         fBackends.Start();
     }
-    TSynthConsumer::TOptions synthOptions;
-    synthOptions.wavPath = options.wavPath;
+    fWavPath = options.wavPath;
     std::string error;
-    fSynth = TSynthConsumer::Create(synthOptions, &error);
+    fSynthInUse = pref();
+    fSynth = TSynthConsumer::Create(SynthOptions(fSynthInUse), &error);
+    if (!fSynth && !fSynthInUse.SameSynthSettings(TPref())) {
+        // The user's synthesizer settings fail (a sound font moved away): the defaults
+        // still make music, and the status line says why.
+        fSynthInUse.TakeSynthSettings(TPref());
+        fSynth = TSynthConsumer::Create(SynthOptions(fSynthInUse), &fSynthProblem);
+        std::swap(error, fSynthProblem);
+    }
     if (fSynth)
         fSynth->Register();
     else
@@ -115,6 +124,55 @@ void TQuillApp::LoadAIDatabase() {
     // learned before at quit.
     if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database))
         fMainWin->View()->AISelector().Load(database);
+}
+
+void TQuillApp::TellSynthProblem(const std::string& problem) {
+    const veldan::TLLT& texts = language_table();
+    veldan::show_alert(texts.Text("Alert_Caption"),
+                       (texts.Text(kTextCannotStartSynth) + problem).c_str(),
+                       texts.Text("Button_Understand"), nullptr, nullptr, 0,
+                       veldan::TAlertType::kWarning);
+}
+
+TSynthConsumer::TOptions TQuillApp::SynthOptions(const TPref& prefs) const {
+    TSynthConsumer::TOptions options;
+    options.wavPath = fWavPath;
+    if (!prefs.soundFonts.empty()) options.soundFonts = prefs.soundFonts;
+    options.gain = prefs.synthGain;
+    options.reverb = prefs.synthReverb;
+    options.chorus = prefs.synthChorus;
+    options.polyphony = prefs.synthPolyphony;
+    options.audioDriver = prefs.synthDriver;
+    return options;
+}
+
+void TQuillApp::ApplySynthPrefs() {
+    if (pref().SameSynthSettings(fSynthInUse) || !fMainWin) return;
+    TMidiOutPorts& ports = fMainWin->View()->Ports();
+    std::vector<int> connected;
+    for (int port = 0; port < TOutputChain::kPorts; ++port)
+        if (fSynth && fMainWin->View()->Chain().PublicOut(port)->IsConnected(fSynth.get()))
+            connected.push_back(port);
+    // A file being rendered is finished first: the new synthesizer writes the same path.
+    if (fSynth && fSynth->DriverName() == TSynthConsumer::kWavDriver) fSynth.reset();
+    std::string error;
+    std::unique_ptr<TSynthConsumer> fresh = TSynthConsumer::Create(SynthOptions(pref()), &error);
+    if (fresh) {
+        fSynthInUse.TakeSynthSettings(pref());
+    } else {
+        TellSynthProblem(error);
+        pref().TakeSynthSettings(fSynthInUse);
+        save_pref(false);
+        if (fPrefWin) fPrefWin->View()->UpdateCompos();
+        if (fSynth) return;
+        fresh = TSynthConsumer::Create(SynthOptions(fSynthInUse), &error);
+        if (!fresh) return;
+    }
+    fresh->Register();
+    for (int port : connected) ports.ConnectMidiOut(port, fresh->ID());
+    if (fSynth) fSynth->Finish(0);
+    fSynth = std::move(fresh);
+    fMainWin->View()->UpdatePortCompos();
 }
 
 void TQuillApp::StartMpris() {
@@ -374,6 +432,7 @@ void TQuillApp::MessageReceived(veldan::TMessage* message) {
             PrefLanguageChanged();
             break;
         case kMsgPrefChanged:
+            ApplySynthPrefs();
             TransferMessage(*message, fMainWin);
             break;
         case TQuillWin::kMsgPrefs:

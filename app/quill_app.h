@@ -26,7 +26,8 @@
 #include "playlist/drvcvt_win.h"
 #include "veldan/core/handler.h"
 
-class TSynthConsumer;
+#include "app/settings/pref.h"
+#include "midi/synth.h"
 
 class TQuillApp : public veldan::THandler {
   public:
@@ -58,6 +59,8 @@ class TQuillApp : public veldan::THandler {
     TPrefWin* PrefWin() const { return fPrefWin; }
     TDrvCvtWin* DrvCvtWin() const { return fDrvCvtWin; }
     TAboutWin* AboutWin() const { return fAboutWin; }
+    // The built-in synthesizer; null when it could not be made.
+    TSynthConsumer* Synth() const { return fSynth.get(); }
     // False once Quit has run.
     bool IsRunning() const { return fMainWin != nullptr; }
 
@@ -96,6 +99,11 @@ class TQuillApp : public veldan::THandler {
     void StartMidi(const TOptions& options);
     void LoadAIDatabase();
     TLanguageFolders LanguageFolders() const;
+    TSynthConsumer::TOptions SynthOptions(const TPref& prefs) const;
+    // Makes the synthesizer again when the preferences changed its settings, keeping its
+    // port connections; one that fails is told in an alert and the previous one stays.
+    void ApplySynthPrefs();
+    void TellSynthProblem(const std::string& problem);
     void StartMpris();
     void RaiseMainWin();
     void ShowStatus(const std::string& text);
@@ -108,6 +116,11 @@ class TQuillApp : public veldan::THandler {
     TMidiBackends fBackends;
     std::unique_ptr<TSynthConsumer> fSynth;
     std::string fSynthError;
+    // Why the preferred synthesizer settings gave way to the defaults at start, if they did.
+    std::string fSynthProblem;
+    // The preferences whose synthesizer settings made fSynth.
+    TPref fSynthInUse;
+    std::string fWavPath;
     QPointer<TQuillWin> fMainWin;
     QPointer<TPrefWin> fPrefWin;
     QPointer<TDrvCvtWin> fDrvCvtWin;

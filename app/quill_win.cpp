@@ -60,6 +60,7 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
                      QObject* application, const fs::path& loaderFolder, QWidget* parent)
     : TMessageHandler<QMainWindow>(parent),
       fTexts(texts),
+      fPrefs(prefs),
       fExitState(exitState),
       fApplication(application) {
     setObjectName("QuillWin");
@@ -471,7 +472,7 @@ void TQuillWin::MItemExportClicked() {
     const std::optional<fs::path> target = fExportPanel(suggestion);
     if (!target) return;
     std::string error;
-    if (export_current_song(this, *fView, fTexts, *target, &error))
+    if (export_current_song(this, *fView, fTexts, fPrefs, *target, &error))
         fView->ControlBar()->SetStatusText(fTexts.Text("Stat_Str_Exported") + target->string());
     else if (error != "cancelled")
         fView->ControlBar()->SetStatusText(fTexts.Text("Stat_Str_Cannot_Export") + error);

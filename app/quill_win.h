@@ -147,6 +147,7 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     static std::filesystem::path UnsavedListFile();
 
     const veldan::TLLT& fTexts;
+    const TPref& fPrefs;
     TExitState& fExitState;
     QPointer<QObject> fApplication;
     quill::TQuillView* fView = nullptr;

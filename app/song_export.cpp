@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QProgressDialog>
 
+#include "app/settings/pref.h"
 #include "engine/offline_render.h"
 #include "engine/smf_producer.h"
 #include "player/control_bar.h"
@@ -16,7 +17,8 @@ constexpr int kProgressSteps = 1000;
 }  // namespace
 
 bool export_current_song(QWidget* parent, const quill::TQuillView& view, const veldan::TLLT& texts,
-                         const std::filesystem::path& target, std::string* error) {
+                         const TPref& prefs, const std::filesystem::path& target,
+                         std::string* error) {
     const std::filesystem::path song = view.CurSongRef();
     TSMFProducer producer;
     if (song.empty() || producer.SetTo(song.string()) != 0) {
@@ -28,6 +30,9 @@ bool export_current_song(QWidget* parent, const quill::TQuillView& view, const v
     options.tempoPercent = bar.SliderValue(quill::TControlBar::kTempo);
     options.key = bar.SliderValue(quill::TControlBar::kKey);
     options.volumePercent = bar.SliderValue(quill::TControlBar::kVolume);
+    options.soundFonts = prefs.soundFonts;
+    options.reverb = prefs.synthReverb;
+    options.chorus = prefs.synthChorus;
 
     QProgressDialog progress(QString::fromStdString(song.filename().string()),
                              QString::fromUtf8(texts.Text("Button_Cancel")), 0, kProgressSteps,

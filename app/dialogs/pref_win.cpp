@@ -22,6 +22,7 @@
 #include <utility>
 
 #include "app/dialogs/lang_files.h"
+#include "app/dialogs/synth_box.h"
 #include "app/settings/settings.h"
 #include "veldan/base/strings.h"
 #include "veldan/core/llt.h"
@@ -216,14 +217,22 @@ void TPrefView::BuildLayout() {
     buttons->addWidget(cancel);
     buttons->addWidget(ok);
 
-    auto* column = new QVBoxLayout(this);
+    // The synthesizer's box stands beside the rest, so the window stays as tall as before.
+    auto* synth = new TSynthBox(fTexts, fPrefs, this);
+    auto* columns = new QHBoxLayout;
+    auto* column = new QVBoxLayout;
+    columns->addLayout(column);
+    columns->addWidget(synth);
     column->addWidget(resetBox);
     column->addLayout(betweenRow);
     column->addWidget(chase);
     column->addWidget(sortBox);
     column->addLayout(languageRow);
-    column->addSpacing(style()->pixelMetric(QStyle::PM_LayoutVerticalSpacing));
-    column->addLayout(buttons);
+    column->addStretch(1);
+    auto* window = new QVBoxLayout(this);
+    window->addLayout(columns);
+    window->addSpacing(style()->pixelMetric(QStyle::PM_LayoutVerticalSpacing));
+    window->addLayout(buttons);
 }
 
 // Controls are looked up by name, as the application's own layout would name them.
@@ -243,6 +252,7 @@ bool TPrefView::FindControls() {
     for (size_t i = 0; i < fAutoSort.size(); ++i) {
         fAutoSort[i] = findChild<QRadioButton*>(kAutoSortNames[i]);
     }
+    fSynthBox = findChild<TSynthBox*>("BoxSynth");
     fLanguageLabel = findChild<QLabel*>("MFieldLanguageLabel");
     fLanguage = findChild<QComboBox*>("MFieldLanguage");
     fOK = findChild<QPushButton*>("ButtonOK");
@@ -254,7 +264,7 @@ bool TPrefView::FindControls() {
         std::all_of(fAutoSort.begin(), fAutoSort.end(), [](QRadioButton* b) { return b; });
     return fSendSysResets && resetBoxesFound && fAfterResetsLabel && fAfterResets &&
            fAfterResetsUnit && fBetweenSongsBox && fBetweenSongs && fBetweenSongsUnit &&
-           fChaseOnSeek && fAutoSortBox && sortFound && fLanguageLabel && fLanguage && fOK && fCancel;
+           fChaseOnSeek && fSynthBox && fAutoSortBox && sortFound && fLanguageLabel && fLanguage && fOK && fCancel;
 }
 
 void TPrefView::Connect() {
@@ -369,6 +379,7 @@ void TPrefView::LanguageChanged() {
             box->setTitle(text);
         }
     }
+    fSynthBox->LanguageChanged();
     SetRangeTip(fAfterResetsTip.get(), kTextTipAfterResets, kMinSilenceAfterResetsMs,
                 kMaxSilenceAfterResetsMs);
     SetRangeTip(fBetweenSongsTip.get(), kTextTipBetweenSongs, kMinSilenceBetweenSongsS,
@@ -414,6 +425,7 @@ void TPrefView::UpdateCompos() {
     fBetweenSongsBox->setChecked(fPrefs.waitBetweenSongs);
     fBetweenSongs->setText(QString::number(fPrefs.silenceBetweenSongsUs / kUsPerS));
     fChaseOnSeek->setChecked(fPrefs.chaseOnSeek);
+    fSynthBox->UpdateCompos();
     int sort = 0;
     if (fPrefs.autoSortKind == TPref::kSortAscending) sort = 1;
     if (fPrefs.autoSortKind == TPref::kSortDescending) sort = 2;

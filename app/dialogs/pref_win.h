@@ -30,6 +30,7 @@
 #include <string>
 
 #include "app/dialogs/lang_files.h"
+#include "app/dialogs/synth_box.h"
 #include "app/settings/pref.h"
 #include "veldan/core/handler.h"
 
@@ -125,6 +126,7 @@ class TPrefView : public veldan::TMessageHandler<QWidget> {
     QLineEdit* fBetweenSongs = nullptr;
     QLabel* fBetweenSongsUnit = nullptr;
     QCheckBox* fChaseOnSeek = nullptr;
+    TSynthBox* fSynthBox = nullptr;
     QGroupBox* fAutoSortBox = nullptr;
     std::array<QRadioButton*, 3> fAutoSort{};
     QButtonGroup* fAutoSortGroup = nullptr;

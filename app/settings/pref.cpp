@@ -15,6 +15,12 @@ constexpr char kKeySilenceAfterResets[] = "SIAR";
 constexpr char kKeySilenceBetweenSongs[] = "SIBS";
 constexpr char kKeyLanguageFile[] = "LLTF";
 constexpr char kKeyChaseOnSeek[] = "ChOS";
+constexpr char kKeySoundFont[] = "SFnt";  // one string per font, in order
+constexpr char kKeySynthGain[] = "SGan";
+constexpr char kKeySynthReverb[] = "SRev";
+constexpr char kKeySynthChorus[] = "SCho";
+constexpr char kKeySynthPolyphony[] = "SPol";
+constexpr char kKeySynthDriver[] = "SDrv";
 
 }  // namespace
 
@@ -27,7 +33,32 @@ bool TPref::Archive(veldan::TMessage* into) const {
            into->AddInt64(kKeySilenceAfterResets, silenceAfterResetsUs) &&
            into->AddInt64(kKeySilenceBetweenSongs, silenceBetweenSongsUs) &&
            into->AddString(kKeyLanguageFile, languageFile) &&
-           into->AddBool(kKeyChaseOnSeek, chaseOnSeek);
+           into->AddBool(kKeyChaseOnSeek, chaseOnSeek) && ArchiveSynth(into);
+}
+
+bool TPref::ArchiveSynth(veldan::TMessage* into) const {
+    for (const std::string& font : soundFonts)
+        if (!into->AddString(kKeySoundFont, font)) return false;
+    return into->AddFloat(kKeySynthGain, synthGain) &&
+           into->AddBool(kKeySynthReverb, synthReverb) &&
+           into->AddBool(kKeySynthChorus, synthChorus) &&
+           into->AddInt32(kKeySynthPolyphony, synthPolyphony) &&
+           into->AddString(kKeySynthDriver, synthDriver);
+}
+
+void TPref::TakeSynthSettings(const TPref& from) {
+    soundFonts = from.soundFonts;
+    synthGain = from.synthGain;
+    synthReverb = from.synthReverb;
+    synthChorus = from.synthChorus;
+    synthPolyphony = from.synthPolyphony;
+    synthDriver = from.synthDriver;
+}
+
+bool TPref::SameSynthSettings(const TPref& other) const {
+    return soundFonts == other.soundFonts && synthGain == other.synthGain &&
+           synthReverb == other.synthReverb && synthChorus == other.synthChorus &&
+           synthPolyphony == other.synthPolyphony && synthDriver == other.synthDriver;
 }
 
 bool TPref::Unarchive(const veldan::TMessage& from) {
@@ -43,6 +74,16 @@ bool TPref::Unarchive(const veldan::TMessage& from) {
         from.FindInt64(kKeySilenceBetweenSongs, &silenceBetweenSongsUs),
         from.FindString(kKeyLanguageFile, &languageFile),
         from.FindBool(kKeyChaseOnSeek, &chaseOnSeek),
+        from.FindFloat(kKeySynthGain, &synthGain),
+        from.FindBool(kKeySynthReverb, &synthReverb),
+        from.FindBool(kKeySynthChorus, &synthChorus),
+        from.FindInt32(kKeySynthPolyphony, &synthPolyphony),
+        from.FindString(kKeySynthDriver, &synthDriver),
     };
+    // No font at all is the default list, not a missing field.
+    soundFonts.clear();
+    std::string font;
+    for (int32_t index = 0; from.FindString(kKeySoundFont, index, &font); ++index)
+        soundFonts.push_back(font);
     return std::all_of(std::begin(found), std::end(found), [](bool ok) { return ok; });
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "veldan/core/archivable.h"
 
@@ -23,11 +24,26 @@ class TPref : public veldan::TArchivable {
     int64_t silenceBetweenSongsUs = 3000000;
     std::string languageFile = "English.llt";
     // After a seek, send the programs, controllers and bends in force at the new place.
-    bool chaseOnSeek = false;  // leaf name in "Language"; "" is built in
+    bool chaseOnSeek = false;
+
+    // The built-in synthesizer.
+    std::vector<std::string> soundFonts;  // in order; empty: the General MIDI font of Debian
+    float synthGain = 0.2f;               // 0 to 10
+    bool synthReverb = true;
+    bool synthChorus = true;
+    int32_t synthPolyphony = 256;  // 16 to 4096
+    std::string synthDriver;       // "" tries the systems in turn; else one FluidSynth driver
+
+    // The synthesizer's part of the preferences, to tell when it must be made again.
+    bool SameSynthSettings(const TPref& other) const;
+    void TakeSynthSettings(const TPref& from);  // leaf name in "Language"; "" is built in
 
     // Both true only when every field was written or found.
     bool Archive(veldan::TMessage* into) const override;
     bool Unarchive(const veldan::TMessage& from) override;
 
     bool operator==(const TPref&) const = default;
+
+  private:
+    bool ArchiveSynth(veldan::TMessage* into) const;
 };

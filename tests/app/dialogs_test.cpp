@@ -5,6 +5,9 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QSpinBox>
+#include <QListWidget>
+#include <QDoubleSpinBox>
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QGroupBox>
@@ -22,6 +25,8 @@
 #include "app/dialogs/about_win.h"
 #include "app/dialogs/lang_files.h"
 #include "app/dialogs/pref_win.h"
+#include "app/dialogs/synth_box.h"
+#include "midi/synth.h"
 #include "app/settings/exit_state.h"
 #include "app/settings/settings.h"
 #include "tests/support/message_recorder.h"
@@ -418,6 +423,40 @@ TEST_F(PrefWin, DroppingALanguageFileOnTheWindowTellsTheApplication) {
     QDropEvent songDrop(QPointF(5, 5), Qt::CopyAction, &songOnly, Qt::LeftButton, Qt::NoModifier);
     QCoreApplication::sendEvent(win.get(), &songDrop);
     EXPECT_EQ(Count(TPrefView::kMsgLanguageFileDropped), 1);
+}
+
+TEST_F(PrefWin, TheSynthesizerBoxEditsItsPreferencesAndCancelPutsThemBack) {
+    auto* box = win->findChild<TSynthBox*>("BoxSynth");
+    ASSERT_NE(box, nullptr);
+    auto* fonts = Child<QListWidget>("ListSoundFonts");
+    ASSERT_EQ(fonts->count(), 1);
+    EXPECT_EQ(fonts->item(0)->text(), TSynthConsumer::kDefaultSoundFont);
+    EXPECT_FALSE(Child<QPushButton>("ButtonRemoveSoundFont")->isEnabled()) << "one font at least";
+
+    box->SetFontPanelFn([] { return std::optional<fs::path>("/fonts/extra.sf2"); });
+    Click("ButtonAddSoundFont");
+    EXPECT_EQ(pref().soundFonts,
+              (std::vector<std::string>{TSynthConsumer::kDefaultSoundFont, "/fonts/extra.sf2"}));
+    Click("ButtonSoundFontUp");  // the added one is selected
+    EXPECT_EQ(pref().soundFonts.front(), "/fonts/extra.sf2");
+    fonts->setCurrentRow(1);
+    Click("ButtonRemoveSoundFont");
+    EXPECT_EQ(pref().soundFonts, std::vector<std::string>{"/fonts/extra.sf2"});
+
+    Child<QDoubleSpinBox>("SpinSynthGain")->setValue(1.5);
+    Click("CBoxSynthReverb");
+    Child<QSpinBox>("SpinSynthPolyphony")->setValue(5000);  // beyond the range
+    auto* driver = Child<QComboBox>("MFieldSynthDriver");
+    driver->setCurrentIndex(driver->findData("alsa"));
+    EXPECT_FLOAT_EQ(pref().synthGain, 1.5f);
+    EXPECT_FALSE(pref().synthReverb);
+    EXPECT_EQ(pref().synthPolyphony, 4096);
+    EXPECT_EQ(pref().synthDriver, "alsa");
+
+    Click("ButtonCancel");
+    EXPECT_TRUE(pref().SameSynthSettings(TPref()));
+    EXPECT_EQ(fonts->count(), 1);
+    EXPECT_EQ(driver->currentIndex(), 0);
 }
 
 TEST(LangFiles, AFolderThatCannotBeReadHasNone) {

@@ -257,6 +257,62 @@ TEST_F(QuillAppTest, AMissingLanguageFileIsToldInTheFixedAlertAndTheProgramGoesO
     EXPECT_TRUE(app->MainWin()->isVisible());
 }
 
+// Answers the next alert with its default button and gives its text.
+class TAlertAnswer {
+  public:
+    TAlertAnswer() {
+        QObject::connect(&fWatcher, &QTimer::timeout, [this] {
+            auto* alert = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!alert) return;
+            fWatcher.stop();
+            text = alert->text();
+            QTest::keyClick(alert, Qt::Key_Return);
+        });
+        fWatcher.start(10);
+    }
+    QString text;
+
+  private:
+    QTimer fWatcher;
+};
+
+TEST_F(QuillAppTest, NewSynthesizerSettingsRemakeItAndItKeepsItsConnections) {
+    auto app = Start();
+    ASSERT_NE(app->Synth(), nullptr);
+    const int32_t before = app->Synth()->ID();  // a new consumer has a new id
+    TQuillView* view = app->MainWin()->View();
+    ASSERT_TRUE(view->Chain().PublicOut(0)->IsConnected(app->Synth()));
+    pref().synthReverb = false;
+    pref().synthPolyphony = 64;
+    veldan::post_message(app.get(), veldan::TMessage(TQuillApp::kMsgPrefChanged));
+    ASSERT_TRUE(process_until([&] { return app->Synth() && app->Synth()->ID() != before; }));
+    EXPECT_TRUE(view->Chain().PublicOut(0)->IsConnected(app->Synth()));
+    EXPECT_EQ(view->Chain().PublicOut(0)->Connections().size(), 1u);
+}
+
+TEST_F(QuillAppTest, ASoundFontThatFailsIsToldByNameAndThePreviousSettingsStay) {
+    auto app = Start();
+    const fs::path missing = fOut.Path() / "gone.sf2";
+    pref().soundFonts = {missing.string()};
+    TAlertAnswer answer;
+    veldan::post_message(app.get(), veldan::TMessage(TQuillApp::kMsgPrefChanged));
+    ASSERT_TRUE(process_until([&] { return !answer.text.isEmpty(); }));
+    EXPECT_TRUE(answer.text.contains(QString::fromStdString(missing.string())))
+        << answer.text.toStdString();
+    EXPECT_TRUE(pref().soundFonts.empty()) << "the settings in use are the preferences again";
+    ASSERT_NE(app->Synth(), nullptr);
+    EXPECT_TRUE(app->MainWin()->View()->Chain().PublicOut(0)->IsConnected(app->Synth()));
+}
+
+TEST_F(QuillAppTest, AtStartAFailingSoundFontGivesWayToTheDefaultOne) {
+    pref().soundFonts = {(fOut.Path() / "moved.sf2").string()};
+    TAlertAnswer answer;
+    auto app = Start();
+    EXPECT_TRUE(answer.text.contains("moved.sf2")) << answer.text.toStdString();
+    ASSERT_NE(app->Synth(), nullptr);
+    EXPECT_TRUE(app->MainWin()->View()->Chain().PublicOut(0)->IsConnected(app->Synth()));
+}
+
 TEST_F(QuillAppTest, SecondaryWindowsAreMadeOnceAndClosedAtQuit) {
     auto app = Start();
     app->MItemPrefClicked();

@@ -71,15 +71,17 @@ TEST_F(Settings, PreferencesArchiveEveryKeyWithItsTypeInOrder) {
         {"ClAI", veldan::kBoolType},  {"SiBS", veldan::kBoolType},   {"SSyR", veldan::kBoolType},
         {"ASKy", veldan::kInt32Type}, {"SRCb", veldan::kInt32Type},  {"SIAR", veldan::kInt64Type},
         {"SIBS", veldan::kInt64Type}, {"LLTF", veldan::kStringType}, {"ChOS", veldan::kBoolType},
+        {"SGan", veldan::kFloatType}, {"SRev", veldan::kBoolType},   {"SCho", veldan::kBoolType},
+        {"SPol", veldan::kInt32Type}, {"SDrv", veldan::kStringType},
     };
-    EXPECT_EQ(message.CountNames(), 9);
+    EXPECT_EQ(message.CountNames(), 14) << "no sound font field for the default list";
     for (const auto& [key, type] : expected) {
         uint32_t found = 0;
         EXPECT_TRUE(message.GetInfo(key, &found, nullptr)) << key;
         EXPECT_EQ(found, type) << key;
     }
-    expect_field_order(TPref(),
-                       {"ClAI", "SiBS", "SSyR", "ASKy", "SRCb", "SIAR", "SIBS", "LLTF", "ChOS"});
+    expect_field_order(TPref(), {"ClAI", "SiBS", "SSyR", "ASKy", "SRCb", "SIAR", "SIBS", "LLTF",
+                                 "ChOS", "SGan", "SRev", "SCho", "SPol", "SDrv"});
 }
 
 TEST_F(Settings, PreferencesRoundTripThroughTheirFile) {
@@ -93,6 +95,12 @@ TEST_F(Settings, PreferencesRoundTripThroughTheirFile) {
     changed.silenceBetweenSongsUs = 10000000;
     changed.languageFile = "";
     changed.chaseOnSeek = true;
+    changed.soundFonts = {"/fonts/first.sf2", "/fonts/second.sf3"};
+    changed.synthGain = 0.5f;
+    changed.synthReverb = false;
+    changed.synthChorus = false;
+    changed.synthPolyphony = 128;
+    changed.synthDriver = "alsa";
     const TPref saved = changed;
     ASSERT_TRUE(save_pref(false));
     ASSERT_TRUE(fs::exists(Folder() / "QuillMIDI_Prefs.arc"));
