@@ -33,6 +33,8 @@ void TMidiFilter::NoteOff(uint8_t channel, uint8_t note, uint8_t velocity, int64
 }
 
 void TMidiFilter::NoteOn(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) {
+    // A note-on of velocity 0 is a release, which a muted channel still needs.
+    if (velocity != 0 && (MutedChannels() & (1u << (channel & 0x0F)))) return;
     fOutput.SprayNoteOn(channel, Transpose(channel, note, Key()),
                         ScaleVelocity(velocity, Volume()), time);
 }

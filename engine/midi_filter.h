@@ -22,6 +22,10 @@ public:
     int32_t Key() const { return fKey.load(std::memory_order_relaxed); }
     int32_t SetVolume(int32_t percent);
     int32_t Volume() const { return fVolume.load(std::memory_order_relaxed); }
+    // Channels whose note-ons are dropped (bit 0 is channel 1); everything else passes,
+    // note-offs included, so notes that sound can still end.
+    void SetMutedChannels(uint16_t channels) { fMuted.store(channels, std::memory_order_relaxed); }
+    uint16_t MutedChannels() const { return fMuted.load(std::memory_order_relaxed); }
 
     void NoteOff(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) override;
     void NoteOn(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) override;
@@ -32,4 +36,5 @@ public:
 private:
     std::atomic<int32_t> fKey{0};
     std::atomic<int32_t> fVolume{100};
+    std::atomic<uint16_t> fMuted{0};
 };

@@ -74,17 +74,20 @@ void TNoteOnManager::RemoveNoteOnInfo(uint8_t channel, uint8_t note) {
     --notes.count;
 }
 
-void TNoteOnManager::QuickAllNotesOff(int64_t time) {
+void TNoteOnManager::QuickAllNotesOff(int64_t time) { QuickNotesOff(0xFFFF, time); }
+
+void TNoteOnManager::QuickNotesOff(uint16_t channels, int64_t time) {
     // Note-ons already on their way in (sent before the play thread stopped) must be in
     // the table first, or they would sound after the silence and hang.
     WaitIdle(kDrainTimeoutUs);
     std::lock_guard lock(fLock);
     for (uint8_t channel = 0; channel < midi::kChannels; ++channel) {
+        if (!(channels & (1u << channel))) continue;
         const TChannelNotes& notes = fTable[channel];
         for (uint8_t i = 0; i < notes.count; ++i)
             fOutput.SprayNoteOff(channel, notes.notes[i], 64, time);
+        ClearChannel(channel);
     }
-    ClearAllNoteOnState();
 }
 
 void TNoteOnManager::ClearAllNoteOnState() {

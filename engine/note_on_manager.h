@@ -9,6 +9,7 @@
 // The table has room for every note of every channel: it never allocates.
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <vector>
@@ -34,15 +35,22 @@ public:
     // Owner's thread: a note-off (velocity 64) for every recorded note, channel by channel
     // in note-on order, then an empty table.
     void QuickAllNotesOff(int64_t time);
+    // The same for the channels whose bits are set (bit 0 is channel 1).
+    void QuickNotesOff(uint16_t channels, int64_t time);
     void ClearAllNoteOnState();
     // The sounding notes of a channel in note-on order (a copy, taken under the lock).
     std::vector<uint8_t> SoundingNotes(uint8_t channel) const;
+    // How many notes sound on a channel; any thread, without the lock, for meters.
+    int32_t SoundingCount(uint8_t channel) const {
+        return fTable[channel & 0x0F].count.load(std::memory_order_relaxed);
+    }
 
 private:
     static constexpr int64_t kDrainTimeoutUs = 200000;
     struct TChannelNotes {
         std::array<uint8_t, 128> notes;
-        uint8_t count = 0;
+        // Written under the lock; atomic so that meters may read it without.
+        std::atomic<uint8_t> count{0};
     };
     void ClearChannel(uint8_t channel) { fTable[channel & 0x0F].count = 0; }
     static int32_t ResetKind(const uint8_t* data, size_t length);

@@ -29,6 +29,13 @@ void TOutputChain::QuickAllNotesOff() {
     for (auto& manager : fManagers) manager->QuickAllNotesOff(0);
 }
 
+void TOutputChain::SetMutedChannels(int port, uint16_t channels) {
+    const uint16_t newlyMuted = uint16_t(channels & ~Filter(port).MutedChannels());
+    // The filter first: what the table is emptied of cannot come back behind it.
+    Filter(port).SetMutedChannels(channels);
+    if (newlyMuted) NoteOnManager(port).QuickNotesOff(newlyMuted, 0);
+}
+
 void TOutputChain::SetKey(int32_t semitones) {
     for (auto& filter : fFilters) filter->SetKey(semitones);
 }

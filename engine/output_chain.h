@@ -30,6 +30,9 @@ public:
 
     // Owner's thread: silences every sounding note on both lanes.
     void QuickAllNotesOff();
+    // Owner's thread: the channels of port whose note-ons are dropped from now on (bit 0 is
+    // channel 1); the notes that sound on a channel just muted are released at once.
+    void SetMutedChannels(int port, uint16_t channels);
     void SetKey(int32_t semitones);
     void SetVolume(int32_t percent);
     // Waits until both lanes have passed on everything they were sent; false on timeout.

@@ -48,6 +48,29 @@ TEST(MidiFilter, KeyTransposesNotesClampsAndLeavesPercussionAlone) {
               (std::vector<std::string>{"90 7f 40", "99 78 40", "80 48 00", "a0 3c 0a"}));
 }
 
+TEST(OutputChain, AMutedChannelDropsNoteOnsReleasesWhatSoundsAndPassesTheRest) {
+    TLaneFixture f;
+    f.in.SprayNoteOn(2, 60, 100, 0);
+    f.in.SprayNoteOn(2, 64, 100, 0);
+    f.in.SprayNoteOn(3, 67, 100, 0);
+    f.Drain();
+    EXPECT_EQ(f.chain.NoteOnManager(0).SoundingCount(2), 2);
+    f.chain.SetMutedChannels(0, 1u << 2);
+    EXPECT_EQ(f.chain.NoteOnManager(0).SoundingCount(2), 0) << "released at once";
+    EXPECT_EQ(f.chain.NoteOnManager(0).SoundingCount(3), 1) << "other channels keep sounding";
+    f.in.SprayNoteOn(2, 72, 100, 0);       // dropped
+    f.in.SprayControlChange(2, 7, 90, 0);  // passes
+    f.in.SprayNoteOn(2, 60, 0, 0);         // a release passes
+    f.in.SprayNoteOn(3, 69, 100, 0);       // another channel plays on
+    EXPECT_EQ(f.Out(), (std::vector<std::string>{"92 3c 64", "92 40 64", "93 43 64", "82 3c 40",
+                                                 "82 40 40", "b2 07 5a", "92 3c 00",
+                                                 "93 45 64"}));
+    f.chain.SetMutedChannels(0, 0);
+    f.in.SprayNoteOn(2, 72, 100, 0);
+    EXPECT_EQ(f.Out().back(), "92 48 64") << "unmuted, the channel plays again";
+    EXPECT_EQ(f.chain.Filter(1).MutedChannels(), 0) << "each port has its own";
+}
+
 TEST(NoteOnManager, RecordsEachSoundingNoteOnceAndReleasesOnNoteOffOrVelocityZero) {
     TLaneFixture f;
     f.in.SprayNoteOn(0, 60, 100, 0);
