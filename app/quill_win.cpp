@@ -173,6 +173,10 @@ QMenu* TQuillWin::CreateMenuPlay() {
     menu->setObjectName("Menu_Play");
     AddItem(menu, "MItem_All_Notes_Off", veldan::TMessage(TQuillView::kMsgAllNotesOff), fView,
             QKeySequence("Ctrl+F"));
+    QAction* channels =
+        AddItem(menu, "MItem_Channels", veldan::TMessage(TQuillView::kMsgChannelsToggled), fView);
+    channels->setCheckable(true);
+    channels->setChecked(fView->IsChannelsShown());
     menu->addSeparator();
     fPlayModes = new QActionGroup(menu);
     for (int32_t mode = 0; mode < int32_t(std::size(kPlayModeKeys)); ++mode) {

@@ -9,6 +9,7 @@
 
 #include "app/settings/pref.h"
 #include "midi/roster.h"
+#include "player/channel_panel.h"
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
 #include "veldan/base/clock.h"
@@ -84,7 +85,10 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
+    fChannels = new TChannelPanel(texts, fChain, this);
+    fChannels->hide();
     layout->addWidget(fControlBar);
+    layout->addWidget(fChannels);
     layout->addWidget(fPlaylist, 1);
 
     fSelector.SetOrvickView(fPlaylist);
@@ -444,6 +448,10 @@ void TQuillView::ShowList(bool shown) {
 
 bool TQuillView::IsListShown() const { return !fPlaylist->isHidden(); }
 
+void TQuillView::ShowChannels(bool shown) { fChannels->setVisible(shown); }
+
+bool TQuillView::IsChannelsShown() const { return !fChannels->isHidden(); }
+
 void TQuillView::UpdatePortCompos() {
     for (int port = 0; port < TOutputChain::kPorts; ++port)
         fControlBar->SetPortLit(port, fPorts.IsPortConnected(port));
@@ -473,6 +481,7 @@ void TQuillView::UpdateWinTitle() { window()->setWindowTitle(QString::fromStdStr
 
 void TQuillView::LanguageChanged() {
     fControlBar->ApplyLanguage(fTexts);
+    fChannels->ApplyLanguage(fTexts);
     fPlaylist->LanguageChanged();
     UpdateWinTitle();
 }
@@ -555,6 +564,9 @@ void TQuillView::MessageReceived(veldan::TMessage* message) {
             break;
         case kMsgListToggled:
             ShowList(fControlBar->IsListShown());
+            break;
+        case kMsgChannelsToggled:
+            ShowChannels(!IsChannelsShown());
             break;
         case TOrvickView::kMsgChangeSongRqtd:
             ChangeSongRqtd(*message);

@@ -31,6 +31,10 @@
 #include "veldan/core/handler.h"
 
 class TOrvickView;
+
+namespace quill {
+class TChannelPanel;
+}
 class TPref;
 class TQuillSItem;
 
@@ -69,6 +73,8 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     static constexpr uint32_t kMsgUpdateMenuPlayMode = 'umpr';
     // To the title target: the playlist was shown or hidden, fit the window to it.
     static constexpr uint32_t kMsgListShownChanged = 'lsch';
+    // From the menu: show or hide the channel panel.
+    static constexpr uint32_t kMsgChannelsToggled = 'tchn';
     static constexpr uint32_t kMsgOpenCurDoc = 'ocdc';
     // Often enough that the thumb moves smoothly over a long song, seldom enough to cost
     // nothing while music plays.
@@ -93,6 +99,7 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     ~TQuillView() override;
 
     TControlBar* ControlBar() const { return fControlBar; }
+    TChannelPanel* ChannelPanel() const { return fChannels; }
     TOrvickView* OrvickView() const { return fPlaylist; }
     TAISelector& AISelector() { return fSelector; }
     TSMFProducer& Producer() { return fProducer; }
@@ -164,6 +171,9 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     // The playlist part below the control bar; the list button follows.
     void ShowList(bool shown);
     bool IsListShown() const;
+    // The channels' meters, mute and solo buttons, between the control bar and the list.
+    void ShowChannels(bool shown);
+    bool IsChannelsShown() const;
 
     void UpdatePortCompos();
     void UpdatePosCompo();
@@ -191,6 +201,7 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     const veldan::TLLT& fTexts;
     const TPref& fPrefs;
     TControlBar* fControlBar = nullptr;
+    TChannelPanel* fChannels = nullptr;
     TOrvickView* fPlaylist = nullptr;
     TAISelector fSelector;
 

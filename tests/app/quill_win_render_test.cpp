@@ -5,12 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QMenu>
 #include <QMenuBar>
 
 #include "app/app_icon.h"
 #include "app/quill_win.h"
 #include "app/settings/exit_state.h"
 #include "app/settings/pref.h"
+#include "player/channel_panel.h"
 #include "player/control_bar.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
@@ -45,6 +47,16 @@ class QuillWinRenderTest : public TWidgetTest, public ::testing::WithParamInterf
         EXPECT_TRUE(has_more_than_one_colour(image));
         for (QAction* menu : win.menuBar()->actions()) EXPECT_FALSE(menu->text().isEmpty());
         expect_nothing_cut(*win.View()->ControlBar());
+
+        // The channel panel, from its menu item.
+        for (QAction* action : win.findChild<QMenu*>("Menu_Play")->actions())
+            if (action->objectName() == "MItem_Channels") action->trigger();
+        ASSERT_TRUE(process_until([&] { return win.View()->IsChannelsShown(); }));
+        win.resize(640, 420);
+        ASSERT_TRUE(process_until([&] { return win.View()->ChannelPanel()->isVisible(); }));
+        save_render(win, name + "_channels", QUILL_RENDER_DIR);
+        expect_nothing_cut(*win.View()->ChannelPanel());
+        win.View()->ShowChannels(false);
 
         // With the playlist hidden, the window is its menus and the control bar.
         win.View()->ShowList(false);
