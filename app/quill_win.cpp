@@ -177,6 +177,10 @@ QMenu* TQuillWin::CreateMenuPlay() {
         AddItem(menu, "MItem_Channels", veldan::TMessage(TQuillView::kMsgChannelsToggled), fView);
     channels->setCheckable(true);
     channels->setChecked(fView->IsChannelsShown());
+    QAction* lyrics =
+        AddItem(menu, "MItem_Lyrics", veldan::TMessage(TQuillView::kMsgLyricsToggled), fView);
+    lyrics->setCheckable(true);
+    lyrics->setChecked(fView->IsLyricsShown());
     menu->addSeparator();
     fPlayModes = new QActionGroup(menu);
     for (int32_t mode = 0; mode < int32_t(std::size(kPlayModeKeys)); ++mode) {

@@ -12,6 +12,8 @@ constexpr uint8_t kMetaCopyright = 0x02;
 constexpr uint8_t kMetaTrackName = 0x03;
 constexpr uint8_t kMetaPort = 0x21;
 constexpr uint8_t kMetaTempo = 0x51;
+constexpr uint8_t kMetaText = 0x01;
+constexpr uint8_t kMetaLyric = 0x05;
 
 uint32_t get_uint32_at(const uint8_t* p) {
     return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];
@@ -124,6 +126,11 @@ void TSMFTrack::CreateDataMap() {
                                       uint32_t(pos + 2 < end ? pos[2] : 0);
                         fTempoEvents.push_back({tick, us});
                     }
+                    if (type == kMetaText || type == kMetaLyric) {
+                        const size_t available = size_t(end - std::min(pos, end));
+                        fTextEvents.push_back({tick, type, uint32_t(pos - fData),
+                                               uint32_t(std::min<size_t>(length, available))});
+                    }
                     pos += std::min<size_t>(length, size_t(end - std::min(pos, end)));
                 }
                 break;
@@ -147,7 +154,14 @@ void TSMFTrack::CreateDataMap() {
         fRunningStatus.swap(running_status);
         std::stable_sort(fTempoEvents.begin(), fTempoEvents.end(),
                          [](const TTempoEvent& a, const TTempoEvent& b) { return a.tick < b.tick; });
+        std::stable_sort(fTextEvents.begin(), fTextEvents.end(),
+                         [](const TTextEvent& a, const TTextEvent& b) { return a.tick < b.tick; });
     }
+}
+
+std::string TSMFTrack::TextOf(const TTextEvent& event) const {
+    if (event.offset > fLength || event.length > fLength - event.offset) return {};
+    return std::string(reinterpret_cast<const char*>(fData) + event.offset, event.length);
 }
 
 uint32_t TSMFTrack::CountTicks() const {

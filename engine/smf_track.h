@@ -71,6 +71,17 @@ public:
     };
     const std::vector<TTempoEvent>& TempoEvents() const { return fTempoEvents; }
 
+    // Text (0x01) and lyric (0x05) meta events in tick order, for the lyrics: their bytes
+    // stay in the file, read with TextOf.
+    struct TTextEvent {
+        uint32_t tick;
+        uint8_t type;
+        uint32_t offset;  // of the text's first byte
+        uint32_t length;
+    };
+    const std::vector<TTextEvent>& TextEvents() const { return fTextEvents; }
+    std::string TextOf(const TTextEvent& event) const;
+
     // Reads a variable-length number at *pos, never past end (bytes beyond read as 0);
     // values wrap at 32 bits.
     static uint32_t GetVNum(const uint8_t** pos, const uint8_t* end);
@@ -94,6 +105,7 @@ private:
     std::vector<TEntry> fEvents;
     std::vector<uint8_t> fRunningStatus;  // per event; meaningful where the byte is data
     std::vector<TTempoEvent> fTempoEvents;
+    std::vector<TTextEvent> fTextEvents;
     uint32_t fNameOffset = kNoEvent;
     uint32_t fCopyrightOffset = kNoEvent;
     size_t fCurrent = 0;

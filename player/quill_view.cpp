@@ -10,6 +10,7 @@
 #include "app/settings/pref.h"
 #include "midi/roster.h"
 #include "player/channel_panel.h"
+#include "player/lyrics_view.h"
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
 #include "veldan/base/clock.h"
@@ -87,8 +88,11 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
     layout->setSpacing(0);
     fChannels = new TChannelPanel(texts, fChain, this);
     fChannels->hide();
+    fLyrics = new TLyricsView(texts, fProducer, this);
+    fLyrics->hide();
     layout->addWidget(fControlBar);
     layout->addWidget(fChannels);
+    layout->addWidget(fLyrics);
     layout->addWidget(fPlaylist, 1);
 
     fSelector.SetOrvickView(fPlaylist);
@@ -227,14 +231,18 @@ bool TQuillView::SetProducer() {
     fSongSerial.fetch_add(1, std::memory_order_relaxed);
     if (fProducer.SetTo(song->EntryRef().string()) != 0) {
         // Tracks read before the failure would otherwise stay.
-        fProducer.Unset();
+        UnsetProducer();
         return false;
     }
     fProducer.GetTitle(&fSongTitle);
+    fLyrics->SongChanged();
     return true;
 }
 
-void TQuillView::UnsetProducer() { fProducer.Unset(); }
+void TQuillView::UnsetProducer() {
+    fProducer.Unset();
+    fLyrics->SongChanged();
+}
 
 bool TQuillView::ChangeSong(int32_t index, bool betweenSongs) {
     StopMidiOut();
@@ -452,6 +460,10 @@ void TQuillView::ShowChannels(bool shown) { fChannels->setVisible(shown); }
 
 bool TQuillView::IsChannelsShown() const { return !fChannels->isHidden(); }
 
+void TQuillView::ShowLyrics(bool shown) { fLyrics->setVisible(shown); }
+
+bool TQuillView::IsLyricsShown() const { return !fLyrics->isHidden(); }
+
 void TQuillView::UpdatePortCompos() {
     for (int port = 0; port < TOutputChain::kPorts; ++port)
         fControlBar->SetPortLit(port, fPorts.IsPortConnected(port));
@@ -482,6 +494,7 @@ void TQuillView::UpdateWinTitle() { window()->setWindowTitle(QString::fromStdStr
 void TQuillView::LanguageChanged() {
     fControlBar->ApplyLanguage(fTexts);
     fChannels->ApplyLanguage(fTexts);
+    fLyrics->ApplyLanguage(fTexts);
     fPlaylist->LanguageChanged();
     UpdateWinTitle();
 }
@@ -567,6 +580,9 @@ void TQuillView::MessageReceived(veldan::TMessage* message) {
             break;
         case kMsgChannelsToggled:
             ShowChannels(!IsChannelsShown());
+            break;
+        case kMsgLyricsToggled:
+            ShowLyrics(!IsLyricsShown());
             break;
         case TOrvickView::kMsgChangeSongRqtd:
             ChangeSongRqtd(*message);

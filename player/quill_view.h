@@ -34,6 +34,7 @@ class TOrvickView;
 
 namespace quill {
 class TChannelPanel;
+class TLyricsView;
 }
 class TPref;
 class TQuillSItem;
@@ -75,6 +76,8 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     static constexpr uint32_t kMsgListShownChanged = 'lsch';
     // From the menu: show or hide the channel panel.
     static constexpr uint32_t kMsgChannelsToggled = 'tchn';
+    // From the menu: show or hide the lyrics.
+    static constexpr uint32_t kMsgLyricsToggled = 'tlyr';
     static constexpr uint32_t kMsgOpenCurDoc = 'ocdc';
     // Often enough that the thumb moves smoothly over a long song, seldom enough to cost
     // nothing while music plays.
@@ -100,6 +103,7 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
 
     TControlBar* ControlBar() const { return fControlBar; }
     TChannelPanel* ChannelPanel() const { return fChannels; }
+    TLyricsView* LyricsView() const { return fLyrics; }
     TOrvickView* OrvickView() const { return fPlaylist; }
     TAISelector& AISelector() { return fSelector; }
     TSMFProducer& Producer() { return fProducer; }
@@ -174,6 +178,9 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     // The channels' meters, mute and solo buttons, between the control bar and the list.
     void ShowChannels(bool shown);
     bool IsChannelsShown() const;
+    // The song's words, between the channels and the list.
+    void ShowLyrics(bool shown);
+    bool IsLyricsShown() const;
 
     void UpdatePortCompos();
     void UpdatePosCompo();
@@ -202,6 +209,7 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     const TPref& fPrefs;
     TControlBar* fControlBar = nullptr;
     TChannelPanel* fChannels = nullptr;
+    TLyricsView* fLyrics = nullptr;
     TOrvickView* fPlaylist = nullptr;
     TAISelector fSelector;
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <cstring>
 #include <QMenu>
 #include <QMenuBar>
 
@@ -14,6 +15,7 @@
 #include "app/settings/pref.h"
 #include "player/channel_panel.h"
 #include "player/control_bar.h"
+#include "player/lyrics_view.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
 #include "tests/player/language_fixture.h"
@@ -33,7 +35,10 @@ class QuillWinRenderTest : public TWidgetTest, public ::testing::WithParamInterf
         veldan::TLLT texts = file_language(language);
         TQuillWin win(texts, fPrefs, fExitState, nullptr, fTemp.Path() / "Loader");
         TSmfBuilder smf(1, 480);
-        smf.AddTrack().Name(0, "Gymnopédie No. 1").NoteOn(0, 0, 60, 90).NoteOff(480, 0, 60);
+        TTrackBuilder& track = smf.AddTrack().Name(0, "Gymnopédie No. 1");
+        for (const char* syllable : {"Lent ", "et ", "dou", "lou", "reux\r", "tr\xc3\xa8s ", "doux"})
+            track.Meta(0, 0x05, std::vector<uint8_t>(syllable, syllable + std::strlen(syllable)));
+        track.NoteOn(0, 0, 60, 90).NoteOff(480, 0, 60);
         for (const char* name : {"gymnopedie.mid", "clair_de_lune.mid", "canon.mid"})
             win.View()->OrvickView()->AddListFolderFileToTopLevel(fTemp.Write(name, smf.Bytes()));
         win.View()->ControlBar()->SetPlayState(quill::kStatePlaying);
@@ -57,6 +62,15 @@ class QuillWinRenderTest : public TWidgetTest, public ::testing::WithParamInterf
         save_render(win, name + "_channels", QUILL_RENDER_DIR);
         expect_nothing_cut(*win.View()->ChannelPanel());
         win.View()->ShowChannels(false);
+
+        // The lyrics, from their menu item.
+        for (QAction* action : win.findChild<QMenu*>("Menu_Play")->actions())
+            if (action->objectName() == "MItem_Lyrics") action->trigger();
+        ASSERT_TRUE(process_until([&] { return win.View()->IsLyricsShown(); }));
+        ASSERT_TRUE(process_until([&] { return win.View()->LyricsView()->isVisible(); }));
+        EXPECT_TRUE(win.View()->LyricsView()->ShownText().startsWith("Lent et douloureux"));
+        save_render(win, name + "_lyrics", QUILL_RENDER_DIR);
+        win.View()->ShowLyrics(false);
 
         // With the playlist hidden, the window is its menus and the control bar.
         win.View()->ShowList(false);

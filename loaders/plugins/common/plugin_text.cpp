@@ -14,7 +14,21 @@ namespace {
 
 bool is_continuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
-// Shift-JIS (code page 932) to UTF-8; false at the first byte that does not convert.
+bool has_half_width_katakana(const std::string& utf8) {
+    // U+FF61..U+FF9F: EF BD A1..BF and EF BE 80..9F.
+    for (size_t i = 0; i + 2 < utf8.size(); i++) {
+        const auto lead = static_cast<unsigned char>(utf8[i]);
+        const auto second = static_cast<unsigned char>(utf8[i + 1]);
+        const auto third = static_cast<unsigned char>(utf8[i + 2]);
+        if (lead == 0xEF &&
+            ((second == 0xBD && third >= 0xA1) || (second == 0xBE && third <= 0x9F)))
+            return true;
+    }
+    return false;
+}
+
+}  // namespace
+
 bool strict_sjis_to_utf8(const std::string& sjis, std::string* utf8) {
     iconv_t converter = iconv_open("UTF-8", "CP932");
     if (converter == iconv_t(-1)) return false;
@@ -31,18 +45,6 @@ bool strict_sjis_to_utf8(const std::string& sjis, std::string* utf8) {
     return true;
 }
 
-bool has_half_width_katakana(const std::string& utf8) {
-    // U+FF61..U+FF9F: EF BD A1..BF and EF BE 80..9F.
-    for (size_t i = 0; i + 2 < utf8.size(); i++) {
-        const auto lead = static_cast<unsigned char>(utf8[i]);
-        const auto second = static_cast<unsigned char>(utf8[i + 1]);
-        const auto third = static_cast<unsigned char>(utf8[i + 2]);
-        if (lead == 0xEF && ((second == 0xBD && third >= 0xA1) || (second == 0xBE && third <= 0x9F)))
-            return true;
-    }
-    return false;
-}
-
 std::string latin1_to_utf8(const std::string& latin1) {
     std::string utf8;
     utf8.reserve(latin1.size() * 2);
@@ -57,8 +59,6 @@ std::string latin1_to_utf8(const std::string& latin1) {
     }
     return utf8;
 }
-
-}  // namespace
 
 bool is_regular_file(const std::string& path) {
     struct stat info {};
@@ -181,8 +181,8 @@ std::string to_utf8(const std::string& line) {
 
 bool is_windows_absolute(const std::string& path) {
     if (!path.empty() && path[0] == '\\') return true;
-    const bool letter = path.size() >= 3 && ((path[0] >= 'A' && path[0] <= 'Z') ||
-                                              (path[0] >= 'a' && path[0] <= 'z'));
+    const bool letter = path.size() >= 3 &&
+                        ((path[0] >= 'A' && path[0] <= 'Z') || (path[0] >= 'a' && path[0] <= 'z'));
     return letter && path[1] == ':' && (path[2] == '\\' || path[2] == '/');
 }
 

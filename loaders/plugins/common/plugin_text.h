@@ -30,6 +30,9 @@ bool is_valid_utf8(const std::string& text);
 // cleanly without half-width katakana (the range where Latin-1 keeps its accented
 // capitals); else read as Latin-1, which always converts.
 std::string to_utf8(const std::string& line);
+// Shift-JIS (code page 932) to UTF-8; false at the first byte that does not convert.
+bool strict_sjis_to_utf8(const std::string& sjis, std::string* utf8);
+std::string latin1_to_utf8(const std::string& latin1);
 
 // "C:\..." or "C:/...", or a path from the root of a Windows volume ("\...").
 bool is_windows_absolute(const std::string& path);
