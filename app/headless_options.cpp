@@ -10,6 +10,7 @@ const char* const kHeadlessUsage =
     "       quillmidi --list-ports                       list the MIDI consumers\n"
     "       quillmidi --render OUT.wav FILE.mid          render the song through the built-in\n"
     "                                                    synthesizer, faster than real time\n"
+    "                                                    (OUT.flac: a FLAC file)\n"
     "FILE is a MIDI file, a folder of them or a playlist (.qml, or any kind a plug-in in\n"
     "the Loader folder reads); they go into one list, played as the play mode says.\n"
     "options:\n"

@@ -87,8 +87,8 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
     };
     fExportPanel = [this](const fs::path& suggestion) -> std::optional<fs::path> {
         const QString chosen = QFileDialog::getSaveFileName(
-            this, fTexts.Text("MItem_Export_WAV"), qs(suggestion.string()), "WAV (*.wav)",
-            nullptr, QFileDialog::DontUseNativeDialog);
+            this, fTexts.Text("MItem_Export_WAV"), qs(suggestion.string()),
+            "WAV (*.wav);;FLAC (*.flac)", nullptr, QFileDialog::DontUseNativeDialog);
         if (chosen.isEmpty()) return std::nullopt;
         return fs::path(chosen.toStdString());
     };

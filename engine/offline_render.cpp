@@ -1,6 +1,11 @@
 #include "engine/offline_render.h"
 
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
+#include <vector>
 
 #include "engine/midi_filter.h"
 #include "engine/smf_producer.h"
@@ -11,6 +16,7 @@ namespace {
 
 // How often the caller hears of the progress, in song time.
 constexpr int64_t kProgressEveryUs = 1000000;
+constexpr sf_count_t kCopyFrames = 8192;
 
 // Takes the walked events to the synthesizer at their song time.
 class TRenderSink : public TSMFEventSink {
@@ -81,11 +87,46 @@ class TRenderSink : public TSMFEventSink {
     bool fCancelled = false;
 };
 
-}  // namespace
+bool is_flac_path(const std::string& path) {
+    std::string tail = path.size() >= 5 ? path.substr(path.size() - 5) : std::string();
+    std::transform(tail.begin(), tail.end(), tail.begin(),
+                   [](unsigned char c) { return char(std::tolower(c)); });
+    return tail == ".flac";
+}
 
-int32_t render_song(TSMFProducer& producer, const std::string& wavPath,
-                    const TRenderOptions& options, const TRenderProgressFn& progress,
-                    std::string* error) {
+// The rendered WAV file, losslessly compressed into a 16-bit FLAC file.
+bool wav_to_flac(const std::string& wavPath, const std::string& flacPath, std::string* error) {
+    SF_INFO format{};
+    SNDFILE* in = sf_open(wavPath.c_str(), SFM_READ, &format);
+    if (!in) {
+        *error = "cannot read " + wavPath;
+        return false;
+    }
+    SF_INFO flac{};
+    flac.samplerate = format.samplerate;
+    flac.channels = format.channels;
+    flac.format = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
+    SNDFILE* out = sf_open(flacPath.c_str(), SFM_WRITE, &flac);
+    if (!out) {
+        sf_close(in);
+        *error = "cannot write " + flacPath;
+        return false;
+    }
+    std::vector<short> frames(size_t(kCopyFrames) * size_t(format.channels));
+    bool written = true;
+    for (sf_count_t got; (got = sf_readf_short(in, frames.data(), kCopyFrames)) > 0;)
+        written = written && sf_writef_short(out, frames.data(), got) == got;
+    sf_close(in);
+    if (sf_close(out) != 0 || !written) {
+        *error = "cannot write " + flacPath;
+        return false;
+    }
+    return true;
+}
+
+int32_t render_wav(TSMFProducer& producer, const std::string& wavPath,
+                   const TRenderOptions& options, const TRenderProgressFn& progress,
+                   std::string* error) {
     TSynthConsumer::TOptions synthOptions;
     synthOptions.wavPath = wavPath;
     synthOptions.offline = true;
@@ -112,4 +153,19 @@ int32_t render_song(TSMFProducer& producer, const std::string& wavPath,
     }
     if (progress) progress(sink.TotalUs(), sink.TotalUs());
     return 0;
+}
+
+}  // namespace
+
+int32_t render_song(TSMFProducer& producer, const std::string& path, const TRenderOptions& options,
+                    const TRenderProgressFn& progress, std::string* error) {
+    if (!is_flac_path(path)) return render_wav(producer, path, options, progress, error);
+    // The synthesizer writes WAV; the whole file is compressed once it is complete.
+    const std::string wavPath = path + ".wav.part";
+    int32_t status = render_wav(producer, wavPath, options, progress, error);
+    if (status == 0 && !wav_to_flac(wavPath, path, error)) status = -1;
+    std::error_code ignored;
+    std::filesystem::remove(wavPath, ignored);
+    if (status != 0) std::filesystem::remove(path, ignored);
+    return status;
 }

@@ -1,6 +1,6 @@
 #pragma once
-// Renders a loaded song through the built-in synthesizer into a WAV file faster than real
-// time: the song is walked with a virtual clock (its tempo map at the chosen rate), and the
+// Renders a loaded song through the built-in synthesizer into a WAV file, or a FLAC file
+// when the name ends in ".flac", faster than real time: the song is walked with a virtual clock (its tempo map at the chosen rate), and the
 // synthesizer renders the samples between one event and the next. Lane A's events are
 // rendered, as the synthesizer hears them on port A; the key and the volume are applied
 // as the output chain applies them.
@@ -28,6 +28,6 @@ using TRenderProgressFn = std::function<bool(int64_t doneUs, int64_t totalUs)>;
 // 0 when the file is complete; -1 with *error when the synthesizer or the file failed, or
 // when progress cancelled (the file is then removed). The producer must have no play
 // thread (the song is walked).
-int32_t render_song(TSMFProducer& producer, const std::string& wavPath,
+int32_t render_song(TSMFProducer& producer, const std::string& path,
                     const TRenderOptions& options, const TRenderProgressFn& progress,
                     std::string* error);

@@ -76,6 +76,29 @@ std::vector<uint8_t> rendered(const TRenderOptions& options, const TTempDir& dir
 
 }  // namespace
 
+TEST(OfflineRender, AFlacNameGivesAFlacFileOfTheSameFrames) {
+    TTempDir dir;
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(long_song()), 0);
+    TRenderOptions noTail;
+    noTail.tailUs = 0;
+    const auto flac = dir.Path() / "out.FLAC";
+    std::string error;
+    ASSERT_EQ(render_song(producer, flac.string(), noTail, nullptr, &error), 0) << error;
+    const std::vector<uint8_t> bytes = read_file_bytes(flac);
+    ASSERT_GT(bytes.size(), 26u);
+    EXPECT_EQ(std::string(bytes.begin(), bytes.begin() + 4), "fLaC");
+    // STREAMINFO: sample rate (20 bits), channels - 1 (3), bits - 1 (5), frames (36).
+    uint64_t info = 0;
+    for (size_t i = 18; i < 26; ++i) info = info << 8 | bytes[i];
+    EXPECT_EQ(info >> 44, 44100u);
+    EXPECT_EQ((info >> 41 & 7) + 1, 2u);
+    EXPECT_EQ((info >> 36 & 31) + 1, 16u);
+    EXPECT_EQ(info & ((uint64_t(1) << 36) - 1), 10u * 44100) << "the ten seconds of the song";
+    EXPECT_LT(bytes.size(), 10u * 44100 * 4 / 4) << "compressed";
+    EXPECT_FALSE(std::filesystem::exists(flac.string() + ".wav.part"));
+}
+
 TEST(OfflineRender, TheFirstSoundFontWithThePresetIsTheOneHeard) {
     if (!std::filesystem::exists(kTimGM))
         GTEST_SKIP() << "scripts/install-deps --test installs TimGM6mb";
