@@ -108,7 +108,7 @@ void TQuillApp::StartMidi(const TOptions& options) {
     fSynth = TSynthConsumer::Create(SynthOptions(fSynthInUse), &error);
     if (!fSynth && !fSynthInUse.SameSynthSettings(TPref())) {
         // The user's synthesizer settings fail (a sound font moved away): the defaults
-        // still make music, and the status line says why.
+        // still make music, and an alert says why once the language is loaded.
         fSynthInUse.TakeSynthSettings(TPref());
         fSynth = TSynthConsumer::Create(SynthOptions(fSynthInUse), &fSynthProblem);
         std::swap(error, fSynthProblem);
