@@ -104,12 +104,12 @@ void TQuillApp::StartMidi(const TOptions& options) {
     }
     fWavPath = options.wavPath;
     std::string error;
-    fSynthInUse = pref();
+    fSynthInUse = pref().synth;
     fSynth = TSynthConsumer::Create(SynthOptions(fSynthInUse), &error);
-    if (!fSynth && !fSynthInUse.SameSynthSettings(TPref())) {
+    if (!fSynth && fSynthInUse != TPref::TSynthSettings()) {
         // The user's synthesizer settings fail (a sound font moved away): the defaults
         // still make music, and an alert says why once the language is loaded.
-        fSynthInUse.TakeSynthSettings(TPref());
+        fSynthInUse = TPref::TSynthSettings();
         fSynth = TSynthConsumer::Create(SynthOptions(fSynthInUse), &fSynthProblem);
         std::swap(error, fSynthProblem);
     }
@@ -134,20 +134,20 @@ void TQuillApp::TellSynthProblem(const std::string& problem) {
                        veldan::TAlertType::kWarning);
 }
 
-TSynthConsumer::TOptions TQuillApp::SynthOptions(const TPref& prefs) const {
+TSynthConsumer::TOptions TQuillApp::SynthOptions(const TPref::TSynthSettings& settings) const {
     TSynthConsumer::TOptions options;
     options.wavPath = fWavPath;
-    if (!prefs.soundFonts.empty()) options.soundFonts = prefs.soundFonts;
-    options.gain = prefs.synthGain;
-    options.reverb = prefs.synthReverb;
-    options.chorus = prefs.synthChorus;
-    options.polyphony = prefs.synthPolyphony;
-    options.audioDriver = prefs.synthDriver;
+    if (!settings.soundFonts.empty()) options.soundFonts = settings.soundFonts;
+    options.gain = settings.gain;
+    options.reverb = settings.reverb;
+    options.chorus = settings.chorus;
+    options.polyphony = settings.polyphony;
+    options.audioDriver = settings.driver;
     return options;
 }
 
 void TQuillApp::ApplySynthPrefs() {
-    if (pref().SameSynthSettings(fSynthInUse) || !fMainWin) return;
+    if (pref().synth == fSynthInUse || !fMainWin) return;
     TMidiOutPorts& ports = fMainWin->View()->Ports();
     std::vector<int> connected;
     for (int port = 0; port < TOutputChain::kPorts; ++port)
@@ -156,12 +156,13 @@ void TQuillApp::ApplySynthPrefs() {
     // A file being rendered is finished first: the new synthesizer writes the same path.
     if (fSynth && fSynth->DriverName() == TSynthConsumer::kWavDriver) fSynth.reset();
     std::string error;
-    std::unique_ptr<TSynthConsumer> fresh = TSynthConsumer::Create(SynthOptions(pref()), &error);
+    std::unique_ptr<TSynthConsumer> fresh =
+        TSynthConsumer::Create(SynthOptions(pref().synth), &error);
     if (fresh) {
-        fSynthInUse.TakeSynthSettings(pref());
+        fSynthInUse = pref().synth;
     } else {
         TellSynthProblem(error);
-        pref().TakeSynthSettings(fSynthInUse);
+        pref().synth = fSynthInUse;
         save_pref(false);
         if (fPrefWin) fPrefWin->View()->UpdateCompos();
         if (fSynth) return;

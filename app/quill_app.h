@@ -99,7 +99,7 @@ class TQuillApp : public veldan::THandler {
     void StartMidi(const TOptions& options);
     void LoadAIDatabase();
     TLanguageFolders LanguageFolders() const;
-    TSynthConsumer::TOptions SynthOptions(const TPref& prefs) const;
+    TSynthConsumer::TOptions SynthOptions(const TPref::TSynthSettings& settings) const;
     // Makes the synthesizer again when the preferences changed its settings, keeping its
     // port connections; one that fails is told in an alert and the previous one stays.
     void ApplySynthPrefs();
@@ -118,8 +118,8 @@ class TQuillApp : public veldan::THandler {
     std::string fSynthError;
     // Why the preferred synthesizer settings gave way to the defaults at start, if they did.
     std::string fSynthProblem;
-    // The preferences whose synthesizer settings made fSynth.
-    TPref fSynthInUse;
+    // The settings that made fSynth.
+    TPref::TSynthSettings fSynthInUse;
     std::string fWavPath;
     QPointer<TQuillWin> fMainWin;
     QPointer<TPrefWin> fPrefWin;

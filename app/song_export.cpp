@@ -30,9 +30,9 @@ bool export_current_song(QWidget* parent, const quill::TQuillView& view, const v
     options.tempoPercent = bar.SliderValue(quill::TControlBar::kTempo);
     options.key = bar.SliderValue(quill::TControlBar::kKey);
     options.volumePercent = bar.SliderValue(quill::TControlBar::kVolume);
-    options.soundFonts = prefs.soundFonts;
-    options.reverb = prefs.synthReverb;
-    options.chorus = prefs.synthChorus;
+    options.soundFonts = prefs.synth.soundFonts;
+    options.reverb = prefs.synth.reverb;
+    options.chorus = prefs.synth.chorus;
 
     QProgressDialog progress(QString::fromStdString(song.filename().string()),
                              QString::fromUtf8(texts.Text("Button_Cancel")), 0, kProgressSteps,

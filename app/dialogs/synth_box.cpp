@@ -128,20 +128,20 @@ void TSynthBox::Connect() {
     connect(fDown, &QPushButton::clicked, this, [this] { MoveFontClicked(1); });
     connect(fFonts, &QListWidget::currentRowChanged, this, [this] { UpdateButtons(); });
     connect(fGain, &QDoubleSpinBox::valueChanged, this, [this](double gain) {
-        if (!fUpdating) fPrefs.synthGain = float(gain);
+        if (!fUpdating) fPrefs.synth.gain = float(gain);
     });
     connect(fReverb, &QCheckBox::toggled, this, [this](bool on) {
-        if (!fUpdating) fPrefs.synthReverb = on;
+        if (!fUpdating) fPrefs.synth.reverb = on;
     });
     connect(fChorus, &QCheckBox::toggled, this, [this](bool on) {
-        if (!fUpdating) fPrefs.synthChorus = on;
+        if (!fUpdating) fPrefs.synth.chorus = on;
     });
     connect(fPolyphony, &QSpinBox::valueChanged, this, [this](int voices) {
-        if (!fUpdating) fPrefs.synthPolyphony = voices;
+        if (!fUpdating) fPrefs.synth.polyphony = voices;
     });
     connect(fDriver, &QComboBox::currentIndexChanged, this, [this](int index) {
         if (!fUpdating && index >= 0)
-            fPrefs.synthDriver = fDriver->itemData(index).toString().toStdString();
+            fPrefs.synth.driver = fDriver->itemData(index).toString().toStdString();
     });
 }
 
@@ -174,7 +174,7 @@ void TSynthBox::StoreFonts() {
     for (int row = 0; row < fFonts->count(); ++row)
         fonts.push_back(fFonts->item(row)->text().toStdString());
     const bool onlyDefault = fonts.size() == 1 && fonts[0] == TSynthConsumer::kDefaultSoundFont;
-    fPrefs.soundFonts = onlyDefault ? std::vector<std::string>() : fonts;
+    fPrefs.synth.soundFonts = onlyDefault ? std::vector<std::string>() : fonts;
     UpdateButtons();
 }
 
@@ -188,17 +188,17 @@ void TSynthBox::UpdateButtons() {
 void TSynthBox::UpdateCompos() {
     fUpdating = true;
     fFonts->clear();
-    if (fPrefs.soundFonts.empty()) {
+    if (fPrefs.synth.soundFonts.empty()) {
         fFonts->addItem(QString::fromLatin1(TSynthConsumer::kDefaultSoundFont));
     } else {
-        for (const std::string& font : fPrefs.soundFonts)
+        for (const std::string& font : fPrefs.synth.soundFonts)
             fFonts->addItem(QString::fromStdString(font));
     }
-    fGain->setValue(fPrefs.synthGain);
-    fReverb->setChecked(fPrefs.synthReverb);
-    fChorus->setChecked(fPrefs.synthChorus);
-    fPolyphony->setValue(fPrefs.synthPolyphony);
-    const int driver = fDriver->findData(QString::fromStdString(fPrefs.synthDriver));
+    fGain->setValue(fPrefs.synth.gain);
+    fReverb->setChecked(fPrefs.synth.reverb);
+    fChorus->setChecked(fPrefs.synth.chorus);
+    fPolyphony->setValue(fPrefs.synth.polyphony);
+    const int driver = fDriver->findData(QString::fromStdString(fPrefs.synth.driver));
     fDriver->setCurrentIndex(driver < 0 ? 0 : driver);
     UpdateButtons();
     fUpdating = false;

@@ -37,28 +37,13 @@ bool TPref::Archive(veldan::TMessage* into) const {
 }
 
 bool TPref::ArchiveSynth(veldan::TMessage* into) const {
-    for (const std::string& font : soundFonts)
+    for (const std::string& font : synth.soundFonts)
         if (!into->AddString(kKeySoundFont, font)) return false;
-    return into->AddFloat(kKeySynthGain, synthGain) &&
-           into->AddBool(kKeySynthReverb, synthReverb) &&
-           into->AddBool(kKeySynthChorus, synthChorus) &&
-           into->AddInt32(kKeySynthPolyphony, synthPolyphony) &&
-           into->AddString(kKeySynthDriver, synthDriver);
-}
-
-void TPref::TakeSynthSettings(const TPref& from) {
-    soundFonts = from.soundFonts;
-    synthGain = from.synthGain;
-    synthReverb = from.synthReverb;
-    synthChorus = from.synthChorus;
-    synthPolyphony = from.synthPolyphony;
-    synthDriver = from.synthDriver;
-}
-
-bool TPref::SameSynthSettings(const TPref& other) const {
-    return soundFonts == other.soundFonts && synthGain == other.synthGain &&
-           synthReverb == other.synthReverb && synthChorus == other.synthChorus &&
-           synthPolyphony == other.synthPolyphony && synthDriver == other.synthDriver;
+    return into->AddFloat(kKeySynthGain, synth.gain) &&
+           into->AddBool(kKeySynthReverb, synth.reverb) &&
+           into->AddBool(kKeySynthChorus, synth.chorus) &&
+           into->AddInt32(kKeySynthPolyphony, synth.polyphony) &&
+           into->AddString(kKeySynthDriver, synth.driver);
 }
 
 bool TPref::Unarchive(const veldan::TMessage& from) {
@@ -74,16 +59,16 @@ bool TPref::Unarchive(const veldan::TMessage& from) {
         from.FindInt64(kKeySilenceBetweenSongs, &silenceBetweenSongsUs),
         from.FindString(kKeyLanguageFile, &languageFile),
         from.FindBool(kKeyChaseOnSeek, &chaseOnSeek),
-        from.FindFloat(kKeySynthGain, &synthGain),
-        from.FindBool(kKeySynthReverb, &synthReverb),
-        from.FindBool(kKeySynthChorus, &synthChorus),
-        from.FindInt32(kKeySynthPolyphony, &synthPolyphony),
-        from.FindString(kKeySynthDriver, &synthDriver),
+        from.FindFloat(kKeySynthGain, &synth.gain),
+        from.FindBool(kKeySynthReverb, &synth.reverb),
+        from.FindBool(kKeySynthChorus, &synth.chorus),
+        from.FindInt32(kKeySynthPolyphony, &synth.polyphony),
+        from.FindString(kKeySynthDriver, &synth.driver),
     };
     // No font at all is the default list, not a missing field.
-    soundFonts.clear();
+    synth.soundFonts.clear();
     std::string font;
     for (int32_t index = 0; from.FindString(kKeySoundFont, index, &font); ++index)
-        soundFonts.push_back(font);
+        synth.soundFonts.push_back(font);
     return std::all_of(std::begin(found), std::end(found), [](bool ok) { return ok; });
 }

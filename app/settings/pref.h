@@ -22,21 +22,21 @@ class TPref : public veldan::TArchivable {
     int32_t sysResetCombination = 1;        // bit set: 1 GM, 2 GS, 4 88, 8 XG
     int64_t silenceAfterResetsUs = 300000;
     int64_t silenceBetweenSongsUs = 3000000;
-    std::string languageFile = "English.llt";
+    std::string languageFile = "English.llt";  // leaf name in "Language"; "" is built in
     // After a seek, send the programs, controllers and bends in force at the new place.
     bool chaseOnSeek = false;
 
-    // The built-in synthesizer.
-    std::vector<std::string> soundFonts;  // in order; empty: the General MIDI font of Debian
-    float synthGain = 0.2f;               // 0 to 10
-    bool synthReverb = true;
-    bool synthChorus = true;
-    int32_t synthPolyphony = 256;  // 16 to 4096
-    std::string synthDriver;       // "" tries the systems in turn; else one FluidSynth driver
-
-    // The synthesizer's part of the preferences, to tell when it must be made again.
-    bool SameSynthSettings(const TPref& other) const;
-    void TakeSynthSettings(const TPref& from);  // leaf name in "Language"; "" is built in
+    // The built-in synthesizer's part: a change of any of these makes it again.
+    struct TSynthSettings {
+        std::vector<std::string> soundFonts;  // in order; empty: the General MIDI font of Debian
+        float gain = 0.2f;                     // 0 to 10
+        bool reverb = true;
+        bool chorus = true;
+        int32_t polyphony = 256;  // 16 to 4096
+        std::string driver;       // "" tries the systems in turn; else one FluidSynth driver
+        bool operator==(const TSynthSettings&) const = default;
+    };
+    TSynthSettings synth;
 
     // Both true only when every field was written or found.
     bool Archive(veldan::TMessage* into) const override;

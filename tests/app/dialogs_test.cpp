@@ -435,26 +435,26 @@ TEST_F(PrefWin, TheSynthesizerBoxEditsItsPreferencesAndCancelPutsThemBack) {
 
     box->SetFontPanelFn([] { return std::optional<fs::path>("/fonts/extra.sf2"); });
     Click("ButtonAddSoundFont");
-    EXPECT_EQ(pref().soundFonts,
+    EXPECT_EQ(pref().synth.soundFonts,
               (std::vector<std::string>{TSynthConsumer::kDefaultSoundFont, "/fonts/extra.sf2"}));
     Click("ButtonSoundFontUp");  // the added one is selected
-    EXPECT_EQ(pref().soundFonts.front(), "/fonts/extra.sf2");
+    EXPECT_EQ(pref().synth.soundFonts.front(), "/fonts/extra.sf2");
     fonts->setCurrentRow(1);
     Click("ButtonRemoveSoundFont");
-    EXPECT_EQ(pref().soundFonts, std::vector<std::string>{"/fonts/extra.sf2"});
+    EXPECT_EQ(pref().synth.soundFonts, std::vector<std::string>{"/fonts/extra.sf2"});
 
     Child<QDoubleSpinBox>("SpinSynthGain")->setValue(1.5);
     Click("CBoxSynthReverb");
     Child<QSpinBox>("SpinSynthPolyphony")->setValue(5000);  // beyond the range
     auto* driver = Child<QComboBox>("MFieldSynthDriver");
     driver->setCurrentIndex(driver->findData("alsa"));
-    EXPECT_FLOAT_EQ(pref().synthGain, 1.5f);
-    EXPECT_FALSE(pref().synthReverb);
-    EXPECT_EQ(pref().synthPolyphony, 4096);
-    EXPECT_EQ(pref().synthDriver, "alsa");
+    EXPECT_FLOAT_EQ(pref().synth.gain, 1.5f);
+    EXPECT_FALSE(pref().synth.reverb);
+    EXPECT_EQ(pref().synth.polyphony, 4096);
+    EXPECT_EQ(pref().synth.driver, "alsa");
 
     Click("ButtonCancel");
-    EXPECT_TRUE(pref().SameSynthSettings(TPref()));
+    EXPECT_EQ(pref().synth, TPref::TSynthSettings());
     EXPECT_EQ(fonts->count(), 1);
     EXPECT_EQ(driver->currentIndex(), 0);
 }

@@ -282,8 +282,8 @@ TEST_F(QuillAppTest, NewSynthesizerSettingsRemakeItAndItKeepsItsConnections) {
     const int32_t before = app->Synth()->ID();  // a new consumer has a new id
     TQuillView* view = app->MainWin()->View();
     ASSERT_TRUE(view->Chain().PublicOut(0)->IsConnected(app->Synth()));
-    pref().synthReverb = false;
-    pref().synthPolyphony = 64;
+    pref().synth.reverb = false;
+    pref().synth.polyphony = 64;
     veldan::post_message(app.get(), veldan::TMessage(TQuillApp::kMsgPrefChanged));
     ASSERT_TRUE(process_until([&] { return app->Synth() && app->Synth()->ID() != before; }));
     EXPECT_TRUE(view->Chain().PublicOut(0)->IsConnected(app->Synth()));
@@ -293,19 +293,19 @@ TEST_F(QuillAppTest, NewSynthesizerSettingsRemakeItAndItKeepsItsConnections) {
 TEST_F(QuillAppTest, ASoundFontThatFailsIsToldByNameAndThePreviousSettingsStay) {
     auto app = Start();
     const fs::path missing = fOut.Path() / "gone.sf2";
-    pref().soundFonts = {missing.string()};
+    pref().synth.soundFonts = {missing.string()};
     TAlertAnswer answer;
     veldan::post_message(app.get(), veldan::TMessage(TQuillApp::kMsgPrefChanged));
     ASSERT_TRUE(process_until([&] { return !answer.text.isEmpty(); }));
     EXPECT_TRUE(answer.text.contains(QString::fromStdString(missing.string())))
         << answer.text.toStdString();
-    EXPECT_TRUE(pref().soundFonts.empty()) << "the settings in use are the preferences again";
+    EXPECT_TRUE(pref().synth.soundFonts.empty()) << "the settings in use are the preferences again";
     ASSERT_NE(app->Synth(), nullptr);
     EXPECT_TRUE(app->MainWin()->View()->Chain().PublicOut(0)->IsConnected(app->Synth()));
 }
 
 TEST_F(QuillAppTest, AtStartAFailingSoundFontGivesWayToTheDefaultOne) {
-    pref().soundFonts = {(fOut.Path() / "moved.sf2").string()};
+    pref().synth.soundFonts = {(fOut.Path() / "moved.sf2").string()};
     TAlertAnswer answer;
     auto app = Start();
     EXPECT_TRUE(answer.text.contains("moved.sf2")) << answer.text.toStdString();

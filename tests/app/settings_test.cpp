@@ -95,12 +95,12 @@ TEST_F(Settings, PreferencesRoundTripThroughTheirFile) {
     changed.silenceBetweenSongsUs = 10000000;
     changed.languageFile = "";
     changed.chaseOnSeek = true;
-    changed.soundFonts = {"/fonts/first.sf2", "/fonts/second.sf3"};
-    changed.synthGain = 0.5f;
-    changed.synthReverb = false;
-    changed.synthChorus = false;
-    changed.synthPolyphony = 128;
-    changed.synthDriver = "alsa";
+    changed.synth.soundFonts = {"/fonts/first.sf2", "/fonts/second.sf3"};
+    changed.synth.gain = 0.5f;
+    changed.synth.reverb = false;
+    changed.synth.chorus = false;
+    changed.synth.polyphony = 128;
+    changed.synth.driver = "alsa";
     const TPref saved = changed;
     ASSERT_TRUE(save_pref(false));
     ASSERT_TRUE(fs::exists(Folder() / "QuillMIDI_Prefs.arc"));
