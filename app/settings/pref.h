@@ -29,7 +29,7 @@ class TPref : public veldan::TArchivable {
     // The built-in synthesizer's part: a change of any of these makes it again.
     struct TSynthSettings {
         std::vector<std::string> soundFonts;  // in order; empty: the General MIDI font of Debian
-        float gain = 0.2f;                     // 0 to 10
+        float gain = 0.2f;                    // 0 to 10
         bool reverb = true;
         bool chorus = true;
         int32_t polyphony = 256;  // 16 to 4096
