@@ -26,6 +26,7 @@
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
 #include "veldan/base/clock.h"
+#include "veldan/core/entry.h"
 #include "veldan/core/llt.h"
 
 namespace fs = std::filesystem;
@@ -249,12 +250,8 @@ bool THeadlessPlayer::AddFiles() {
     TOrvickView* list = fView->OrvickView();
     list->AddNewList(nullptr);
     bool allAdded = true;
-    for (const std::string& file : fOptions.files) {
-        std::error_code error;
-        fs::path absolute = fs::absolute(file, error);
-        if (!list->AddListFolderFileToTopLevel(error ? fs::path(file) : absolute))
-            allAdded = false;
-    }
+    for (const std::string& file : fOptions.files)
+        if (!list->AddListFolderFileToTopLevel(veldan::ref_for_path(file))) allAdded = false;
     return allAdded;
 }
 

@@ -15,6 +15,7 @@
 #include "player/play_modes.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
+#include "veldan/core/entry.h"
 #include "veldan/core/message.h"
 
 namespace fs = std::filesystem;
@@ -266,12 +267,10 @@ TMprisService::TClaim TMprisService::ClaimServiceName() {
 }
 
 bool TMprisService::ForwardToRunning(const std::vector<fs::path>& files) {
+    // The running program has its own working folder.
     QStringList absolute;
-    for (const fs::path& file : files) {
-        std::error_code error;
-        fs::path path = fs::absolute(file, error);
-        absolute << QString::fromStdString((error ? file : path).string());
-    }
+    for (const fs::path& file : files)
+        absolute << QString::fromStdString(veldan::ref_for_path(file).string());
     QDBusMessage call = QDBusMessage::createMethodCall(
         QString::fromLatin1(kServiceName), QString::fromLatin1(kObjectPath),
         QString::fromLatin1(kInstanceInterface), QStringLiteral("OpenFiles"));

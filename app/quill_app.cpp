@@ -18,6 +18,7 @@
 #include "player/resources.h"
 #include "playlist/drvcvt_win.h"
 #include "playlist/orvick_view.h"
+#include "veldan/core/entry.h"
 #include "veldan/core/llt.h"
 #include "veldan/widgets/alert.h"
 
@@ -199,11 +200,8 @@ void TQuillApp::RaiseMainWin() {
 void TQuillApp::OpenFiles(const std::vector<fs::path>& files) {
     TOrvickView* list = fMainWin->View()->OrvickView();
     int32_t firstNew = list->Songs();
-    for (const fs::path& file : files) {
-        std::error_code error;
-        fs::path absolute = fs::absolute(file, error);
-        fMainWin->OpenListFolderFileRqtd(error ? file : absolute, true);
-    }
+    for (const fs::path& file : files)
+        fMainWin->OpenListFolderFileRqtd(veldan::ref_for_path(file), true);
     if (files.empty() || list->Songs() <= firstNew) return;
     // Play scores the song once; a change request would score it a second time.
     fMainWin->View()->ChangeSong(firstNew, false);

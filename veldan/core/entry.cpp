@@ -78,4 +78,10 @@ std::filesystem::path path_for_ref(const std::filesystem::path* ref) {
     return ref ? *ref : std::filesystem::path();
 }
 
+std::filesystem::path ref_for_path(const std::filesystem::path& path) {
+    std::error_code error;
+    std::filesystem::path absolute = std::filesystem::absolute(path, error);
+    return error ? path : absolute;
+}
+
 }  // namespace veldan

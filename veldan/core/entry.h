@@ -26,6 +26,9 @@ bool get_ref(const std::filesystem::path& dir, const char* name, std::filesystem
 
 // The path of a reference; empty for none.
 std::filesystem::path path_for_ref(const std::filesystem::path* ref);
+// A path the user gave (on the command line, say) as a reference: made absolute against
+// the working folder, or as it stands when that can't be done.
+std::filesystem::path ref_for_path(const std::filesystem::path& path);
 
 // The user's home folder ($HOME, else the password database); empty when unknown.
 std::filesystem::path home_dir();
