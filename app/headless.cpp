@@ -58,13 +58,17 @@ public:
     }
 };
 
+// False, with the file and the reason on standard error, when the song can't be loaded.
+bool load_song(TSMFProducer* producer, const std::string& path) {
+    if (producer->SetTo(path) == 0) return true;
+    std::fprintf(stderr, "quillmidi: %s: %s\n", path.c_str(), producer->LastError().c_str());
+    return false;
+}
+
 int render(const THeadlessOptions& options) {
     const std::string& path = options.files.front();
     TSMFProducer producer;
-    if (producer.SetTo(path) != 0) {
-        std::fprintf(stderr, "quillmidi: %s: %s\n", path.c_str(), producer.LastError().c_str());
-        return 1;
-    }
+    if (!load_song(&producer, path)) return 1;
     TRenderOptions render;
     render.tempoPercent = options.tempoPercent;
     render.key = options.key;
@@ -90,10 +94,7 @@ int render(const THeadlessOptions& options) {
 
 int dump(const std::string& path) {
     TSMFProducer producer;
-    if (producer.SetTo(path) != 0) {
-        std::fprintf(stderr, "quillmidi: %s: %s\n", path.c_str(), producer.LastError().c_str());
-        return 1;
-    }
+    if (!load_song(&producer, path)) return 1;
     TDumpPrinter printer;
     producer.Walk(printer);
     return 0;
