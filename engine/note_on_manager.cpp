@@ -59,19 +59,23 @@ void TNoteOnManager::AddNoteOnInfo(uint8_t channel, uint8_t note) {
     // The duplicate check also runs under the lock: the owner may be emptying the table.
     std::lock_guard lock(fLock);
     TChannelNotes& notes = fTable[channel & 0x0F];
-    auto end = notes.notes.begin() + notes.count;
+    const uint8_t count = notes.Count();
+    auto end = notes.notes.begin() + count;
     if (std::find(notes.notes.begin(), end, note) != end) return;
-    if (notes.count < notes.notes.size()) notes.notes[notes.count++] = note;
+    if (count < notes.notes.size()) {
+        notes.notes[count] = note;
+        notes.SetCount(uint8_t(count + 1));
+    }
 }
 
 void TNoteOnManager::RemoveNoteOnInfo(uint8_t channel, uint8_t note) {
     std::lock_guard lock(fLock);
     TChannelNotes& notes = fTable[channel & 0x0F];
-    auto end = notes.notes.begin() + notes.count;
+    auto end = notes.notes.begin() + notes.Count();
     auto at = std::find(notes.notes.begin(), end, note);
     if (at == end) return;
     std::copy(at + 1, end, at);
-    --notes.count;
+    notes.SetCount(uint8_t(notes.Count() - 1));
 }
 
 void TNoteOnManager::QuickAllNotesOff(int64_t time) { QuickNotesOff(0xFFFF, time); }
@@ -84,7 +88,7 @@ void TNoteOnManager::QuickNotesOff(uint16_t channels, int64_t time) {
     for (uint8_t channel = 0; channel < midi::kChannels; ++channel) {
         if (!(channels & (1u << channel))) continue;
         const TChannelNotes& notes = fTable[channel];
-        for (uint8_t i = 0; i < notes.count; ++i)
+        for (uint8_t i = 0; i < notes.Count(); ++i)
             fOutput.SprayNoteOff(channel, notes.notes[i], 64, time);
         ClearChannel(channel);
     }
@@ -98,5 +102,5 @@ void TNoteOnManager::ClearAllNoteOnState() {
 std::vector<uint8_t> TNoteOnManager::SoundingNotes(uint8_t channel) const {
     std::lock_guard lock(fLock);
     const TChannelNotes& notes = fTable[channel & 0x0F];
-    return {notes.notes.begin(), notes.notes.begin() + notes.count};
+    return {notes.notes.begin(), notes.notes.begin() + notes.Count()};
 }

@@ -42,17 +42,20 @@ public:
     std::vector<uint8_t> SoundingNotes(uint8_t channel) const;
     // How many notes sound on a channel; any thread, without the lock, for meters.
     int32_t SoundingCount(uint8_t channel) const {
-        return fTable[channel & 0x0F].count.load(std::memory_order_relaxed);
+        return fTable[channel & 0x0F].Count();
     }
 
 private:
     static constexpr int64_t kDrainTimeoutUs = 200000;
     struct TChannelNotes {
         std::array<uint8_t, 128> notes;
-        // Written under the lock; atomic so that meters may read it without.
+        // Written only under the lock, so plain loads and stores do; atomic so that meters
+        // may read it without the lock.
         std::atomic<uint8_t> count{0};
+        uint8_t Count() const { return count.load(std::memory_order_relaxed); }
+        void SetCount(uint8_t value) { count.store(value, std::memory_order_relaxed); }
     };
-    void ClearChannel(uint8_t channel) { fTable[channel & 0x0F].count = 0; }
+    void ClearChannel(uint8_t channel) { fTable[channel & 0x0F].SetCount(0); }
     static int32_t ResetKind(const uint8_t* data, size_t length);
 
     mutable std::recursive_mutex fLock;
