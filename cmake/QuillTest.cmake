@@ -1,7 +1,7 @@
 # quill_add_test(NAME SOURCES... LIBS ... [LABELS ...] [SERIAL])
 # One GoogleTest executable per module; each TEST becomes a ctest case.
-# SERIAL cases run with no other case beside them: they measure timing against servers of
-# their own, which a busy machine would skew.
+# SERIAL cases run with no other case beside them: they check timing (against servers of
+# their own, or the clock), which a busy machine would skew.
 function(quill_add_test name)
   cmake_parse_arguments(QT "SERIAL" "" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${QT_SOURCES})
