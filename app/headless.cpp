@@ -183,6 +183,9 @@ bool THeadlessPlayer::ConnectOutput() {
     }
     if (fOptions.outName.empty()) {
         if (fView->Ports().ConnectMidiOut(0, fSynth->ID()) != 0) return false;
+        // Port B too, on the synthesizer's channels 17-32: two-port songs are whole.
+        if (fOptions.outNameB.empty() && fView->Ports().ConnectMidiOut(1, fSynth->ID()) != 0)
+            return false;
     } else if (!ConnectByName(0, fOptions.outName)) {
         return false;
     }

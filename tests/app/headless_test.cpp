@@ -329,3 +329,22 @@ TEST(Headless, RenderWritesTheSongAsPlayingWouldWithoutWaitingForIt) {
     EXPECT_EQ(broken.exitCode, 1);
     EXPECT_NE(broken.err.find("not a MIDI file"), std::string::npos) << broken.err;
 }
+
+namespace {
+
+// Two-port songs -------------------------------------------------------------------------
+
+TEST(Headless, WithoutOutputsNamedPortBPlaysThroughTheBuiltInSynthesizerToo) {
+    TTempDir dir;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().Port(0, 1).Program(0, 0, 0).NoteOn(0, 0, 60, 100).NoteOff(480, 0, 60);
+    auto song = dir.Write("port-b.mid", smf.Bytes());
+    auto played = dir.Path() / "played.wav";
+    ASSERT_EQ(run_quillmidi("--headless --wav " + quoted(played) + " " + quoted(song), dir).exitCode, 0);
+    EXPECT_GT(wav_facts(played).peak, 100) << "port B's note should be heard";
+    auto rendered = dir.Path() / "rendered.wav";
+    ASSERT_EQ(run_quillmidi("--render " + quoted(rendered) + " " + quoted(song), dir).exitCode, 0);
+    EXPECT_GT(wav_facts(rendered).peak, 100) << "and rendered";
+}
+
+}  // namespace
