@@ -239,6 +239,61 @@ TEST(OfflineRender, PortBHasItsOwnDrumChannel) {
     EXPECT_LT(distance(portB, drum), distance(portB, piano));
 }
 
+// A GS "use for rhythm part" message through port B makes port B's part 1 a drum part;
+// port A's channel 1 stays a melodic one.
+TEST(OfflineRender, AGsRhythmPartOnPortBTurnsPortBsChannelIntoDrums) {
+    TTempDir dir;
+    const std::vector<double> drum = reference(kDrumChannel, 0, kSnare, dir);
+    const std::vector<double> piano = reference(0, kPianoProgram, kSnare, dir);
+    // Address 40 11 15 (part 1), value 2 (drum map 2), Roland checksum 18.
+    const std::vector<uint8_t> rhythmPart{0x41, 0x10, 0x42, 0x12, 0x40, 0x11, 0x15, 0x02, 0x18, 0xF7};
+
+    TSmfBuilder smf(1, kBeat);
+    smf.AddTrack().Port(0, 0).NoteOn(4 * kBeat, 0, kSnare, 100).NoteOff(kBeat, 0, kSnare);
+    smf.AddTrack().Port(0, 1).SysEx(0, rhythmPart).NoteOn(kBeat, 0, kSnare, 100).NoteOff(kBeat, 0,
+                                                                                         kSnare);
+    const TWavFile wav = render_dry(smf.Bytes(), dir);
+    ASSERT_GT(wav.PeakOf(size_t(0.5 * 44100), size_t(1.0 * 44100)), kSoundPeak);
+    ASSERT_GT(wav.PeakOf(size_t(2.0 * 44100), size_t(2.5 * 44100)), kSoundPeak);
+    const std::vector<double> portB = spectrum(wav, 0.55);
+    const std::vector<double> portA = spectrum(wav, 2.05);
+    EXPECT_LT(distance(portB, drum), distance(portB, piano)) << "port B's part 1 plays drums";
+    EXPECT_LT(distance(portA, piano), distance(portA, drum)) << "port A's channel 1 does not";
+}
+
+// After an XG reset on port B, a bank select of 127 there chooses a drum kit, as an XG
+// module reads it; port A, reset to GM, keeps reading bank selects its own way.
+TEST(OfflineRender, AfterAnXgResetOnPortBBank127ChoosesDrums) {
+    TTempDir dir;
+    const std::vector<double> drum = reference(kDrumChannel, 0, kSnare, dir);
+    const std::vector<double> piano = reference(0, kPianoProgram, kSnare, dir);
+    const std::vector<uint8_t> xgOn{0x43, 0x10, 0x4C, 0x00, 0x00, 0x7E, 0x00, 0xF7};
+    const std::vector<uint8_t> gmOn{0x7E, 0x7F, 0x09, 0x01, 0xF7};
+
+    TSmfBuilder smf(1, kBeat);
+    smf.AddTrack()
+        .Port(0, 0)
+        .SysEx(0, gmOn)
+        .Control(kBeat / 2, 0, 0, 127)
+        .Program(0, 0, kPianoProgram)
+        .NoteOn(kBeat * 7 / 2, 0, kSnare, 100)
+        .NoteOff(kBeat, 0, kSnare);
+    smf.AddTrack()
+        .Port(0, 1)
+        .SysEx(0, xgOn)
+        .Control(kBeat / 2, 0, 0, 127)
+        .Program(0, 0, 0)
+        .NoteOn(kBeat / 2, 0, kSnare, 100)
+        .NoteOff(kBeat, 0, kSnare);
+    const TWavFile wav = render_dry(smf.Bytes(), dir);
+    ASSERT_GT(wav.PeakOf(size_t(0.5 * 44100), size_t(1.0 * 44100)), kSoundPeak);
+    ASSERT_GT(wav.PeakOf(size_t(2.0 * 44100), size_t(2.5 * 44100)), kSoundPeak);
+    const std::vector<double> portB = spectrum(wav, 0.55);
+    const std::vector<double> portA = spectrum(wav, 2.05);
+    EXPECT_LT(distance(portB, drum), distance(portB, piano)) << "port B: an XG drum kit";
+    EXPECT_LT(distance(portA, piano), distance(portA, drum)) << "port A: GM ignores the bank";
+}
+
 // A GS reset in port B's part of the song puts port B's channel 1 back to the piano and
 // leaves the flute of port A's channel 1 alone.
 TEST(OfflineRender, AResetOnPortBResetsPortBOnly) {
