@@ -66,9 +66,12 @@ std::string fit_columns(const std::string& text, int columns) {
     int used = 0;
     for (size_t i = 0; i < text.size();) {
         const auto lead = static_cast<unsigned char>(text[i]);
-        const size_t length = std::min<size_t>(
-            lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1,
-            text.size() - i);
+        const size_t length = std::min<size_t>(lead < 0x80    ? 1
+                                               : lead >= 0xF0 ? 4
+                                               : lead >= 0xE0 ? 3
+                                               : lead >= 0xC0 ? 2
+                                                              : 1,
+                                               text.size() - i);
         char32_t c = length == 1 ? lead : lead & (0x7F >> length);
         for (size_t k = 1; k < length; ++k)
             c = c << 6 | (static_cast<unsigned char>(text[i + k]) & 0x3F);
@@ -92,12 +95,12 @@ int terminal_columns(int fd) {
 // "Song  1:23 / 3:45 [#####---------------]", no wider than columns - 1 so that the
 // terminal never wraps it (a wrapped line cannot be rewritten in place). The song's name
 // gives way first, then the bar.
-std::string status_line(const std::string& song, int64_t elapsedUs, int64_t totalUs,
-                        int columns) {
+std::string status_line(const std::string& song, int64_t elapsedUs, int64_t totalUs, int columns) {
     const std::string time = quill::elapsed_total_text(elapsedUs, totalUs);
-    int filled = totalUs > 0 ? int(std::clamp<int64_t>(elapsedUs, 0, totalUs) * kBarCells / totalUs) : 0;
-    const std::string bar = "[" + std::string(size_t(filled), '#') +
-                            std::string(size_t(kBarCells - filled), '-') + "]";
+    int filled =
+        totalUs > 0 ? int(std::clamp<int64_t>(elapsedUs, 0, totalUs) * kBarCells / totalUs) : 0;
+    const std::string bar =
+        "[" + std::string(size_t(filled), '#') + std::string(size_t(kBarCells - filled), '-') + "]";
     const int room = columns - 1;
     std::string tail = "  " + time + " " + bar;
     if (int(tail.size()) > room) tail = "  " + time;

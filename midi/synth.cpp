@@ -155,10 +155,10 @@ void TSynthConsumer::TEngine::ResetPort(int port, TBankStyle style) {
         fluid_synth_all_sounds_off(s, channel);
         // Modulation, expression, pedals, pitch bend and pressures, as a reset leaves them.
         fluid_synth_cc(s, channel, midi::kCtrlResetAllControllers, 0);
-        fluid_synth_cc(s, channel, 7, 100);   // volume
-        fluid_synth_cc(s, channel, 10, 64);   // pan
-        fluid_synth_cc(s, channel, 91, 40);   // reverb send
-        fluid_synth_cc(s, channel, 93, 0);    // chorus send
+        fluid_synth_cc(s, channel, 7, 100);  // volume
+        fluid_synth_cc(s, channel, 10, 64);  // pan
+        fluid_synth_cc(s, channel, 91, 40);  // reverb send
+        fluid_synth_cc(s, channel, 93, 0);   // chorus send
         fluid_synth_pitch_wheel_sens(s, channel, 2);
         fluid_synth_set_channel_type(s, channel, drum ? CHANNEL_TYPE_DRUM : CHANNEL_TYPE_MELODIC);
         fluid_synth_bank_select(s, channel, drum ? kDrumBank : 0);
@@ -365,10 +365,17 @@ void TSynthConsumer::SystemExclusive(const uint8_t* data, size_t length, int64_t
     if (length > 0 && data[length - 1] == midi::kSysExEnd) --length;
     if (length == 0) return;
     switch (reset_kind(data, length)) {
-        case TReset::kGm: fEngine->ResetPort(fPort, TBankStyle::kGm); return;
-        case TReset::kGs: fEngine->ResetPort(fPort, TBankStyle::kGs); return;
-        case TReset::kXg: fEngine->ResetPort(fPort, TBankStyle::kXg); return;
-        case TReset::kNone: break;
+        case TReset::kGm:
+            fEngine->ResetPort(fPort, TBankStyle::kGm);
+            return;
+        case TReset::kGs:
+            fEngine->ResetPort(fPort, TBankStyle::kGs);
+            return;
+        case TReset::kXg:
+            fEngine->ResetPort(fPort, TBankStyle::kXg);
+            return;
+        case TReset::kNone:
+            break;
     }
     if (is_gs_part_message(data, length)) {
         if (is_device(data[1])) fEngine->GsRhythmPart(fPort, data, length);

@@ -5,9 +5,9 @@
 // controller decides what they do and tells the bar what to show.
 //
 // Child names: "ToolBarTransport" with "ButtonPlay", "ButtonPause", "ButtonStop",
-// "ButtonPrev", "ButtonNext"; "StrViewTitle" with "StrViewTime" at its right; "StrViewPort" holding "StrViewPortA" and
-// "StrViewPortB"; "StrViewSysGM", "StrViewSysGS", "StrViewSys88", "StrViewSysXG";
-// "StrViewVolume", "StrViewKey", "StrViewTempo", "StrViewPos"; "SliderVolume",
+// "ButtonPrev", "ButtonNext"; "StrViewTitle" with "StrViewTime" at its right; "StrViewPort" holding
+// "StrViewPortA" and "StrViewPortB"; "StrViewSysGM", "StrViewSysGS", "StrViewSys88",
+// "StrViewSysXG"; "StrViewVolume", "StrViewKey", "StrViewTempo", "StrViewPos"; "SliderVolume",
 // "SliderKey", "SliderTempo", "SliderPos"; "StatBar".
 
 #include "player/compact_slider.h"

@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
-#include <termios.h>
-#include <unistd.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -346,7 +346,8 @@ TEST(Headless, WithoutOutputsNamedPortBPlaysThroughTheBuiltInSynthesizerToo) {
     smf.AddTrack().Port(0, 1).Program(0, 0, 0).NoteOn(0, 0, 60, 100).NoteOff(480, 0, 60);
     auto song = dir.Write("port-b.mid", smf.Bytes());
     auto played = dir.Path() / "played.wav";
-    ASSERT_EQ(run_quillmidi("--headless --wav " + quoted(played) + " " + quoted(song), dir).exitCode, 0);
+    ASSERT_EQ(
+        run_quillmidi("--headless --wav " + quoted(played) + " " + quoted(song), dir).exitCode, 0);
     EXPECT_GT(wav_facts(played).peak, 100) << "port B's note should be heard";
     auto rendered = dir.Path() / "rendered.wav";
     ASSERT_EQ(run_quillmidi("--render " + quoted(rendered) + " " + quoted(song), dir).exitCode, 0);
@@ -428,7 +429,8 @@ std::vector<std::string> status_drawings(const std::string& terminal) {
     std::vector<std::string> drawings;
     for (size_t at = terminal.find('\r'); at != std::string::npos;) {
         const size_t next = terminal.find('\r', at + 1);
-        drawings.push_back(terminal.substr(at + 1, next == std::string::npos ? next : next - at - 1));
+        drawings.push_back(
+            terminal.substr(at + 1, next == std::string::npos ? next : next - at - 1));
         at = next;
     }
     return drawings;
@@ -457,9 +459,10 @@ TEST(Headless, OnATerminalOneStatusLineRewritesItselfWithSongTimeAndBar) {
         << "drawn as the song starts";
     EXPECT_EQ(drawings.back(), "Quiet  0:03 / 0:03 [####################]\033[K\n")
         << "and left whole on its line at the end";
-    EXPECT_NE(std::find_if(drawings.begin(), drawings.end() - 1,
-                           [](const std::string& d) { return d.find("Quiet  0:01 / 0:03 [") == 0; }),
-              drawings.end() - 1)
+    EXPECT_NE(
+        std::find_if(drawings.begin(), drawings.end() - 1,
+                     [](const std::string& d) { return d.find("Quiet  0:01 / 0:03 [") == 0; }),
+        drawings.end() - 1)
         << "a second into the note";
     for (const std::string& drawing : drawings)
         EXPECT_LE(drawing.find("\033[K"), 79u) << "never wider than the terminal: " << drawing;
@@ -479,8 +482,7 @@ TEST(Headless, ANarrowTerminalCutsTheTitleAndTheBarAndPlainLinesStillGoToAFile) 
     EXPECT_EQ(drawings.back(), "夜想曲 A Very Lo  0:01 / 0:01\033[K\n");
     const std::vector<std::string> lines = lines_of(run.out);
     ASSERT_FALSE(lines.empty());
-    EXPECT_NE(std::find(lines.begin(), lines.end(), "夜想曲 A Very Long Song Title"),
-              lines.end())
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "夜想曲 A Very Long Song Title"), lines.end())
         << run.out;
     EXPECT_EQ(lines.back(), "  0:01 / 0:01") << run.out;
 }
@@ -488,9 +490,8 @@ TEST(Headless, ANarrowTerminalCutsTheTitleAndTheBarAndPlainLinesStillGoToAFile) 
 TEST(Headless, WithoutATerminalThePlayerWritesPlainLines) {
     TTempDir dir;
     const auto song = second_long_song(dir, "Quiet");
-    TResult result = run_quillmidi("--headless --wav " + quoted(dir.Path() / "o.wav") + " " +
-                                       quoted(song),
-                                   dir);
+    TResult result =
+        run_quillmidi("--headless --wav " + quoted(dir.Path() / "o.wav") + " " + quoted(song), dir);
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.err.find('\r'), std::string::npos) << result.err;
     EXPECT_EQ(result.err.find('\033'), std::string::npos) << result.err;

@@ -56,7 +56,7 @@ TEST(MidiOutPorts, AConsumerOnBothPortsIsMutedTwiceAndAVanishedOneIsIgnored) {
 // A consumer that plays each port on channels of its own (the built-in synthesizer): it
 // learns which port an event came through.
 class TTwoPortLog : public TMidiConsumer {
-public:
+  public:
     explicit TTwoPortLog(std::string name) : TMidiConsumer(std::move(name)) { Register(); }
     ~TTwoPortLog() override { DisconnectAllProducers(); }
     bool IsLocal() const override { return true; }
@@ -70,7 +70,7 @@ public:
     }
     std::vector<std::string> events;
 
-private:
+  private:
     std::mutex fLock;
 };
 

@@ -180,19 +180,23 @@ TWavFile render_dry(const std::vector<uint8_t>& song, const TTempDir& dir) {
 }
 
 // One note of a program on port A's channel, alone: what that program sounds like.
-std::vector<double> reference(uint8_t channel, uint8_t program, uint8_t note,
-                              const TTempDir& dir) {
+std::vector<double> reference(uint8_t channel, uint8_t program, uint8_t note, const TTempDir& dir) {
     TSmfBuilder smf(1, kBeat);
-    smf.AddTrack().Program(0, channel, program).NoteOn(0, channel, note, 100).NoteOff(kBeat, channel,
-                                                                                     note);
+    smf.AddTrack()
+        .Program(0, channel, program)
+        .NoteOn(0, channel, note, 100)
+        .NoteOff(kBeat, channel, note);
     return spectrum(render_dry(smf.Bytes(), dir), 0.05);
 }
 
 TEST(OfflineRender, ANoteOnPortBAloneIsHeard) {
     TTempDir dir;
     TSmfBuilder smf(1, kBeat);
-    smf.AddTrack().Port(0, 1).Program(0, 0, kPianoProgram).NoteOn(0, 0, 60, 100).NoteOff(kBeat, 0,
-                                                                                        60);
+    smf.AddTrack()
+        .Port(0, 1)
+        .Program(0, 0, kPianoProgram)
+        .NoteOn(0, 0, 60, 100)
+        .NoteOff(kBeat, 0, 60);
     const TWavFile wav = render_dry(smf.Bytes(), dir);
     ASSERT_EQ(wav.problem, "");
     EXPECT_GT(wav.PeakOf(0, wav.Frames()), kSoundPeak);
@@ -208,10 +212,16 @@ TEST(OfflineRender, TheSameChannelOnBothPortsKeepsTwoPrograms) {
     ASSERT_GT(distance(flute, piano), 0.2) << "the two references must differ to tell anything";
 
     TSmfBuilder smf(1, kBeat);
-    smf.AddTrack().Port(0, 0).Program(0, 0, kFluteProgram).NoteOn(2 * kBeat, 0, 60, 100).NoteOff(
-        kBeat, 0, 60);
-    smf.AddTrack().Port(0, 1).Program(0, 0, kPianoProgram).NoteOn(6 * kBeat, 0, 60, 100).NoteOff(
-        kBeat, 0, 60);
+    smf.AddTrack()
+        .Port(0, 0)
+        .Program(0, 0, kFluteProgram)
+        .NoteOn(2 * kBeat, 0, 60, 100)
+        .NoteOff(kBeat, 0, 60);
+    smf.AddTrack()
+        .Port(0, 1)
+        .Program(0, 0, kPianoProgram)
+        .NoteOn(6 * kBeat, 0, 60, 100)
+        .NoteOff(kBeat, 0, 60);
     const TWavFile wav = render_dry(smf.Bytes(), dir);
     ASSERT_EQ(wav.problem, "");
     ASSERT_GT(wav.PeakOf(size_t(3.0 * 44100), size_t(3.5 * 44100)), kSoundPeak)
@@ -231,8 +241,10 @@ TEST(OfflineRender, PortBHasItsOwnDrumChannel) {
     ASSERT_GT(distance(drum, piano), 0.2);
 
     TSmfBuilder smf(1, kBeat);
-    smf.AddTrack().Port(0, 1).NoteOn(0, kDrumChannel, kSnare, 100).NoteOff(kBeat, kDrumChannel,
-                                                                           kSnare);
+    smf.AddTrack()
+        .Port(0, 1)
+        .NoteOn(0, kDrumChannel, kSnare, 100)
+        .NoteOff(kBeat, kDrumChannel, kSnare);
     const TWavFile wav = render_dry(smf.Bytes(), dir);
     ASSERT_GT(wav.PeakOf(0, wav.Frames()), kSoundPeak) << "port B's drum is heard";
     const std::vector<double> portB = spectrum(wav, 0.05);
@@ -246,12 +258,16 @@ TEST(OfflineRender, AGsRhythmPartOnPortBTurnsPortBsChannelIntoDrums) {
     const std::vector<double> drum = reference(kDrumChannel, 0, kSnare, dir);
     const std::vector<double> piano = reference(0, kPianoProgram, kSnare, dir);
     // Address 40 11 15 (part 1), value 2 (drum map 2), Roland checksum 18.
-    const std::vector<uint8_t> rhythmPart{0x41, 0x10, 0x42, 0x12, 0x40, 0x11, 0x15, 0x02, 0x18, 0xF7};
+    const std::vector<uint8_t> rhythmPart{0x41, 0x10, 0x42, 0x12, 0x40,
+                                          0x11, 0x15, 0x02, 0x18, 0xF7};
 
     TSmfBuilder smf(1, kBeat);
     smf.AddTrack().Port(0, 0).NoteOn(4 * kBeat, 0, kSnare, 100).NoteOff(kBeat, 0, kSnare);
-    smf.AddTrack().Port(0, 1).SysEx(0, rhythmPart).NoteOn(kBeat, 0, kSnare, 100).NoteOff(kBeat, 0,
-                                                                                         kSnare);
+    smf.AddTrack()
+        .Port(0, 1)
+        .SysEx(0, rhythmPart)
+        .NoteOn(kBeat, 0, kSnare, 100)
+        .NoteOff(kBeat, 0, kSnare);
     const TWavFile wav = render_dry(smf.Bytes(), dir);
     ASSERT_GT(wav.PeakOf(size_t(0.5 * 44100), size_t(1.0 * 44100)), kSoundPeak);
     ASSERT_GT(wav.PeakOf(size_t(2.0 * 44100), size_t(2.5 * 44100)), kSoundPeak);
@@ -303,8 +319,11 @@ TEST(OfflineRender, AResetOnPortBResetsPortBOnly) {
     const std::vector<uint8_t> gsReset{0x41, 0x10, 0x42, 0x12, 0x40, 0x00, 0x7F, 0x00, 0x41, 0xF7};
 
     TSmfBuilder smf(1, kBeat);
-    smf.AddTrack().Port(0, 0).Program(0, 0, kFluteProgram).NoteOn(kBeat, 0, 60, 100).NoteOff(
-        kBeat, 0, 60);
+    smf.AddTrack()
+        .Port(0, 0)
+        .Program(0, 0, kFluteProgram)
+        .NoteOn(kBeat, 0, 60, 100)
+        .NoteOff(kBeat, 0, 60);
     smf.AddTrack()
         .Port(0, 1)
         .Program(0, 0, kFluteProgram)

@@ -81,7 +81,7 @@ TEST(MidiEndpoints, APortBProducerReachesAnOrdinaryConsumerUnchanged) {
 // One that plays ports apart is told the port of each event.
 TEST(MidiEndpoints, AConsumerOfTwoPortsLearnsWhichPortSentEachEvent) {
     class TPortLog : public TMidiConsumer {
-    public:
+      public:
         TPortLog() : TMidiConsumer("port log") {}
         bool IsLocal() const override { return true; }
         void Receive(const uint8_t* data, size_t, bool, int64_t) override {

@@ -189,8 +189,8 @@ TEST(SynthConsumer, ResetOnPortBLeavesPortAAlone) {
         TWavFile wav = s.Finish(0);
         ASSERT_TRUE(s.finished);
         ASSERT_EQ(wav.problem, "");
-        EXPECT_LE(wav.PeakOf(0, wav.Frames()), kSilencePeak) << "reset 0x" << std::hex
-                                                             << int(reset[0]);
+        EXPECT_LE(wav.PeakOf(0, wav.Frames()), kSilencePeak)
+            << "reset 0x" << std::hex << int(reset[0]);
     }
 }
 

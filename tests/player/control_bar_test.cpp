@@ -42,11 +42,11 @@ protected:
 TEST_F(ControlBar, EveryChildKeepsItsName) {
     EXPECT_EQ(bar.objectName(), "ControlBar");
     for (const char* name :
-         {"StrViewTitle", "StrViewTime", "StrViewPort", "StrViewPortA", "StrViewPortB", "StrViewSysGM",
-          "StrViewSysGS", "StrViewSys88", "StrViewSysXG", "StrViewVolume", "StrViewKey",
-          "StrViewTempo", "StrViewPos", "SliderVolume", "SliderKey", "SliderTempo", "SliderPos",
-          "StatBar", "ToolBarTransport", "ButtonPlay", "ButtonPause", "ButtonStop", "ButtonPrev",
-          "ButtonNext"}) {
+         {"StrViewTitle", "StrViewTime",  "StrViewPort",  "StrViewPortA",     "StrViewPortB",
+          "StrViewSysGM", "StrViewSysGS", "StrViewSys88", "StrViewSysXG",     "StrViewVolume",
+          "StrViewKey",   "StrViewTempo", "StrViewPos",   "SliderVolume",     "SliderKey",
+          "SliderTempo",  "SliderPos",    "StatBar",      "ToolBarTransport", "ButtonPlay",
+          "ButtonPause",  "ButtonStop",   "ButtonPrev",   "ButtonNext"}) {
         EXPECT_NE(bar.findChild<QWidget*>(name), nullptr) << name;
     }
 }

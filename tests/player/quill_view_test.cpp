@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <QLabel>
-
 #include <algorithm>
 #include <cstring>
 #include <memory>
