@@ -91,8 +91,9 @@ public:
     // from now on come from.
     void SelectPort(int port);
 
-    // Sending side, any thread: port B's events join the queue behind a port tag; only a
-    // SysEx longer than kTaggedInlineBytes is copied to the heap on the way.
+    // Sending side, any thread: port B's events join the queue behind a two-byte port
+    // tag, put together on the stack; only a SysEx longer than kTaggedInlineBytes is put
+    // together on the heap (besides the queue's own copy of any SysEx that long).
     void ReceiveOnPort(int port, const uint8_t* data, size_t length, bool atomic,
                        int64_t time) override;
     static constexpr size_t kTaggedInlineBytes = 512;
