@@ -168,6 +168,26 @@ TEST(SynthConsumer, PortBPlaysOnChannelsOfItsOwn) {
     EXPECT_GT(wav.PeakOf(0, wav.Frames()), kSoundPeak);
 }
 
+// A SysEx too long for the tag's stack buffer takes the heap way through port B without
+// disturbing the events behind it, which keep their port.
+TEST(SynthConsumer, ALongSysExThroughPortBLeavesTheNextEventsOnPortB) {
+    TSynthInWav s;
+    ASSERT_TRUE(s.synth) << s.error;
+    TMidiLocalProducer portB{"synth test B"};
+    portB.SetPort(1);
+    portB.Connect(s.synth.get());
+    std::vector<uint8_t> longSysEx(TSynthConsumer::kTaggedInlineBytes + 100, 0x01);
+    longSysEx.front() = 0x7D;  // non-commercial: nobody acts on it
+    longSysEx.back() = 0xF7;
+    s.producer.SprayControlChange(0, kVolume, 0, 0);
+    portB.SpraySystemExclusive(longSysEx.data(), longSysEx.size(), 0);
+    portB.SprayNoteOn(0, kMiddleC, 100, 0);
+    sleep_ms(300);
+    TWavFile wav = s.Finish(0);
+    ASSERT_TRUE(s.finished);
+    EXPECT_GT(wav.PeakOf(0, wav.Frames()), kSoundPeak);
+}
+
 // A reset that reaches the synthesizer through port B resets port B only: port A's
 // channel 1, turned down before it, stays silent.
 TEST(SynthConsumer, ResetOnPortBLeavesPortAAlone) {
