@@ -79,6 +79,7 @@ constexpr TIndicatorItem kResetItems[] = {{"StrViewSysGM", "GM"},
 constexpr int kReadoutPadding = 6;
 constexpr int kGroupSpacing = 8;
 constexpr int kIndicatorSpacing = 2;
+constexpr int kTitleTimeGap = 8;
 
 QHBoxLayout* row_layout(QWidget* owner, int spacing) {
     auto* layout = new QHBoxLayout(owner);
@@ -96,11 +97,7 @@ TControlBar::TControlBar(const veldan::TLLT& texts, QWidget* parent) : QWidget(p
     auto* top = new QWidget(this);
     QHBoxLayout* topRow = row_layout(top, kGroupSpacing);
     topRow->addWidget(MakeTransport());
-    fTitle = new TLCDIndicator("StrViewTitle", QString(), TLit::kLit, top);
-    fTitle->setAlignment(Qt::AlignVCenter | Qt::AlignLeft);
-    // A long title must not widen the window; it is cut at the right.
-    fTitle->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-    topRow->addWidget(fTitle, 1);
+    topRow->addWidget(MakeTitleDisplay(), 1);
     topRow->addWidget(MakeIndicators());
     topRow->addWidget(MakeListButton());
 
@@ -117,6 +114,28 @@ TControlBar::TControlBar(const veldan::TLLT& texts, QWidget* parent) : QWidget(p
     column->addWidget(fStatusBar);
 
     ApplyLanguage(texts);
+}
+
+// The title and the time side by side on one black strip: the time keeps its room at
+// the right, and a long title is cut before it, never under it.
+QWidget* TControlBar::MakeTitleDisplay() {
+    auto* display = new QWidget;
+    // The gap between a cut title and the time is part of the same strip.
+    display->setAutoFillBackground(true);
+    QPalette strip = display->palette();
+    strip.setColor(QPalette::Window, TLCDIndicator::Background(TLit::kLit));
+    display->setPalette(strip);
+    QHBoxLayout* row = row_layout(display, kTitleTimeGap);
+    fTitle = new TLCDIndicator("StrViewTitle", QString(), TLit::kLit, display);
+    fTitle->setAlignment(Qt::AlignVCenter | Qt::AlignLeft);
+    // A long title must not widen the window; it is cut at the right.
+    fTitle->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    row->addWidget(fTitle, 1);
+    fTime = new TLCDIndicator("StrViewTime", QString(), TLit::kLit, display);
+    fTime->setAlignment(Qt::AlignVCenter | Qt::AlignRight);
+    fTime->setSizePolicy(QSizePolicy::Minimum, QSizePolicy::Preferred);
+    row->addWidget(fTime);
+    return display;
 }
 
 QWidget* TControlBar::MakeTransport() {
@@ -263,6 +282,11 @@ bool TControlBar::IsSliderDragged(TSlider slider) const {
 void TControlBar::SetTitle(const std::string& title) {
     fTitle->setText(QString::fromStdString(title));
     fTitle->repaint();
+}
+
+void TControlBar::SetTime(int64_t elapsedUs, int64_t totalUs) {
+    const QString text = QString::fromStdString(elapsed_total_text(elapsedUs, totalUs));
+    if (text != fTime->text()) fTime->setText(text);
 }
 
 void TControlBar::SetStatusText(const std::string& text) {

@@ -470,6 +470,8 @@ void TQuillView::UpdatePortCompos() {
 }
 
 void TQuillView::UpdatePosCompo() {
+    // The time goes on while the user drags: the song plays on until the thumb is let go.
+    fControlBar->SetTime(PositionUs(), fProducer.CountTracks() > 0 ? SongLengthUs() : -1);
     // The user's drag wins over the song's progress.
     if (fControlBar->IsSliderDragged(TControlBar::kPos)) return;
     uint32_t total = fProducer.CountTicks();
