@@ -100,12 +100,24 @@ void TChannelPanel::ApplyLanguage(const veldan::TLLT& texts) {
     const QString solo = QString::fromUtf8(texts.Text(llt_key("Button_Solo_Short")));
     const QString muteTip = QString::fromUtf8(texts.Text(llt_key("ToolTip_Mute")));
     const QString soloTip = QString::fromUtf8(texts.Text(llt_key("ToolTip_Solo")));
-    for (auto& strips : fStrips)
-        for (TStrip& strip : strips) {
+    // A letter is no name to a screen reader: every button says its port and channel.
+    const QString muteName = QString::fromUtf8(texts.Text(llt_key("Access_Mute")));
+    const QString soloName = QString::fromUtf8(texts.Text(llt_key("Access_Solo")));
+    const QString meterName = QString::fromUtf8(texts.Text(llt_key("Access_Meter")));
+    for (int port = 0; port < TOutputChain::kPorts; ++port)
+        for (int channel = 0; channel < kChannels; ++channel) {
+            TStrip& strip = fStrips[size_t(port)][size_t(channel)];
+            const auto name = [&](QString text) {
+                return text.replace("%p", kPortNames[port])
+                    .replace("%c", QString::number(channel + 1));
+            };
             strip.mute->setText(mute);
             strip.mute->setToolTip(muteTip);
+            strip.mute->setAccessibleName(name(muteName));
             strip.solo->setText(solo);
             strip.solo->setToolTip(soloTip);
+            strip.solo->setAccessibleName(name(soloName));
+            strip.meter->setAccessibleName(name(meterName));
         }
 }
 
