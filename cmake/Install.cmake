@@ -26,6 +26,8 @@ install(FILES ${PROJECT_SOURCE_DIR}/resources/desktop/quillmidi.desktop
         DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 install(FILES ${PROJECT_SOURCE_DIR}/resources/desktop/quillmidi.svg
         DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)
+# The PNG sizes the build rendered from the SVG (app/CMakeLists.txt).
+install(DIRECTORY ${CMAKE_BINARY_DIR}/icons/hicolor DESTINATION ${CMAKE_INSTALL_DATADIR}/icons)
 install(FILES ${PROJECT_SOURCE_DIR}/resources/desktop/quillmidi-playlist.xml
         DESTINATION ${CMAKE_INSTALL_DATADIR}/mime/packages)
 

@@ -91,8 +91,14 @@ TEST_P(QuillWinRenderTest, MainWindowRendersWhole) { Render(GetParam()); }
 INSTANTIATE_TEST_SUITE_P(Languages, QuillWinRenderTest,
                          ::testing::Values("English.llt", "Japanese.llt"));
 
-TEST(AppIcon, IsDrawnInEverySizeWithAClearCornerAndTheFaceInside) {
+TEST(AppIcon, IsReadFromItsSvgInEverySizeWithAClearCornerAndTheFaceInside) {
     widget_application();
+    for (int size : kAppIconSizes) {
+        const QImage image = render_app_icon(size);
+        ASSERT_EQ(image.size(), QSize(size, size)) << "the SVG was not read";
+        EXPECT_EQ(qAlpha(image.pixel(0, 0)), 0) << size;
+        EXPECT_EQ(image.pixelColor(size / 2, size - 1 - size / 16).alpha(), 255) << size;
+    }
     const QIcon icon = app_icon();
     for (int size : {16, 48, 256}) {
         const QPixmap pixmap = icon.pixmap(size, size);
