@@ -81,15 +81,15 @@ install(FILES ${PROJECT_SOURCE_DIR}/resources/desktop/quillmidi-playlist.xml
 set(CPACK_PACKAGE_NAME quillmidi)
 set(CPACK_PACKAGE_VENDOR "VELDAN")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "player for Standard MIDI Files with playlists")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "player for Standard MIDI Files with playlists
- Quill MIDI plays Standard MIDI Files (formats 0 and 1) in real time through its
- built-in General MIDI synthesizer or any MIDI synthesizer on the system, which
- it reaches by two MIDI OUT ports (ALSA sequencer and JACK). Songs are kept in
- playlists and played in order, at random, or at random as learned from the
- songs the user skips. Sliders set volume, key, tempo and position; system
- resets (GM, GS, 88, XG) go out before each song. The interface texts come
- from language files (English and Japanese included). A command-line player
- and a renderer to WAV or FLAC are included.")
+# The extended description; CPack puts the summary above it and indents its lines.
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Quill MIDI plays Standard MIDI Files (formats 0 and 1) in real time through
+its built-in General MIDI synthesizer or any MIDI synthesizer on the system,
+which it reaches by two MIDI OUT ports (ALSA sequencer and JACK). Songs are
+kept in playlists and played in order, at random, or at random as learned
+from the songs the user skips. Sliders set volume, key, tempo and position;
+system resets (GM, GS, 88, XG) go out before each song. The interface texts
+come from language files (English and Japanese included). A command-line
+player and a renderer to WAV or FLAC are included.")
 set(CPACK_PACKAGE_HOMEPAGE_URL ${QUILL_HOMEPAGE})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
