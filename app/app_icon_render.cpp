@@ -6,7 +6,6 @@
 #include <QGuiApplication>
 #include <QImage>
 #include <QString>
-
 #include <cstdio>
 
 #include "app/app_icon.h"
