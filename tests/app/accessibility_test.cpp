@@ -28,6 +28,7 @@
 #include "player/channel_panel.h"
 #include "player/compact_slider.h"
 #include "player/control_bar.h"
+#include "player/lcd_indicator.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
 #include "tests/player/language_fixture.h"
@@ -240,6 +241,23 @@ TEST_F(Accessibility, SlidersTellTheirValueInTheirUnitAndTakeAValueFromAScreenRe
     volumeIface->valueInterface()->setCurrentValue(150);
     ASSERT_TRUE(process_until([&] { return win->View()->Chain().Filter(0).Volume() == 150; }));
     EXPECT_EQ(volume->value(), 150);
+}
+
+TEST_F(Accessibility, IndicatorsSayWhatTheyShowAndWhetherTheyAreLit) {
+    auto win = MakeWin(builtin_language(), 1);
+    auto* portA = win->findChild<quill::TLCDIndicator*>("StrViewPortA");
+    auto* gs = win->findChild<quill::TLCDIndicator*>("StrViewSysGS");
+    ASSERT_TRUE(portA && gs);
+    QAccessibleInterface* port = QAccessible::queryAccessibleInterface(portA);
+    EXPECT_EQ(port->text(QAccessible::Name), "MIDI OUT port A");
+    win->View()->ControlBar()->SetPortLit(0, false);
+    EXPECT_EQ(port->text(QAccessible::Description), "not connected");
+    win->View()->ControlBar()->SetPortLit(0, true);
+    EXPECT_EQ(port->text(QAccessible::Description), "connected");
+    win->View()->ControlBar()->SetResetLit(2, quill::TLCDIndicator::TLit::kHalfLit);
+    QAccessibleInterface* reset = QAccessible::queryAccessibleInterface(gs);
+    EXPECT_EQ(reset->text(QAccessible::Name), "GS reset");
+    EXPECT_EQ(reset->text(QAccessible::Description), "being sent");
 }
 
 TEST_F(Accessibility, TheTitleDisplayReadsTheSongTitle) {

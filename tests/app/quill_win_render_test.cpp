@@ -10,6 +10,7 @@
 #include <QMenuBar>
 
 #include "app/app_icon.h"
+#include "app/dialogs/about_win.h"
 #include "app/quill_win.h"
 #include "app/settings/exit_state.h"
 #include "app/settings/pref.h"
@@ -111,6 +112,22 @@ TEST(AppIcon, IsReadFromItsSvgInEverySizeWithAClearCornerAndTheFaceInside) {
     }
     QDir().mkpath(QUILL_RENDER_DIR);
     EXPECT_TRUE(icon.pixmap(256, 256).save(QString(QUILL_RENDER_DIR) + "/app_icon.png"));
+}
+
+TEST(AppIcon, TheAboutBoxShowsTheApplicationsIcon) {
+    widget_application();
+    const QIcon before = QApplication::windowIcon();
+    QApplication::setWindowIcon(app_icon());
+    TTempDir folders;
+    TAboutWin about(builtin_language(), TLanguageFolders{folders.Path()}, folders.Path());
+    QApplication::setWindowIcon(before);
+    const auto* icon = about.findChild<QLabel*>("StrViewAppIcon");
+    ASSERT_NE(icon, nullptr);
+    const QImage image = icon->pixmap().toImage();
+    ASSERT_FALSE(image.isNull());
+    EXPECT_EQ(image.pixelColor(image.width() * 3 / 4, image.height() * 3 / 4).name(), "#d8ff4a");
+    about.show();
+    save_render(about, "about_with_icon", QUILL_RENDER_DIR);
 }
 
 }  // namespace
