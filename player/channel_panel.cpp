@@ -1,5 +1,7 @@
 #include "player/channel_panel.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QGridLayout>
 #include <QLabel>
 #include <QPainter>
@@ -51,8 +53,52 @@ class TChannelMeter : public QWidget {
     int32_t fLevel = 0;
 };
 
+namespace {
+
+// A meter reads as a progress bar (Qt 6.4 has no level bar) whose value is the notes
+// sounding. It sends no change events: at the display rate they would drown everything
+// else a screen reader says.
+class TChannelMeterAccessible : public QAccessibleWidget, public QAccessibleValueInterface {
+  public:
+    explicit TChannelMeterAccessible(TChannelMeter* meter)
+        : QAccessibleWidget(meter, QAccessible::ProgressBar) {}
+
+    void* interface_cast(QAccessible::InterfaceType type) override {
+        if (type == QAccessible::ValueInterface) {
+            return static_cast<QAccessibleValueInterface*>(this);
+        }
+        return QAccessibleWidget::interface_cast(type);
+    }
+    QString text(QAccessible::Text kind) const override {
+        if (kind == QAccessible::Value) return QString::number(Meter()->Level());
+        return QAccessibleWidget::text(kind);
+    }
+    QVariant currentValue() const override { return Meter()->Level(); }
+    void setCurrentValue(const QVariant&) override {}
+    QVariant maximumValue() const override { return kFullScaleNotes; }
+    QVariant minimumValue() const override { return 0; }
+    QVariant minimumStepSize() const override { return 1; }
+
+  private:
+    TChannelMeter* Meter() const { return static_cast<TChannelMeter*>(widget()); }
+};
+
+QAccessibleInterface* channel_meter_accessible(const QString&, QObject* object) {
+    if (auto* meter = dynamic_cast<TChannelMeter*>(object)) {
+        return new TChannelMeterAccessible(meter);
+    }
+    return nullptr;
+}
+
+}  // namespace
+
 TChannelPanel::TChannelPanel(const veldan::TLLT& texts, TOutputChain& chain, QWidget* parent)
     : QWidget(parent), fChain(chain) {
+    static const bool accessible = [] {
+        QAccessible::installFactory(channel_meter_accessible);
+        return true;
+    }();
+    (void)accessible;
     setObjectName("ChannelPanel");
     auto* grid = new QGridLayout(this);
     grid->setContentsMargins(4, 2, 4, 2);

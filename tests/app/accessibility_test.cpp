@@ -211,6 +211,16 @@ TEST_P(AccessibilityIn, TheChannelPanelNamesEveryButtonByPortAndChannel) {
     }
     EXPECT_EQ(buttons, 2 * 2 * quill::TChannelPanel::kChannels);
     EXPECT_EQ(int(names.size()), buttons) << "two buttons share a name";
+
+    // The meters read as bars whose value is the notes sounding.
+    QWidget* meter = win->View()->ChannelPanel()->findChild<QWidget*>("MeterB16");
+    ASSERT_NE(meter, nullptr);
+    QAccessibleInterface* iface = QAccessible::queryAccessibleInterface(meter);
+    EXPECT_EQ(iface->role(), QAccessible::ProgressBar);
+    EXPECT_FALSE(iface->text(QAccessible::Name).isEmpty());
+    ASSERT_NE(iface->valueInterface(), nullptr);
+    EXPECT_EQ(iface->valueInterface()->currentValue().toInt(),
+              win->View()->ChannelPanel()->MeterLevel(1, 15));
 }
 
 TEST_P(AccessibilityIn, EveryFocusableControlOfThePreferencesIsNamedAndInItsRole) {
