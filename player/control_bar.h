@@ -103,6 +103,8 @@ private:
     QWidget* MakeIndicators();
     QWidget* MakeListButton();
     QWidget* MakeSliders();
+    void ChainFocus();
+    void LabelIndicators(const veldan::TLLT& texts);
     void UpdateReadout(int slider);
     void FitReadout(int slider);
 

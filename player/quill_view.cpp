@@ -10,6 +10,7 @@
 #include "app/settings/pref.h"
 #include "midi/roster.h"
 #include "player/channel_panel.h"
+#include "player/list_hint.h"
 #include "player/lyrics_view.h"
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
@@ -82,6 +83,9 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
     fControlBar->SetTarget(this);
     fPlaylist = new TOrvickView(texts, false, loaderFolder, this);
     fPlaylist->SetOwner(this);
+    new TListHint(texts, fPlaylist);
+    // The list has the keys when the window opens; the control bar is a Tab away.
+    fPlaylist->setFocus();
     fPlaylist->SetStatusFn([this](const std::string& text) { fControlBar->SetStatusText(text); });
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -498,6 +502,7 @@ void TQuillView::LanguageChanged() {
     fChannels->ApplyLanguage(fTexts);
     fLyrics->ApplyLanguage(fTexts);
     fPlaylist->LanguageChanged();
+    if (auto* hint = fPlaylist->findChild<TListHint*>()) hint->ApplyLanguage(fTexts);
     UpdateWinTitle();
 }
 
