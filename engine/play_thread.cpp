@@ -61,14 +61,20 @@ bool TPlayThread::PauseHere() {
     return Suspend();
 }
 
+bool TPlayThread::RequestPending() const {
+    return fProducer->fPauseRequest.load(std::memory_order_acquire) != 0 ||
+           (fSeek.load(std::memory_order_acquire) & kSeekPending) != 0;
+}
+
 bool TPlayThread::SleepToDeadline(int64_t deadlineUs) {
-    while (veldan::system_time() < deadlineUs) {
-        if (!SleepUntil(deadlineUs)) return false;
-        if (fProducer->fPauseRequest.load(std::memory_order_acquire) ||
-            (fSeek.load(std::memory_order_acquire) & kSeekPending))
-            break;
+    for (;;) {
+        // Armed before the requests are read: one raised after the read bumps the
+        // signal word past the token, and the sleep returns at once.
+        const uint32_t token = ArmSleep();
+        if (StopRequested()) return false;
+        if (RequestPending() || veldan::system_time() >= deadlineUs) return true;
+        if (!SleepUntil(deadlineUs, token)) return false;
     }
-    return !StopRequested();
 }
 
 int32_t TPlayThread::Execute() {

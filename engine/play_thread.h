@@ -35,6 +35,7 @@ protected:
 private:
     bool TakeSeek(uint32_t* tick);
     bool PauseHere();
+    bool RequestPending() const;
     bool SleepToDeadline(int64_t deadlineUs);
 
     TSMFProducer* fProducer;

@@ -151,3 +151,72 @@ TEST(PlayThread, PlayAfterStopStartsTheSongAgainFromTheTop) {
 }
 
 }  // namespace
+
+namespace {
+
+// Groups of controller events, each followed by a rest of kRestTicks: a request that the
+// thread misses while it sends a group waits out the whole rest.
+constexpr uint16_t kBoundaryDivision = 480;
+constexpr uint32_t kRestTicks = kBoundaryDivision * 60;  // 30 s at rate 100
+constexpr int kGroups = 8;
+constexpr uint8_t kMarkerChannel = 15;
+
+std::vector<uint8_t> groups_with_long_rests() {
+    TSmfBuilder smf(1, kBoundaryDivision);
+    TTrackBuilder& track = smf.AddTrack();
+    for (int group = 0; group < kGroups; ++group) {
+        track.NoteOn(group == 0 ? 0 : kRestTicks, kMarkerChannel, uint8_t(60 + group), 1);
+        for (int i = 0; i < 48; ++i) track.Control(0, uint8_t(i % 15), 7, uint8_t(i));
+    }
+    // Play after a pause sends the awaited tick at once: the last group is followed by
+    // two rests, so that the song never ends under the test.
+    track.NoteOff(kRestTicks, kMarkerChannel, 60).NoteOff(kRestTicks, kMarkerChannel, 61);
+    return smf.Bytes();
+}
+
+size_t count_marker(const TMidiRecorder& recorder, uint8_t note) {
+    size_t count = 0;
+    for (const auto& entry : recorder.Entries()) {
+        const uint8_t* bytes = recorder.BytesOf(entry);
+        if (entry.length == 3 && bytes[0] == (0x90 | kMarkerChannel) && bytes[1] == note) ++count;
+    }
+    return count;
+}
+
+}  // namespace
+
+TEST(PlayThread, PauseRightAfterASeekNeverWaitsOutTheRest) {
+    TChainFixture f;
+    ASSERT_EQ(f.producer.SetTo(groups_with_long_rests()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 1));
+    for (int round = 0; round < 300; ++round) {
+        // The seek wakes the thread, which sends a group and goes back to sleep; the
+        // pause lands somewhere in that stretch, often just before the sleep.
+        ASSERT_EQ(f.producer.SetCurrentTick(uint32_t(round % kGroups) * kRestTicks), 0);
+        const int64_t before = veldan::system_time();
+        f.producer.Pause();
+        ASSERT_LT(veldan::system_time() - before, 2000000)
+            << "round " << round << ": Pause waited for the 30 s rest";
+        ASSERT_TRUE(f.producer.IsPaused()) << "round " << round;
+        f.producer.Play();
+    }
+}
+
+TEST(PlayThread, ASeekRightAfterASeekIsNeverLeftWaitingForTheRest) {
+    TChainFixture f;
+    ASSERT_EQ(f.producer.SetTo(groups_with_long_rests()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 1));
+    for (int round = 0; round < 200; ++round) {
+        const int first = round % kGroups;
+        const int second = (round + 3) % kGroups;
+        const size_t seen = count_marker(f.portA, uint8_t(60 + second));
+        // The second request comes while the thread sends the first group.
+        ASSERT_EQ(f.producer.SetCurrentTick(uint32_t(first) * kRestTicks), 0);
+        ASSERT_EQ(f.producer.SetCurrentTick(uint32_t(second) * kRestTicks), 0);
+        ASSERT_TRUE(wait_for([&] { return count_marker(f.portA, uint8_t(60 + second)) > seen; },
+                             std::chrono::milliseconds(2000)))
+            << "round " << round << ": the second seek waited for the 30 s rest";
+    }
+}
