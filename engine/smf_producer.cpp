@@ -207,6 +207,7 @@ bool TSMFProducer::IsPlaying() const {
 
 void TSMFProducer::SetTempoRate(int32_t percent) {
     fTempoRate.store(std::max<int32_t>(percent, 1), std::memory_order_relaxed);
+    if (fPlayThread) fPlayThread->Wake();
 }
 
 int32_t TSMFProducer::SetCurrentTick(uint32_t tick) {

@@ -51,6 +51,8 @@ public:
     bool IsPaused() const { return fPaused; }
 
     // The tempo rate in percent of the song's own tempo; values below 1 are taken as 1.
+    // A playing thread is woken and plays the rest it was sleeping through at the new
+    // rate from now on.
     void SetTempoRate(int32_t percent);
     int32_t TempoRate() const { return fTempoRate.load(std::memory_order_relaxed); }
 

@@ -26,6 +26,48 @@ TEST(PlayTiming, IntervalsFollowTicksTempoAndRate) {
     EXPECT_EQ(map.TempoAt(960), 1000000u);
 }
 
+TEST(SongClock, ARateChangeRetimesOnlyWhatIsLeft) {
+    TSongClock clock;
+    clock.Start(0, 0, 500000, 480, 200);
+    EXPECT_EQ(clock.TimeOf(480), 250000);
+    // 1000 us at rate 200 played 2000 us of the song; the other 498000 us go at rate 100.
+    clock.SetRate(1000, 100);
+    EXPECT_EQ(clock.TimeOf(480), 499000);
+    clock.SetTempo(480, 250000);  // from tick 480 on, a quarter is 250 ms
+    EXPECT_EQ(clock.TimeOf(960), 749000);
+}
+
+TEST(SongClock, RoundingNeverAccumulatesOverTempoEventsOrRateChanges) {
+    // 333333 us per quarter at division 480: a tick is 694.44375 us, never whole.
+    TSongClock once;
+    once.Start(0, 0, 333333, 480, 100);
+    TSongClock often;
+    often.Start(0, 0, 333333, 480, 100);
+    for (uint32_t tick = 1; tick <= 4800; ++tick) {
+        often.SetTempo(tick, 333333);                       // a Set Tempo on every tick
+        often.SetRate(often.TimeOf(tick) + 7, 100);          // and a slider nudge after it
+    }
+    EXPECT_EQ(often.TimeOf(9600), once.TimeOf(9600));
+    EXPECT_EQ(once.TimeOf(9600), 6666660);
+
+    // Many rates in turn: the song time they covered adds up exactly.
+    TSongClock clock;
+    clock.Start(0, 0, 500000, 96, 100);
+    __int128 covered = 0;  // in units of 1/(100 x division) us of song time
+    int64_t now = 0;
+    for (int i = 0; i < 10000; ++i) {
+        const int32_t rate = 37 + (i * 53) % 400;
+        clock.SetRate(now, rate);
+        covered += __int128(13) * 96 * rate;
+        now += 13;
+    }
+    clock.SetRate(now, 100);
+    const __int128 total = __int128(960000) * 500000 * 100;  // 10000 quarters in units
+    EXPECT_EQ(clock.TimeOf(960000), int64_t(now + (total - covered) / (96 * 100)));
+    TTempoMap map({{0, 333333}}, 480);
+    EXPECT_EQ(map.TickToUs(9600, 100), once.TimeOf(9600)) << "the timeline agrees with the thread";
+}
+
 TEST(PlayThread, SendsEventsAtTheirTimeWithTheTempoOfAnyTrack) {
     TChainFixture f;
     TSmfBuilder smf(1, 480);
@@ -219,4 +261,33 @@ TEST(PlayThread, ASeekRightAfterASeekIsNeverLeftWaitingForTheRest) {
                              std::chrono::milliseconds(2000)))
             << "round " << round << ": the second seek waited for the 30 s rest";
     }
+}
+
+TEST(PlayThread, ATempoRateChangedInALongRestRetimesTheRestAtOnce) {
+    TChainFixture f;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOn(480 * 40, 0, 61, 1);  // 20 s at rate 100
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 1));
+    const int64_t changed = veldan::system_time();
+    f.producer.SetTempoRate(2000);  // what is left of the 20 s shrinks to under 1 s
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 2)) << "the rest still ran at the old rate";
+    EXPECT_LT(f.portA.Entries()[1].arrivalUs - changed, 3000000);
+    EXPECT_EQ(f.portA.EventBytes(1)[1], 61);
+}
+
+TEST(PlayThread, ASetTempoInTheMiddleTakesEffectFromItsOwnTick) {
+    TChainFixture f;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOn(480, 0, 61, 1).NoteOn(480, 0, 62, 1);
+    smf.AddTrack().Tempo(480, 100000);  // at note 61: a quarter becomes 100 ms
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 3));
+    // Deadlines count from the start, and an event never leaves before its own; the
+    // quarter before the change took its 500 ms, the one after it far less.
+    EXPECT_GE(f.portA.Entries()[1].arrivalUs - f.producer.PlayStartedUs(), 500000);
+    EXPECT_LT(gap_ms(f.portA, 1, 2), 400);
+    EXPECT_EQ(f.producer.Tempo(), 100000u);
 }
