@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <new>
 
 #include "engine/play_thread.h"
 #include "engine/rmid.h"
@@ -38,11 +39,17 @@ int32_t TSMFProducer::SetTo(const std::string& path) {
     std::streamoff size = in.tellg();
     if (size < 0) return Fail("cannot read the file");
     if (size_t(size) > kMaxFileBytes) return Fail("the file is larger than 1 GiB");
-    std::vector<uint8_t> bytes(static_cast<size_t>(size));
-    in.seekg(0);
-    if (!in.read(reinterpret_cast<char*>(bytes.data()), size)) return Fail("cannot read the file");
-    // Out of its RIFF wrapper first: the reader itself takes only what starts with "MThd".
-    if (std::string error; unwrap_rmid(&bytes, &error) != 0) return Fail(std::move(error));
+    std::vector<uint8_t> bytes;
+    try {
+        bytes.resize(static_cast<size_t>(size));
+        in.seekg(0);
+        if (!in.read(reinterpret_cast<char*>(bytes.data()), size))
+            return Fail("cannot read the file");
+        // Out of its RIFF wrapper first: the reader itself takes only what starts with "MThd".
+        if (std::string error; unwrap_rmid(&bytes, &error) != 0) return Fail(std::move(error));
+    } catch (const std::bad_alloc&) {
+        return Fail("not enough memory to read the file (" + std::to_string(size) + " bytes)");
+    }
     return SetTo(std::move(bytes));
 }
 
@@ -72,19 +79,35 @@ int32_t TSMFProducer::SetTo(std::vector<uint8_t> bytes) {
     fFile = std::move(bytes);
     fTempo.store(TTempoMap::kDefaultTempo, std::memory_order_relaxed);
     fTotalTicks = 0;
+    if (ReadTracks() != 0) {
+        // Nothing of a failed load is kept: the tracks read before the failure would
+        // only hold the file's memory, and half a song must not play by mistake.
+        std::string reason = std::move(fLastError);
+        Unset();
+        return Fail(std::move(reason));
+    }
+    if (IsChaseOn()) BuildChaseIndex();
+    fLastError.clear();
+    return 0;
+}
+
+int32_t TSMFProducer::ReadTracks() {
     size_t offset = 0;
     uint16_t trackCount = 0;
     if (ReadHeader(fFile.data(), fFile.size(), &offset, &trackCount) != 0) return -1;
-    for (uint16_t i = 0; i < trackCount; ++i) {
-        auto track = std::make_unique<TSMFTrack>(this, i);
-        std::string error;
-        if (track->SetTo(fFile.data(), fFile.size(), &offset, &error) != 0) return Fail(error);
-        fTracks.push_back(std::move(track));
+    try {
+        for (uint16_t i = 0; i < trackCount; ++i) {
+            auto track = std::make_unique<TSMFTrack>(this, i);
+            std::string error;
+            if (track->SetTo(fFile.data(), fFile.size(), &offset, &error) != 0)
+                return Fail(error);
+            fTracks.push_back(std::move(track));
+        }
+        BuildTempoMap();
+    } catch (const std::bad_alloc&) {
+        return Fail("not enough memory to read the file");
     }
     for (const auto& track : fTracks) fTotalTicks = std::max(fTotalTicks, track->CountTicks());
-    BuildTempoMap();
-    if (IsChaseOn()) BuildChaseIndex();
-    fLastError.clear();
     return 0;
 }
 
@@ -115,7 +138,14 @@ void TSMFProducer::SetChase(bool on) {
 }
 
 void TSMFProducer::BuildChaseIndex() {
-    if (!fPlayThread && !fTracks.empty()) fChaseIndex = std::make_unique<TChaseIndex>(*this);
+    if (fPlayThread || fTracks.empty()) return;
+    try {
+        fChaseIndex = std::make_unique<TChaseIndex>(*this);
+    } catch (const std::bad_alloc&) {
+        // The song still plays; a seek then skips, as with chase off.
+        fChaseIndex.reset();
+        Rewind();
+    }
 }
 
 namespace {

@@ -31,9 +31,9 @@ public:
     TSMFProducer(const TSMFProducer&) = delete;
     TSMFProducer& operator=(const TSMFProducer&) = delete;
 
-    // Loading. 0, or -1 with the reason in LastError(). Tracks read before a failure stay
-    // until the next SetTo or Unset. A file is taken out of an RMID wrapper first; bytes
-    // must be the Standard MIDI File itself.
+    // Loading. 0, or -1 with the reason in LastError(); a failed load leaves the producer
+    // empty, and running out of memory on a hostile file is such a failure. A file is
+    // taken out of an RMID wrapper first; bytes must be the Standard MIDI File itself.
     int32_t SetTo(const std::string& path);
     int32_t SetTo(std::vector<uint8_t> bytes);
     const std::string& LastError() const { return fLastError; }
@@ -84,7 +84,8 @@ public:
     // bends and channel pressures in force at the new place are sent, and its tempo taken,
     // before playing on. Off by default: events before the new place are skipped. The
     // index it needs is built when a song loads with chase on, or here when no play thread
-    // exists; turned on while a song plays, it takes effect from the next song.
+    // exists; turned on while a song plays, it takes effect from the next song. Without
+    // the memory for the index the song plays without chase.
     void SetChase(bool on);
     bool IsChaseOn() const { return fChaseOn.load(std::memory_order_relaxed); }
     bool HasChaseIndex() const { return fChaseIndex != nullptr; }
@@ -93,6 +94,7 @@ private:
     friend class TPlayThread;
 
     int32_t ReadHeader(const uint8_t* data, size_t size, size_t* offset, uint16_t* tracks);
+    int32_t ReadTracks();
     int32_t Fail(std::string reason);
     void BuildTempoMap();
     void Rewind();

@@ -278,3 +278,17 @@ TEST(SmfReader, ADamagedOrForeignRiffWrapperIsRefusedWithTheReason) {
         EXPECT_EQ(producer.LastError(), c.reason);
     }
 }
+
+TEST(SmfReader, AFailedLoadLeavesNoTracksBehind) {
+    // Tracks read before the failure are not kept: the song cannot be played, and a
+    // half-read song must not play by mistake or hold its file's memory.
+    TSmfBuilder smf;
+    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOff(96, 0, 60);
+    smf.AddTrack().NoteOn(0, 0, 62, 1).WithoutEnd();
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), -1);
+    EXPECT_NE(producer.LastError().find("track 2"), std::string::npos) << producer.LastError();
+    EXPECT_EQ(producer.CountTracks(), 0u);
+    EXPECT_EQ(producer.CountTicks(), 0u);
+    EXPECT_TRUE(walk(producer).empty());
+}
