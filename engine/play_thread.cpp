@@ -37,7 +37,10 @@ private:
 }  // namespace
 
 TPlayThread::TPlayThread(TSMFProducer* producer)
-    : veldan::TThread("PlayThread", kPriority), fProducer(producer) {}
+    : veldan::TThread("PlayThread", kPriority), fProducer(producer) {
+    // The index cannot change while this thread exists.
+    if (producer->fChaseIndex) producer->fChaseIndex->Prepare(&fChaseState);
+}
 
 TPlayThread::~TPlayThread() { Stop(); }
 

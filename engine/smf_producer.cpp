@@ -148,53 +148,10 @@ void TSMFProducer::BuildChaseIndex() {
     }
 }
 
-namespace {
-
-// One channel message for the sink, as the reader would have handed it over.
-void send_channel_message(TSMFEventSink& sink, uint32_t tick, uint8_t port, uint8_t status,
-                          uint8_t data0, uint8_t data1, uint32_t length) {
-    const uint8_t data[2] = {data0, data1};
-    TSMFEvent event{};
-    event.tick = tick;
-    event.port = port;
-    event.status = status;
-    event.data = data;
-    event.length = length;
-    sink.Event(event);
-}
-
-constexpr uint8_t kBankSelectMsb = 0;
-constexpr uint8_t kBankSelectLsb = 32;
-
-}  // namespace
-
 void TSMFProducer::ChaseTo(uint32_t tick, TSMFEventSink& sink, TChaseIndex::TState* scratch) {
     if (!IsChaseOn() || !fChaseIndex) return;
     fChaseIndex->StateAt(tick, scratch);
-    for (uint8_t port = 0; port < TChaseIndex::kPorts; ++port) {
-        for (uint8_t channel = 0; channel < TChaseIndex::kChannels; ++channel) {
-            const TChaseIndex::TChannel& state = scratch->ports[port][channel];
-            const uint8_t cc = uint8_t(0xB0 | channel);
-            // The bank goes before the program that it selects from.
-            for (uint8_t bank : {kBankSelectMsb, kBankSelectLsb})
-                if (state.controllers[bank] != TChaseIndex::kUnset)
-                    send_channel_message(sink, tick, port, cc, bank, uint8_t(state.controllers[bank]), 2);
-            if (state.program != TChaseIndex::kUnset)
-                send_channel_message(sink, tick, port, uint8_t(0xC0 | channel),
-                                     uint8_t(state.program), 0, 1);
-            for (uint8_t number = 0; number < 120; ++number)
-                if (number != kBankSelectMsb && number != kBankSelectLsb &&
-                    state.controllers[number] != TChaseIndex::kUnset)
-                    send_channel_message(sink, tick, port, cc, number,
-                                         uint8_t(state.controllers[number]), 2);
-            if (state.pitchBend != TChaseIndex::kUnset)
-                send_channel_message(sink, tick, port, uint8_t(0xE0 | channel),
-                                     uint8_t(state.pitchBend & 0x7F), uint8_t(state.pitchBend >> 7), 2);
-            if (state.pressure != TChaseIndex::kUnset)
-                send_channel_message(sink, tick, port, uint8_t(0xD0 | channel),
-                                     uint8_t(state.pressure), 0, 1);
-        }
-    }
+    fChaseIndex->Send(*scratch, tick, sink);
     fTempo.store(fTempoMap.TempoAt(tick), std::memory_order_relaxed);
 }
 

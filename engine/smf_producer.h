@@ -80,12 +80,13 @@ public:
     // then rewinds. Not while a play thread exists.
     void Walk(TSMFEventSink& sink);
 
-    // Chase on seek: after a seek, the programs (with their banks), controllers, pitch
-    // bends and channel pressures in force at the new place are sent, and its tempo taken,
-    // before playing on. Off by default: events before the new place are skipped. The
-    // index it needs is built when a song loads with chase on, or here when no play thread
-    // exists; turned on while a song plays, it takes effect from the next song. Without
-    // the memory for the index the song plays without chase.
+    // Chase on seek: after a seek, the programs (with their banks), controllers, registered
+    // and non-registered parameters, pitch bends and channel pressures in force at the new
+    // place are sent (see TChaseIndex), and its tempo taken, before playing on. Off by
+    // default: events before the new place are skipped. The index it needs is built when a
+    // song loads with chase on, or here when no play thread exists; turned on while a song
+    // plays, it takes effect from the next song. Without the memory for the index the song
+    // plays without chase.
     void SetChase(bool on);
     bool IsChaseOn() const { return fChaseOn.load(std::memory_order_relaxed); }
     bool HasChaseIndex() const { return fChaseIndex != nullptr; }
