@@ -291,3 +291,25 @@ TEST(PlayThread, ASetTempoInTheMiddleTakesEffectFromItsOwnTick) {
     EXPECT_LT(gap_ms(f.portA, 1, 2), 400);
     EXPECT_EQ(f.producer.Tempo(), 100000u);
 }
+
+TEST(PlayThread, ASeekWhilePlayingJumpsAtOnceAndSkipsWhatLiesBetween) {
+    TChainFixture f;
+    TSmfBuilder smf(1, 480);
+    // Notes 61 and 62 at 10 s and 20 s; the seek goes to 62 from the rest before 61.
+    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOn(480 * 20, 0, 61, 1).NoteOn(480 * 20, 0, 62, 1)
+        .NoteOff(480 * 20, 0, 62);
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 1));
+    const int64_t seeked = veldan::system_time();
+    ASSERT_EQ(f.producer.SetCurrentTick(480 * 40), 0);
+    // At once the target, or already the tick after it: never the rest before 61.
+    EXPECT_GE(f.producer.CurrentTick(), 480u * 40);
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 2));
+    EXPECT_LT(f.portA.Entries()[1].arrivalUs - seeked, 1000000);
+    EXPECT_EQ(f.portA.EventBytes(1)[1], 62);
+    EXPECT_TRUE(f.producer.IsPlaying());
+    f.producer.Stop();
+    f.Drain();
+    EXPECT_EQ(f.portA.Entries().size(), 2u) << "note 61 was skipped";
+}
