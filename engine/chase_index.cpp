@@ -36,7 +36,8 @@ uint32_t parameter_key(uint32_t port, uint32_t channel, int16_t kind, int16_t ms
 void send_channel_message(TSMFEventSink& sink, uint32_t tick, uint8_t port, uint8_t status,
                           uint8_t data0, uint8_t data1) {
     const uint8_t kind = status & 0xF0;
-    const uint32_t length = (kind == midi::kProgramChange || kind == midi::kChannelPressure) ? 1 : 2;
+    const uint32_t length =
+        (kind == midi::kProgramChange || kind == midi::kChannelPressure) ? 1 : 2;
     TSMFEvent event{};
     event.tick = tick;
     event.port = port;
@@ -72,8 +73,12 @@ class TChaseIndex::TCollector : public TSMFEventSink {
             default:
                 return;
         }
-        TEvent event{e.tick, uint8_t(e.port & 1), e.status, uint8_t(e.data[0] & 0x7F),
-                     uint8_t(e.length > 1 ? e.data[1] : 0), -1};
+        TEvent event{e.tick,
+                     uint8_t(e.port & 1),
+                     e.status,
+                     uint8_t(e.data[0] & 0x7F),
+                     uint8_t(e.length > 1 ? e.data[1] : 0),
+                     -1};
         uint32_t key = kNoKey;
         if ((e.status & 0xF0) == midi::kControlChange &&
             (event.data0 == kDataEntryMsb || event.data0 == kDataEntryLsb)) {
@@ -220,8 +225,10 @@ void TChaseIndex::SendParameter(const TState& state, size_t parameter, uint32_t 
     const TParameterValue& value = state.parameters[parameter];
     if (value.msb == kUnset && value.lsb == kUnset) return;  // not written before tick
     const uint8_t cc = uint8_t(midi::kControlChange | p.channel);
-    if (p.msb != kUnset) send_channel_message(sink, tick, p.port, cc, select_msb(p.kind), uint8_t(p.msb));
-    if (p.lsb != kUnset) send_channel_message(sink, tick, p.port, cc, select_lsb(p.kind), uint8_t(p.lsb));
+    if (p.msb != kUnset)
+        send_channel_message(sink, tick, p.port, cc, select_msb(p.kind), uint8_t(p.msb));
+    if (p.lsb != kUnset)
+        send_channel_message(sink, tick, p.port, cc, select_lsb(p.kind), uint8_t(p.lsb));
     if (value.msb != kUnset) {
         // The LSB in force when the MSB came goes first: some synthesizers (FluidSynth)
         // read the value from both when the MSB arrives. Those that follow the MIDI rule

@@ -15,7 +15,7 @@ int64_t ticks_to_us(uint64_t ticks, uint32_t usPerQuarter, int16_t division, int
 // division x r of them, so neither a Set Tempo nor a re-anchoring at a rate change rounds;
 // the one truncation is in TimeOf, never carried into the next deadline.
 class TSongClock {
-public:
+  public:
     // Tick is at nowUs; the song goes on from there with this tempo and rate.
     void Start(int64_t nowUs, uint32_t tick, uint32_t usPerQuarter, int16_t division,
                int32_t ratePercent);
@@ -28,7 +28,7 @@ public:
     uint32_t Tempo() const { return fTempo; }
     int32_t Rate() const { return fRate; }
 
-private:
+  private:
     __int128 PositionOf(uint32_t tick) const;
 
     int64_t fDivision = 480;
@@ -43,7 +43,7 @@ private:
 };
 
 class TTempoMap {
-public:
+  public:
     struct TChange {
         uint32_t tick;
         uint32_t usPerQuarter;
@@ -61,7 +61,7 @@ public:
 
     static constexpr uint32_t kDefaultTempo = 500000;
 
-private:
+  private:
     std::vector<TChange> fChanges;
     int16_t fDivision = 480;
 };

@@ -13,7 +13,7 @@
 namespace {
 
 class TTouchEveryByte : public TSMFEventSink {
-public:
+  public:
     void Event(const TSMFEvent& e) override {
         for (uint32_t i = 0; i < e.length; ++i) sum += e.data[i];
         sum += e.status + e.port + e.tick;

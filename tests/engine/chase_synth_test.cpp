@@ -40,11 +40,20 @@ class TSynthState {
         const int channel = int(port) * 16 + (bytes[0] & 0x0F);
         const int data1 = length > 2 ? bytes[2] : 0;
         switch (bytes[0] & 0xF0) {
-            case 0xB0: fluid_synth_cc(fSynth, channel, bytes[1], data1); break;
-            case 0xC0: fluid_synth_program_change(fSynth, channel, bytes[1]); break;
-            case 0xD0: fluid_synth_channel_pressure(fSynth, channel, bytes[1]); break;
-            case 0xE0: fluid_synth_pitch_bend(fSynth, channel, bytes[1] | data1 << 7); break;
-            default: break;  // notes leave no lasting state
+            case 0xB0:
+                fluid_synth_cc(fSynth, channel, bytes[1], data1);
+                break;
+            case 0xC0:
+                fluid_synth_program_change(fSynth, channel, bytes[1]);
+                break;
+            case 0xD0:
+                fluid_synth_channel_pressure(fSynth, channel, bytes[1]);
+                break;
+            case 0xE0:
+                fluid_synth_pitch_bend(fSynth, channel, bytes[1] | data1 << 7);
+                break;
+            default:
+                break;  // notes leave no lasting state
         }
     }
 
@@ -57,8 +66,8 @@ class TSynthState {
             const std::vector<std::pair<std::string, double>> base = fresh.Values(channel);
             for (size_t i = 0; i < mine.size(); ++i)
                 if (mine[i].second != base[i].second)
-                    lines.push_back("channel " + std::to_string(channel + 1) + " " +
-                                    mine[i].first + " " + std::to_string(mine[i].second));
+                    lines.push_back("channel " + std::to_string(channel + 1) + " " + mine[i].first +
+                                    " " + std::to_string(mine[i].second));
         }
         return lines;
     }
@@ -84,7 +93,8 @@ class TSynthState {
         values.push_back({"bend", bend});
         values.push_back({"bend range", range});
         for (int gen = 0; gen < GEN_LAST; ++gen)
-            values.push_back({"gen" + std::to_string(gen), fluid_synth_get_gen(fSynth, channel, gen)});
+            values.push_back(
+                {"gen" + std::to_string(gen), fluid_synth_get_gen(fSynth, channel, gen)});
         return values;
     }
 
@@ -100,7 +110,10 @@ std::vector<uint8_t> parameter_song() {
     // Channel 1: bend range 12, fine tune (MSB, then LSB), coarse tune; then the bend
     // range is selected again and left selected.
     a.Control(0, 0, 101, 0).Control(0, 0, 100, 0).Control(0, 0, 6, 12).Control(0, 0, 38, 0);
-    a.Control(kDivision, 0, 101, 0).Control(0, 0, 100, 1).Control(0, 0, 6, 70).Control(0, 0, 38, 21);
+    a.Control(kDivision, 0, 101, 0)
+        .Control(0, 0, 100, 1)
+        .Control(0, 0, 6, 70)
+        .Control(0, 0, 38, 21);
     a.Control(0, 0, 100, 2).Control(0, 0, 6, 66);
     a.Control(kDivision, 0, 100, 1).Control(0, 0, 6, 60).Control(0, 0, 38, 5);  // fine tune again
     a.Control(0, 0, 96, 0).Control(0, 0, 97, 0);  // increments: acts, not settings

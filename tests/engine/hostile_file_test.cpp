@@ -66,10 +66,12 @@ size_t address_space_in_use() {
 // One track of length bytes: a single SysEx filling it, then End of Track.
 std::vector<uint8_t> one_long_sysex(uint32_t length) {
     const uint32_t payload = length - 2 - 4 - 4;  // delta and F0, the length, End of Track
-    std::vector<uint8_t> file = {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 0, 0, 1, 0, 96,
-                                 'M', 'T', 'r', 'k'};
+    std::vector<uint8_t> file = {'M', 'T', 'h', 'd', 0,  0,   0,   6,   0,
+                                 0,   0,   1,   0,   96, 'M', 'T', 'r', 'k'};
     for (int shift = 24; shift >= 0; shift -= 8) file.push_back(uint8_t(length >> shift));
-    const std::vector<uint8_t> head = {0x00, 0xF0, uint8_t(0x80 | (payload >> 21)),
+    const std::vector<uint8_t> head = {0x00,
+                                       0xF0,
+                                       uint8_t(0x80 | (payload >> 21)),
                                        uint8_t(0x80 | ((payload >> 14) & 0x7F)),
                                        uint8_t(0x80 | ((payload >> 7) & 0x7F)),
                                        uint8_t(payload & 0x7F)};
@@ -82,8 +84,8 @@ std::vector<uint8_t> one_long_sysex(uint32_t length) {
 // One track of length bytes, all of it two-byte events: delta 0 and a data byte that
 // running status (none yet) leaves without a body.
 std::vector<uint8_t> only_tiny_events(uint32_t length) {
-    std::vector<uint8_t> file = {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 0, 0, 1, 0, 96,
-                                 'M', 'T', 'r', 'k'};
+    std::vector<uint8_t> file = {'M', 'T', 'h', 'd', 0,  0,   0,   6,   0,
+                                 0,   0,   1,   0,   96, 'M', 'T', 'r', 'k'};
     for (int shift = 24; shift >= 0; shift -= 8) file.push_back(uint8_t(length >> shift));
     file.resize(file.size() + length - 4, 0x00);
     file.insert(file.end(), {0x00, 0xFF, 0x2F, 0x00});

@@ -55,7 +55,9 @@ TEST(PlayThreadMemory, PlayingSeekingWithChaseAndRetimingAllocateNothing) {
         const uint8_t channel = uint8_t(bar % 16);
         track.Program(bar == 0 ? 0 : 24, channel, uint8_t(bar)).Control(0, channel, 7, 90);
         track.Control(0, channel, 101, 0).Control(0, channel, 100, 0).Control(0, channel, 6, 12);
-        track.Control(0, channel, 99, 1).Control(0, channel, 98, uint8_t(bar)).Control(0, channel, 6, 3);
+        track.Control(0, channel, 99, 1)
+            .Control(0, channel, 98, uint8_t(bar))
+            .Control(0, channel, 6, 3);
         track.Event(0, {uint8_t(0xE0 | channel), 0, 0x50}).NoteOn(0, channel, 60, 1);
         track.Tempo(0, uint32_t(400000 + bar * 1000)).NoteOff(24, channel, 60);
     }
