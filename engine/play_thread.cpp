@@ -37,7 +37,10 @@ private:
 }  // namespace
 
 TPlayThread::TPlayThread(TSMFProducer* producer)
-    : veldan::TThread("PlayThread", kPriority), fProducer(producer) {}
+    : veldan::TThread("PlayThread", kPriority), fProducer(producer) {
+    // The index cannot change while this thread exists.
+    if (producer->fChaseIndex) producer->fChaseIndex->Prepare(&fChaseState);
+}
 
 TPlayThread::~TPlayThread() { Stop(); }
 
@@ -61,14 +64,26 @@ bool TPlayThread::PauseHere() {
     return Suspend();
 }
 
-bool TPlayThread::SleepToDeadline(int64_t deadlineUs) {
-    while (veldan::system_time() < deadlineUs) {
-        if (!SleepUntil(deadlineUs)) return false;
-        if (fProducer->fPauseRequest.load(std::memory_order_acquire) ||
-            (fSeek.load(std::memory_order_acquire) & kSeekPending))
-            break;
+bool TPlayThread::RequestPending() const {
+    return fProducer->fPauseRequest.load(std::memory_order_acquire) != 0 ||
+           (fSeek.load(std::memory_order_acquire) & kSeekPending) != 0;
+}
+
+bool TPlayThread::SleepUntilDue(uint32_t tick, TSongClock* clock) {
+    for (;;) {
+        // Armed before the requests are read: one raised after the read bumps the
+        // signal word past the token, and the sleep returns at once.
+        const uint32_t token = ArmSleep();
+        if (StopRequested()) return false;
+        if (RequestPending()) return true;
+        // A new rate re-times what is left of the rest from now on.
+        const int32_t rate = fProducer->TempoRate();
+        const int64_t now = veldan::system_time();
+        if (rate != clock->Rate()) clock->SetRate(now, rate);
+        const int64_t deadline = clock->TimeOf(tick);
+        if (now >= deadline) return true;
+        if (!SleepUntil(deadline, token)) return false;
     }
-    return !StopRequested();
 }
 
 int32_t TPlayThread::Execute() {
@@ -79,44 +94,36 @@ int32_t TPlayThread::Execute() {
     producer.Rewind();
     for (auto& track : producer.fTracks) track->SetCurrentTick(tick);
 
-    int64_t anchorUs = veldan::system_time();
-    producer.fPlayStartedUs.store(anchorUs, std::memory_order_release);
-    uint32_t anchorTick = tick;
-    uint32_t tempo = producer.Tempo();
-    int32_t rate = producer.TempoRate();
     const int16_t division = producer.Division();
+    TSongClock clock;
+    const int64_t startUs = veldan::system_time();
+    clock.Start(startUs, tick, producer.Tempo(), division, producer.TempoRate());
+    producer.fPlayStartedUs.store(startUs, std::memory_order_release);
 
     for (;;) {
         if (producer.fPauseRequest.load(std::memory_order_acquire)) {
             if (!PauseHere()) return 0;
             // kept: the rest that was cut by the pause is not carried over; the events of
             // the tick being waited for go out at once.
-            anchorUs = veldan::system_time();
-            anchorTick = tick;
+            clock.Start(veldan::system_time(), tick, producer.Tempo(), division,
+                        producer.TempoRate());
         }
         uint32_t seekTick;
         if (TakeSeek(&seekTick)) {
             tick = seekTick;
             for (auto& track : producer.fTracks) track->SetCurrentTick(tick);
             producer.ChaseTo(tick, lanes, &fChaseState);
-            tempo = producer.Tempo();
-            anchorUs = veldan::system_time();
-            anchorTick = tick;
+            clock.Start(veldan::system_time(), tick, producer.Tempo(), division,
+                        producer.TempoRate());
         }
         uint32_t wait = producer.SprayTick(tick, lanes);
         if (StopRequested()) return 0;
-        // A Set Tempo takes effect from its own tick; so does a new rate.
-        if (producer.Tempo() != tempo || producer.TempoRate() != rate) {
-            anchorUs += ticks_to_us(tick - anchorTick, tempo, division, rate);
-            anchorTick = tick;
-            tempo = producer.Tempo();
-            rate = producer.TempoRate();
-        }
+        // A Set Tempo takes effect from its own tick.
+        if (producer.Tempo() != clock.Tempo()) clock.SetTempo(tick, producer.Tempo());
         if (wait == TSMFTrack::kNoEvent) break;
         tick += wait;
         fCurrentTick.store(tick, std::memory_order_release);
-        int64_t deadline = anchorUs + ticks_to_us(tick - anchorTick, tempo, division, rate);
-        if (!SleepToDeadline(deadline)) return 0;
+        if (!SleepUntilDue(tick, &clock)) return 0;
     }
     producer.SongEnded();
     return 0;

@@ -1,15 +1,17 @@
 #pragma once
 // TPlayThread: walks a producer's tracks in tick order and sends each event at its time.
 //
-// It sleeps to absolute deadlines computed from a tick anchor, so rounding never
-// accumulates and a late wake-up sends the next events at once. Requests from the owner
-// cross by atomics: the producer's pause flag, and a one-slot seek mailbox (latest wins);
-// both interrupt the sleep.
+// It sleeps to absolute deadlines computed by an exact song clock (TSongClock), so
+// rounding never accumulates and a late wake-up sends the next events at once. Requests
+// from the owner cross by atomics: the producer's pause flag, the tempo rate, and a
+// one-slot seek mailbox (latest wins); each interrupts the sleep, and a new rate re-times
+// the rest being slept through.
 
 #include <atomic>
 #include <cstdint>
 
 #include "engine/chase_index.h"
+#include "engine/tempo_map.h"
 #include "veldan/base/thread.h"
 
 class TSMFProducer;
@@ -35,7 +37,9 @@ protected:
 private:
     bool TakeSeek(uint32_t* tick);
     bool PauseHere();
-    bool SleepToDeadline(int64_t deadlineUs);
+    bool RequestPending() const;
+    // Sleeps until tick is due by clock, or until a request comes; false when stopping.
+    bool SleepUntilDue(uint32_t tick, TSongClock* clock);
 
     TSMFProducer* fProducer;
     std::atomic<uint32_t> fCurrentTick{0};

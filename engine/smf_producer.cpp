@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <new>
 
 #include "engine/play_thread.h"
 #include "engine/rmid.h"
@@ -38,11 +39,17 @@ int32_t TSMFProducer::SetTo(const std::string& path) {
     std::streamoff size = in.tellg();
     if (size < 0) return Fail("cannot read the file");
     if (size_t(size) > kMaxFileBytes) return Fail("the file is larger than 1 GiB");
-    std::vector<uint8_t> bytes(static_cast<size_t>(size));
-    in.seekg(0);
-    if (!in.read(reinterpret_cast<char*>(bytes.data()), size)) return Fail("cannot read the file");
-    // Out of its RIFF wrapper first: the reader itself takes only what starts with "MThd".
-    if (std::string error; unwrap_rmid(&bytes, &error) != 0) return Fail(std::move(error));
+    std::vector<uint8_t> bytes;
+    try {
+        bytes.resize(static_cast<size_t>(size));
+        in.seekg(0);
+        if (!in.read(reinterpret_cast<char*>(bytes.data()), size))
+            return Fail("cannot read the file");
+        // Out of its RIFF wrapper first: the reader itself takes only what starts with "MThd".
+        if (std::string error; unwrap_rmid(&bytes, &error) != 0) return Fail(std::move(error));
+    } catch (const std::bad_alloc&) {
+        return Fail("not enough memory to read the file (" + std::to_string(size) + " bytes)");
+    }
     return SetTo(std::move(bytes));
 }
 
@@ -72,19 +79,35 @@ int32_t TSMFProducer::SetTo(std::vector<uint8_t> bytes) {
     fFile = std::move(bytes);
     fTempo.store(TTempoMap::kDefaultTempo, std::memory_order_relaxed);
     fTotalTicks = 0;
+    if (ReadTracks() != 0) {
+        // Nothing of a failed load is kept: the tracks read before the failure would
+        // only hold the file's memory, and half a song must not play by mistake.
+        std::string reason = std::move(fLastError);
+        Unset();
+        return Fail(std::move(reason));
+    }
+    if (IsChaseOn()) BuildChaseIndex();
+    fLastError.clear();
+    return 0;
+}
+
+int32_t TSMFProducer::ReadTracks() {
     size_t offset = 0;
     uint16_t trackCount = 0;
     if (ReadHeader(fFile.data(), fFile.size(), &offset, &trackCount) != 0) return -1;
-    for (uint16_t i = 0; i < trackCount; ++i) {
-        auto track = std::make_unique<TSMFTrack>(this, i);
-        std::string error;
-        if (track->SetTo(fFile.data(), fFile.size(), &offset, &error) != 0) return Fail(error);
-        fTracks.push_back(std::move(track));
+    try {
+        for (uint16_t i = 0; i < trackCount; ++i) {
+            auto track = std::make_unique<TSMFTrack>(this, i);
+            std::string error;
+            if (track->SetTo(fFile.data(), fFile.size(), &offset, &error) != 0)
+                return Fail(error);
+            fTracks.push_back(std::move(track));
+        }
+        BuildTempoMap();
+    } catch (const std::bad_alloc&) {
+        return Fail("not enough memory to read the file");
     }
     for (const auto& track : fTracks) fTotalTicks = std::max(fTotalTicks, track->CountTicks());
-    BuildTempoMap();
-    if (IsChaseOn()) BuildChaseIndex();
-    fLastError.clear();
     return 0;
 }
 
@@ -115,56 +138,20 @@ void TSMFProducer::SetChase(bool on) {
 }
 
 void TSMFProducer::BuildChaseIndex() {
-    if (!fPlayThread && !fTracks.empty()) fChaseIndex = std::make_unique<TChaseIndex>(*this);
+    if (fPlayThread || fTracks.empty()) return;
+    try {
+        fChaseIndex = std::make_unique<TChaseIndex>(*this);
+    } catch (const std::bad_alloc&) {
+        // The song still plays; a seek then skips, as with chase off.
+        fChaseIndex.reset();
+        Rewind();
+    }
 }
-
-namespace {
-
-// One channel message for the sink, as the reader would have handed it over.
-void send_channel_message(TSMFEventSink& sink, uint32_t tick, uint8_t port, uint8_t status,
-                          uint8_t data0, uint8_t data1, uint32_t length) {
-    const uint8_t data[2] = {data0, data1};
-    TSMFEvent event{};
-    event.tick = tick;
-    event.port = port;
-    event.status = status;
-    event.data = data;
-    event.length = length;
-    sink.Event(event);
-}
-
-constexpr uint8_t kBankSelectMsb = 0;
-constexpr uint8_t kBankSelectLsb = 32;
-
-}  // namespace
 
 void TSMFProducer::ChaseTo(uint32_t tick, TSMFEventSink& sink, TChaseIndex::TState* scratch) {
     if (!IsChaseOn() || !fChaseIndex) return;
     fChaseIndex->StateAt(tick, scratch);
-    for (uint8_t port = 0; port < TChaseIndex::kPorts; ++port) {
-        for (uint8_t channel = 0; channel < TChaseIndex::kChannels; ++channel) {
-            const TChaseIndex::TChannel& state = scratch->ports[port][channel];
-            const uint8_t cc = uint8_t(0xB0 | channel);
-            // The bank goes before the program that it selects from.
-            for (uint8_t bank : {kBankSelectMsb, kBankSelectLsb})
-                if (state.controllers[bank] != TChaseIndex::kUnset)
-                    send_channel_message(sink, tick, port, cc, bank, uint8_t(state.controllers[bank]), 2);
-            if (state.program != TChaseIndex::kUnset)
-                send_channel_message(sink, tick, port, uint8_t(0xC0 | channel),
-                                     uint8_t(state.program), 0, 1);
-            for (uint8_t number = 0; number < 120; ++number)
-                if (number != kBankSelectMsb && number != kBankSelectLsb &&
-                    state.controllers[number] != TChaseIndex::kUnset)
-                    send_channel_message(sink, tick, port, cc, number,
-                                         uint8_t(state.controllers[number]), 2);
-            if (state.pitchBend != TChaseIndex::kUnset)
-                send_channel_message(sink, tick, port, uint8_t(0xE0 | channel),
-                                     uint8_t(state.pitchBend & 0x7F), uint8_t(state.pitchBend >> 7), 2);
-            if (state.pressure != TChaseIndex::kUnset)
-                send_channel_message(sink, tick, port, uint8_t(0xD0 | channel),
-                                     uint8_t(state.pressure), 0, 1);
-        }
-    }
+    fChaseIndex->Send(*scratch, tick, sink);
     fTempo.store(fTempoMap.TempoAt(tick), std::memory_order_relaxed);
 }
 
@@ -207,6 +194,7 @@ bool TSMFProducer::IsPlaying() const {
 
 void TSMFProducer::SetTempoRate(int32_t percent) {
     fTempoRate.store(std::max<int32_t>(percent, 1), std::memory_order_relaxed);
+    if (fPlayThread) fPlayThread->Wake();
 }
 
 int32_t TSMFProducer::SetCurrentTick(uint32_t tick) {

@@ -31,9 +31,9 @@ public:
     TSMFProducer(const TSMFProducer&) = delete;
     TSMFProducer& operator=(const TSMFProducer&) = delete;
 
-    // Loading. 0, or -1 with the reason in LastError(). Tracks read before a failure stay
-    // until the next SetTo or Unset. A file is taken out of an RMID wrapper first; bytes
-    // must be the Standard MIDI File itself.
+    // Loading. 0, or -1 with the reason in LastError(); a failed load leaves the producer
+    // empty, and running out of memory on a hostile file is such a failure. A file is
+    // taken out of an RMID wrapper first; bytes must be the Standard MIDI File itself.
     int32_t SetTo(const std::string& path);
     int32_t SetTo(std::vector<uint8_t> bytes);
     const std::string& LastError() const { return fLastError; }
@@ -51,6 +51,8 @@ public:
     bool IsPaused() const { return fPaused; }
 
     // The tempo rate in percent of the song's own tempo; values below 1 are taken as 1.
+    // A playing thread is woken and plays the rest it was sleeping through at the new
+    // rate from now on.
     void SetTempoRate(int32_t percent);
     int32_t TempoRate() const { return fTempoRate.load(std::memory_order_relaxed); }
 
@@ -78,11 +80,13 @@ public:
     // then rewinds. Not while a play thread exists.
     void Walk(TSMFEventSink& sink);
 
-    // Chase on seek: after a seek, the programs (with their banks), controllers, pitch
-    // bends and channel pressures in force at the new place are sent, and its tempo taken,
-    // before playing on. Off by default: events before the new place are skipped. The
-    // index it needs is built when a song loads with chase on, or here when no play thread
-    // exists; turned on while a song plays, it takes effect from the next song.
+    // Chase on seek: after a seek, the programs (with their banks), controllers, registered
+    // and non-registered parameters, pitch bends and channel pressures in force at the new
+    // place are sent (see TChaseIndex), and its tempo taken, before playing on. Off by
+    // default: events before the new place are skipped. The index it needs is built when a
+    // song loads with chase on, or here when no play thread exists; turned on while a song
+    // plays, it takes effect from the next song. Without the memory for the index the song
+    // plays without chase.
     void SetChase(bool on);
     bool IsChaseOn() const { return fChaseOn.load(std::memory_order_relaxed); }
     bool HasChaseIndex() const { return fChaseIndex != nullptr; }
@@ -91,6 +95,7 @@ private:
     friend class TPlayThread;
 
     int32_t ReadHeader(const uint8_t* data, size_t size, size_t* offset, uint16_t* tracks);
+    int32_t ReadTracks();
     int32_t Fail(std::string reason);
     void BuildTempoMap();
     void Rewind();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "engine/smf_producer.h"
 #include "midi/midi_defs.h"
@@ -72,7 +73,19 @@ int32_t TSMFTrack::SetTo(const uint8_t* file, size_t fileSize, size_t* offset,
     }
     fData = body;
     fLength = length;
-    CreateDataMap();
+    try {
+        CreateDataMap();
+    } catch (const std::bad_alloc&) {
+        // A hostile file can ask for an index larger than memory; that is the file's
+        // failure, not the program's.
+        std::vector<TEntry>().swap(fEvents);
+        std::vector<uint8_t>().swap(fRunningStatus);
+        std::vector<TTempoEvent>().swap(fTempoEvents);
+        std::vector<TTextEvent>().swap(fTextEvents);
+        *error = where + "not enough memory for its events (chunk length " +
+                 std::to_string(length) + ")";
+        return -1;
+    }
     fCurrent = 0;
     *offset = at + length;
     return 0;
@@ -81,10 +94,13 @@ int32_t TSMFTrack::SetTo(const uint8_t* file, size_t fileSize, size_t* offset,
 void TSMFTrack::CreateDataMap() {
     const uint8_t* data = fData;
     const uint8_t* end = fData + fLength;
-    // The smallest event (a one-byte delta and a running-status data byte) has two bytes;
-    // untouched reserve costs address space, not memory.
-    fEvents.reserve(fLength / 2 + 1);
-    fRunningStatus.reserve(fLength / 2 + 1);
+    // The smallest event (a one-byte delta and a byte without a body) has two bytes, so
+    // the chunk holds at most length / 2 + 1 events. Reserved up to what real songs use
+    // in a track; a larger one grows as its events come, so that a long chunk of few
+    // events (one huge SysEx) asks for no more than it needs.
+    const size_t most = std::min<size_t>(size_t(fLength) / 2 + 1, kReserveEvents);
+    fEvents.reserve(most);
+    fRunningStatus.reserve(most);
     const uint8_t* pos = data;
     uint32_t tick = 0;
     uint8_t running = 0;

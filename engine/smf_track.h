@@ -38,11 +38,14 @@ public:
 class TSMFTrack {
 public:
     static constexpr uint32_t kNoEvent = 0xFFFFFFFF;
+    // Events reserved for at most, before a track's index grows by itself: more than the
+    // busiest tracks of real songs hold (9 MiB of index).
+    static constexpr size_t kReserveEvents = size_t(1) << 20;
 
     TSMFTrack(TSMFProducer* owner, uint32_t index);
 
     // Reads the chunk at data[offset]; on success offset moves past it. 0, or -1 with a
-    // reason in *error.
+    // reason in *error, also when memory runs out for the index.
     int32_t SetTo(const uint8_t* file, size_t fileSize, size_t* offset, std::string* error);
 
     uint32_t CountTicks() const;

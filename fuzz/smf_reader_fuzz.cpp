@@ -1,17 +1,19 @@
-// Loads arbitrary bytes as a MIDI file and walks every event as the play thread would.
+// Loads arbitrary bytes as a MIDI file with chase on, walks every event as the play thread
+// would, and asks the chase index for the state at a few places, sending it as a seek would.
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "engine/chase_index.h"
 #include "engine/rmid.h"
 #include "engine/smf_producer.h"
 
 namespace {
 
 class TTouchEveryByte : public TSMFEventSink {
-public:
+  public:
     void Event(const TSMFEvent& e) override {
         for (uint32_t i = 0; i < e.length; ++i) sum += e.data[i];
         sum += e.status + e.port + e.tick;
@@ -27,9 +29,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string error;
     if (unwrap_rmid(&file, &error) != 0) return 0;
     TSMFProducer producer;
+    producer.SetChase(true);
     if (producer.SetTo(std::move(file)) != 0) return 0;
+    if (!producer.HasChaseIndex() && producer.CountTracks() > 0) __builtin_trap();
     TTouchEveryByte sink;
     producer.Walk(sink);
+    // The index again, as a seek uses it: the state at the start, the middle and the end.
+    TChaseIndex index(producer);
+    TChaseIndex::TState state;
+    index.Prepare(&state);
+    for (uint32_t tick : {0u, producer.CountTicks() / 2, producer.CountTicks(), 0xFFFFFFFFu}) {
+        index.StateAt(tick, &state);
+        index.Send(state, tick, sink);
+    }
     std::string title;
     producer.GetTitle(&title);
     producer.TempoMap().TickToUs(producer.CountTicks(), 100);

@@ -172,3 +172,111 @@ TEST(ChaseIndex, ALongSongIsAnsweredFromItsSnapshotsExactly) {
 }
 
 }  // namespace
+
+namespace {
+
+// Registered and non-registered parameters as a receiver that follows the MIDI rules
+// holds them: the selects pick a parameter; data entry MSB gives it a new value (its LSB
+// back to 0), data entry LSB refines it; the null parameter takes nothing.
+struct TParameterModel {
+    struct TChannelSelect {
+        int rpn[2] = {-1, -1}, nrpn[2] = {-1, -1};
+        char kind = 0;  // 'r' or 'n' once selected
+    };
+    std::map<std::pair<uint32_t, int>, TChannelSelect> selects;
+    // (port, channel, kind, msb, lsb) -> (data msb, data lsb)
+    std::map<std::tuple<uint32_t, int, char, int, int>, std::pair<int, int>> values;
+    int increments = 0;
+
+    void Apply(uint32_t port, const uint8_t* bytes, size_t length) {
+        if (length < 3 || (bytes[0] & 0xF0) != 0xB0) return;
+        TChannelSelect& s = selects[{port, bytes[0] & 0x0F}];
+        const int number = bytes[1], value = bytes[2];
+        switch (number) {
+            case 101: s.rpn[0] = value; s.kind = 'r'; return;
+            case 100: s.rpn[1] = value; s.kind = 'r'; return;
+            case 99: s.nrpn[0] = value; s.kind = 'n'; return;
+            case 98: s.nrpn[1] = value; s.kind = 'n'; return;
+            case 96: case 97: ++increments; return;
+            case 6: case 38: break;
+            default: return;
+        }
+        if (s.kind == 0) return;
+        const int* select = s.kind == 'r' ? s.rpn : s.nrpn;
+        if (select[0] == 127 && select[1] == 127) return;
+        auto& v = values[{port, bytes[0] & 0x0F, s.kind, select[0], select[1]}];
+        if (number == 6) v = {value, 0};
+        else v.second = value;
+    }
+};
+
+std::vector<uint8_t> parameter_song() {
+    TSmfBuilder smf(1, kDivision);
+    TTrackBuilder& a = smf.AddTrack();
+    a.Program(0, 0, 1);
+    a.Control(0, 0, 101, 0).Control(0, 0, 100, 0).Control(0, 0, 6, 12).Control(0, 0, 38, 50);
+    a.Control(kDivision, 0, 100, 1).Control(0, 0, 6, 70).Control(0, 0, 38, 21);
+    a.Control(0, 0, 99, 1).Control(0, 0, 98, 9).Control(0, 0, 6, 33);
+    a.Control(kDivision, 0, 101, 0).Control(0, 0, 100, 0).Control(0, 0, 6, 2);  // LSB back to 0
+    a.Control(0, 3, 101, 127).Control(0, 3, 100, 127).Control(0, 3, 6, 99);   // the null one
+    a.Control(0, 3, 99, 2).Control(0, 3, 98, 3).Control(0, 3, 38, 7);
+    a.Control(0, 0, 96, 0);  // an increment: not replayed by a chase
+    a.NoteOn(kTarget - 2 * kDivision, 15, kMarkerNote, 1);
+    TTrackBuilder& b = smf.AddTrack().Port(0, 1);
+    b.Control(kDivision, 5, 101, 0).Control(0, 5, 100, 2).Control(0, 5, 6, 60);
+    b.NoteOn(kTarget - kDivision, 15, kMarkerNote, 1);
+    return smf.Bytes();
+}
+
+class TModelBefore : public TSMFEventSink {
+  public:
+    explicit TModelBefore(uint32_t tick) : fTick(tick) {}
+    void Event(const TSMFEvent& e) override {
+        if (e.tick >= fTick || (e.status & 0xF0) != 0xB0) return;
+        const uint8_t bytes[3] = {e.status, e.data[0], e.data[1]};
+        model.Apply(e.port, bytes, 3);
+    }
+    TParameterModel model;
+
+  private:
+    uint32_t fTick;
+};
+
+}  // namespace
+
+TEST_F(Chase, ParametersComeBackSelectThenDataAndIncrementsAreNotReplayed) {
+    TSMFProducer reader;
+    ASSERT_EQ(reader.SetTo(parameter_song()), 0);
+    TModelBefore before(kTarget);
+    reader.Walk(before);
+    ASSERT_EQ(before.model.values.size(), 5u);
+    ASSERT_EQ(before.model.increments, 1);
+
+    fChain.producer.SetChase(true);
+    ASSERT_EQ(fChain.producer.SetTo(parameter_song()), 0);
+    fChain.producer.Play();
+    ASSERT_TRUE(fChain.WaitForEvents(fChain.portA, 1));
+    fChain.producer.Pause();
+    ASSERT_EQ(fChain.producer.SetCurrentTick(kTarget), 0);
+    fChain.producer.Play();
+    ASSERT_TRUE(wait_for([&] { return MarkerIn(fChain.portA) && MarkerIn(fChain.portB); }));
+    fChain.producer.Pause();
+    fChain.Drain();
+    TParameterModel chased;
+    for (uint32_t port : {0u, 1u}) {
+        const TMidiRecorder& recorder = port == 0 ? fChain.portA : fChain.portB;
+        for (const auto& entry : recorder.Entries()) {
+            if (IsMarker(recorder, entry)) break;
+            chased.Apply(port, recorder.BytesOf(entry), entry.length);
+        }
+    }
+    EXPECT_EQ(chased.values, before.model.values);
+    EXPECT_EQ(chased.increments, 0);
+    for (const auto& [channel, select] : before.model.selects) {
+        EXPECT_EQ(chased.selects[channel].kind, select.kind);
+        EXPECT_EQ(chased.selects[channel].rpn[0], select.rpn[0]);
+        EXPECT_EQ(chased.selects[channel].rpn[1], select.rpn[1]);
+        EXPECT_EQ(chased.selects[channel].nrpn[0], select.nrpn[0]);
+        EXPECT_EQ(chased.selects[channel].nrpn[1], select.nrpn[1]);
+    }
+}

@@ -26,6 +26,48 @@ TEST(PlayTiming, IntervalsFollowTicksTempoAndRate) {
     EXPECT_EQ(map.TempoAt(960), 1000000u);
 }
 
+TEST(SongClock, ARateChangeRetimesOnlyWhatIsLeft) {
+    TSongClock clock;
+    clock.Start(0, 0, 500000, 480, 200);
+    EXPECT_EQ(clock.TimeOf(480), 250000);
+    // 1000 us at rate 200 played 2000 us of the song; the other 498000 us go at rate 100.
+    clock.SetRate(1000, 100);
+    EXPECT_EQ(clock.TimeOf(480), 499000);
+    clock.SetTempo(480, 250000);  // from tick 480 on, a quarter is 250 ms
+    EXPECT_EQ(clock.TimeOf(960), 749000);
+}
+
+TEST(SongClock, RoundingNeverAccumulatesOverTempoEventsOrRateChanges) {
+    // 333333 us per quarter at division 480: a tick is 694.44375 us, never whole.
+    TSongClock once;
+    once.Start(0, 0, 333333, 480, 100);
+    TSongClock often;
+    often.Start(0, 0, 333333, 480, 100);
+    for (uint32_t tick = 1; tick <= 4800; ++tick) {
+        often.SetTempo(tick, 333333);                       // a Set Tempo on every tick
+        often.SetRate(often.TimeOf(tick) + 7, 100);          // and a slider nudge after it
+    }
+    EXPECT_EQ(often.TimeOf(9600), once.TimeOf(9600));
+    EXPECT_EQ(once.TimeOf(9600), 6666660);
+
+    // Many rates in turn: the song time they covered adds up exactly.
+    TSongClock clock;
+    clock.Start(0, 0, 500000, 96, 100);
+    __int128 covered = 0;  // in units of 1/(100 x division) us of song time
+    int64_t now = 0;
+    for (int i = 0; i < 10000; ++i) {
+        const int32_t rate = 37 + (i * 53) % 400;
+        clock.SetRate(now, rate);
+        covered += __int128(13) * 96 * rate;
+        now += 13;
+    }
+    clock.SetRate(now, 100);
+    const __int128 total = __int128(960000) * 500000 * 100;  // 10000 quarters in units
+    EXPECT_EQ(clock.TimeOf(960000), int64_t(now + (total - covered) / (96 * 100)));
+    TTempoMap map({{0, 333333}}, 480);
+    EXPECT_EQ(map.TickToUs(9600, 100), once.TimeOf(9600)) << "the timeline agrees with the thread";
+}
+
 TEST(PlayThread, SendsEventsAtTheirTimeWithTheTempoOfAnyTrack) {
     TChainFixture f;
     TSmfBuilder smf(1, 480);
@@ -151,3 +193,123 @@ TEST(PlayThread, PlayAfterStopStartsTheSongAgainFromTheTop) {
 }
 
 }  // namespace
+
+namespace {
+
+// Groups of controller events, each followed by a rest of kRestTicks: a request that the
+// thread misses while it sends a group waits out the whole rest.
+constexpr uint16_t kBoundaryDivision = 480;
+constexpr uint32_t kRestTicks = kBoundaryDivision * 60;  // 30 s at rate 100
+constexpr int kGroups = 8;
+constexpr uint8_t kMarkerChannel = 15;
+
+std::vector<uint8_t> groups_with_long_rests() {
+    TSmfBuilder smf(1, kBoundaryDivision);
+    TTrackBuilder& track = smf.AddTrack();
+    for (int group = 0; group < kGroups; ++group) {
+        track.NoteOn(group == 0 ? 0 : kRestTicks, kMarkerChannel, uint8_t(60 + group), 1);
+        for (int i = 0; i < 48; ++i) track.Control(0, uint8_t(i % 15), 7, uint8_t(i));
+    }
+    // Play after a pause sends the awaited tick at once: the last group is followed by
+    // two rests, so that the song never ends under the test.
+    track.NoteOff(kRestTicks, kMarkerChannel, 60).NoteOff(kRestTicks, kMarkerChannel, 61);
+    return smf.Bytes();
+}
+
+size_t count_marker(const TMidiRecorder& recorder, uint8_t note) {
+    size_t count = 0;
+    for (const auto& entry : recorder.Entries()) {
+        const uint8_t* bytes = recorder.BytesOf(entry);
+        if (entry.length == 3 && bytes[0] == (0x90 | kMarkerChannel) && bytes[1] == note) ++count;
+    }
+    return count;
+}
+
+}  // namespace
+
+TEST(PlayThread, PauseRightAfterASeekNeverWaitsOutTheRest) {
+    TChainFixture f;
+    ASSERT_EQ(f.producer.SetTo(groups_with_long_rests()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 1));
+    for (int round = 0; round < 300; ++round) {
+        // The seek wakes the thread, which sends a group and goes back to sleep; the
+        // pause lands somewhere in that stretch, often just before the sleep.
+        ASSERT_EQ(f.producer.SetCurrentTick(uint32_t(round % kGroups) * kRestTicks), 0);
+        const int64_t before = veldan::system_time();
+        f.producer.Pause();
+        ASSERT_LT(veldan::system_time() - before, 2000000)
+            << "round " << round << ": Pause waited for the 30 s rest";
+        ASSERT_TRUE(f.producer.IsPaused()) << "round " << round;
+        f.producer.Play();
+    }
+}
+
+TEST(PlayThread, ASeekRightAfterASeekIsNeverLeftWaitingForTheRest) {
+    TChainFixture f;
+    ASSERT_EQ(f.producer.SetTo(groups_with_long_rests()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 1));
+    for (int round = 0; round < 200; ++round) {
+        const int first = round % kGroups;
+        const int second = (round + 3) % kGroups;
+        const size_t seen = count_marker(f.portA, uint8_t(60 + second));
+        // The second request comes while the thread sends the first group.
+        ASSERT_EQ(f.producer.SetCurrentTick(uint32_t(first) * kRestTicks), 0);
+        ASSERT_EQ(f.producer.SetCurrentTick(uint32_t(second) * kRestTicks), 0);
+        ASSERT_TRUE(wait_for([&] { return count_marker(f.portA, uint8_t(60 + second)) > seen; },
+                             std::chrono::milliseconds(2000)))
+            << "round " << round << ": the second seek waited for the 30 s rest";
+    }
+}
+
+TEST(PlayThread, ATempoRateChangedInALongRestRetimesTheRestAtOnce) {
+    TChainFixture f;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOn(480 * 40, 0, 61, 1);  // 20 s at rate 100
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 1));
+    const int64_t changed = veldan::system_time();
+    f.producer.SetTempoRate(2000);  // what is left of the 20 s shrinks to under 1 s
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 2)) << "the rest still ran at the old rate";
+    EXPECT_LT(f.portA.Entries()[1].arrivalUs - changed, 3000000);
+    EXPECT_EQ(f.portA.EventBytes(1)[1], 61);
+}
+
+TEST(PlayThread, ASetTempoInTheMiddleTakesEffectFromItsOwnTick) {
+    TChainFixture f;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOn(480, 0, 61, 1).NoteOn(480, 0, 62, 1);
+    smf.AddTrack().Tempo(480, 100000);  // at note 61: a quarter becomes 100 ms
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 3));
+    // Deadlines count from the start, and an event never leaves before its own; the
+    // quarter before the change took its 500 ms, the one after it far less.
+    EXPECT_GE(f.portA.Entries()[1].arrivalUs - f.producer.PlayStartedUs(), 500000);
+    EXPECT_LT(gap_ms(f.portA, 1, 2), 400);
+    EXPECT_EQ(f.producer.Tempo(), 100000u);
+}
+
+TEST(PlayThread, ASeekWhilePlayingJumpsAtOnceAndSkipsWhatLiesBetween) {
+    TChainFixture f;
+    TSmfBuilder smf(1, 480);
+    // Notes 61 and 62 at 10 s and 20 s; the seek goes to 62 from the rest before 61.
+    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOn(480 * 20, 0, 61, 1).NoteOn(480 * 20, 0, 62, 1)
+        .NoteOff(480 * 20, 0, 62);
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 1));
+    const int64_t seeked = veldan::system_time();
+    ASSERT_EQ(f.producer.SetCurrentTick(480 * 40), 0);
+    // At once the target, or already the tick after it: never the rest before 61.
+    EXPECT_GE(f.producer.CurrentTick(), 480u * 40);
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 2));
+    EXPECT_LT(f.portA.Entries()[1].arrivalUs - seeked, 1000000);
+    EXPECT_EQ(f.portA.EventBytes(1)[1], 62);
+    EXPECT_TRUE(f.producer.IsPlaying());
+    f.producer.Stop();
+    f.Drain();
+    EXPECT_EQ(f.portA.Entries().size(), 2u) << "note 61 was skipped";
+}

@@ -278,3 +278,55 @@ TEST(SmfReader, ADamagedOrForeignRiffWrapperIsRefusedWithTheReason) {
         EXPECT_EQ(producer.LastError(), c.reason);
     }
 }
+
+TEST(SmfReader, AFailedLoadLeavesNoTracksBehind) {
+    // Tracks read before the failure are not kept: the song cannot be played, and a
+    // half-read song must not play by mistake or hold its file's memory.
+    TSmfBuilder smf;
+    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOff(96, 0, 60);
+    smf.AddTrack().NoteOn(0, 0, 62, 1).WithoutEnd();
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), -1);
+    EXPECT_NE(producer.LastError().find("track 2"), std::string::npos) << producer.LastError();
+    EXPECT_EQ(producer.CountTracks(), 0u);
+    EXPECT_EQ(producer.CountTicks(), 0u);
+    EXPECT_TRUE(walk(producer).empty());
+}
+
+TEST(SmfReader, SysExStatusServesAsRunningStatusForTheNextEvent) {
+    // kept: 0xF0 becomes the running status, so a data byte after a SysEx starts another
+    // SysEx whose length it is.
+    TSmfBuilder smf;
+    smf.AddTrack().SysEx(0, {0x41, 0x42, 0xF7}).Event(5, {0x02, 0x43, 0xF7}).NoteOn(1, 0, 60, 1);
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), 0);
+    std::vector<TWalked> events = walk(producer);
+    ASSERT_GE(events.size(), 3u);
+    EXPECT_EQ(events[0].bytes, "f0 41 42 f7");
+    EXPECT_EQ(events[1].tick, 5u);
+    EXPECT_EQ(events[1].bytes, "f0 43 f7");
+    EXPECT_EQ(events[2].tick, 6u);
+    EXPECT_EQ(events[2].bytes, "90 3c 01");
+}
+
+TEST(SmfReader, TicksThatWrapPastTwoToTheThirtyTwoSortAsTheyWrapped) {
+    // Seventeen deltas of 2^28 - 1 pass 2^32: the last note's tick wraps to a small one,
+    // and it plays where its wrapped tick sorts, as in a tick-keyed multimap.
+    TSmfBuilder smf;
+    TTrackBuilder& track = smf.AddTrack();
+    constexpr uint32_t kDelta = (1u << 28) - 1;
+    for (uint8_t i = 0; i < 17; ++i) track.NoteOn(kDelta, 0, uint8_t(40 + i), 1);
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(smf.Bytes()), 0);
+    EXPECT_EQ(producer.CountTicks(), 16u * kDelta);
+    std::vector<TWalked> events = walk(producer);
+    ASSERT_EQ(events.size(), 18u);  // and End of Track
+    const uint32_t wrapped = uint32_t(uint64_t(17) * kDelta);
+    EXPECT_EQ(events[0].tick, wrapped);
+    EXPECT_EQ(events[0].bytes, "90 38 01");  // note 56, the seventeenth
+    EXPECT_EQ(events[1].tick, wrapped) << "End of Track shares its tick";
+    EXPECT_EQ(events[2].tick, kDelta);
+    EXPECT_EQ(events[2].bytes, "90 28 01");
+    for (size_t i = 1; i < events.size(); ++i) EXPECT_LE(events[i - 1].tick, events[i].tick);
+    EXPECT_EQ(producer.TrackAt(0).WaitTick(wrapped), kDelta - wrapped);
+}

@@ -94,10 +94,9 @@ bool TThread::Suspend() {
     return !StopRequested();
 }
 
-bool TThread::SleepUntil(int64_t deadlineUs) {
-    uint32_t seen = fSignal.load(std::memory_order_acquire);
+bool TThread::SleepUntil(int64_t deadlineUs, uint32_t token) {
     if (StopRequested()) return false;
-    if (system_time() < deadlineUs) futex_wait_until(&fSignal, seen, deadlineUs);
+    if (system_time() < deadlineUs) futex_wait_until(&fSignal, token, deadlineUs);
     return !StopRequested();
 }
 

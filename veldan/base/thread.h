@@ -53,7 +53,13 @@ protected:
     bool Suspend();
     // From the thread itself: sleeps to an absolute CLOCK_MONOTONIC deadline. Returns
     // early when Interrupt() or Stop() is called; false when stopping.
-    bool SleepUntil(int64_t deadlineUs);
+    bool SleepUntil(int64_t deadlineUs) { return SleepUntil(deadlineUs, ArmSleep()); }
+    // From the thread itself, for a sleep that must not miss a request: take the token,
+    // then look at the requests, then sleep with the token. An Interrupt() or Stop()
+    // that comes after the token was taken ends that sleep at once, so a request raised
+    // between the look and the sleep is never slept through.
+    uint32_t ArmSleep() const { return fSignal.load(std::memory_order_acquire); }
+    bool SleepUntil(int64_t deadlineUs, uint32_t token);
     // Wakes a SleepUntil() at once; any thread, wait-free.
     void Interrupt();
     // A thread about to suspend itself calls this before it tells its owner so: Resume()
