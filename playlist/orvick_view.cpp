@@ -156,6 +156,16 @@ void TOrvickView::Status(const char* key, const std::string& name) const {
 
 bool TOrvickView::AddListFolderFile(const fs::path& ref, TQuillSItem* parent, int32_t magicNum,
                                     bool isContainer) {
+    if (fNesting > 0) return AddOneFile(ref, parent, magicNum, isContainer);
+    // Songs added above the current one move it, whatever list they join.
+    const TQuillSItem* current = CurrentSong();
+    const bool added = AddOneFile(ref, parent, magicNum, isContainer);
+    if (added) FollowCurrentSong(current);
+    return added;
+}
+
+bool TOrvickView::AddOneFile(const fs::path& ref, TQuillSItem* parent, int32_t magicNum,
+                             bool isContainer) {
     const TSupportFmt parentKind = parent ? parent->Kind() : kFmtNativeList;
     if (!names_a_file(ref)) {
         if (parentKind != kFmtSemiRawList) {
@@ -183,6 +193,9 @@ bool TOrvickView::AddListFolderFile(const fs::path& ref, TQuillSItem* parent, in
 bool TOrvickView::AddListFolderFileToTopLevel(const fs::path& ref) {
     TQuillSItem* first = row_of(topLevelItem(0));
     if (!AddListFolderFile(ref, first, -1)) return false;
+    // File > Add, the files given at start and those a second start hands over all come
+    // here: the list now differs from its file.
+    MarkModified(first);
     // What the user just added is what the user wants to see.
     if (first) expandItem(first);
     return true;

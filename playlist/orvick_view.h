@@ -33,6 +33,7 @@
 #include "playlist/quill_sitem.h"
 #include "veldan/core/handler.h"
 
+class TDrvCvt;
 namespace veldan {
 class TLLT;
 }
@@ -107,6 +108,10 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     void SetOwner(QObject* owner) { fOwner = owner; }
     void SetStatusFn(TStatusFn status) { fStatus = std::move(status); }
     void SetAutoSortKind(int32_t kind) { fAutoSortKind = kind; }
+    // The drive-letter table for Windows paths in playlists; it must outlive the view, and
+    // a change of it holds for the next list read. Without one the view reads the table
+    // file once, when it first meets a Windows path.
+    void SetDrvCvt(const TDrvCvt* driveLetters) { fDrvCvt = driveLetters; }
     // The dialogs of saving; an empty function restores the default: a modal file dialog
     // titled "Save_Panel_Title", an alert asking "Ask_Save_List" with Yes, No and Cancel
     // (Escape), and the failure alert.
@@ -137,10 +142,12 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
 
     // Adds a song, a folder or a container under parent (null: the top level); false with
     // a status text when it is missing, unsupported, a container already in the view, or
-    // nested too deep. isContainer: a loader said so; the MIDI test is skipped.
+    // nested too deep. isContainer: a loader said so; the MIDI test is skipped. The current
+    // song index follows its song.
     bool AddListFolderFile(const std::filesystem::path& ref, TQuillSItem* parent, int32_t magicNum,
                            bool isContainer = false);
-    // Under the first row of the view, with insertion number -1.
+    // Under the first row of the view, with insertion number -1; that list becomes
+    // modified when something was added.
     bool AddListFolderFileToTopLevel(const std::filesystem::path& ref);
     // The first song added becomes current (a change-song request for song 0).
     TQuillSItem* AddMidiFile(const std::filesystem::path& ref, TQuillSItem* parent,
@@ -191,8 +198,9 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     // Removes the selected rows and everything under them, from the last up. The song count
     // drops by the songs removed; the current song index follows its song, and when the
     // current song itself goes the player is asked to change to the song that then holds
-    // its index. The parent lists become modified. First AskSaveSelectedList: nothing is
-    // removed when the user cancels.
+    // its index. The parent lists become modified. The first row, the main list, stays
+    // (rows selected under it go): the window title, adding files and saving all need it.
+    // First AskSaveSelectedList: nothing is removed when the user cancels.
     void PopupDeleteFileClicked();
     // Sorts, one level deep, each selected list or the list holding each selected song;
     // "SortKey" 1 ascending, 2 descending, anything else nothing.
@@ -260,6 +268,12 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     void BuildFlatList() const;
     std::vector<TQuillSItem*> SelectedRows() const;
     void MarkModified(TQuillSItem* list);
+    // The current song index again from the row that was current before the tree changed.
+    void FollowCurrentSong(const TQuillSItem* current);
+    // The song that is current, read before a change of the tree; null when there is none.
+    const TQuillSItem* CurrentSong() const { return fCurSongIdx >= 0 ? Song(fCurSongIdx) : nullptr; }
+    bool AddOneFile(const std::filesystem::path& ref, TQuillSItem* parent, int32_t magicNum,
+                    bool isContainer);
     void InvalidateFlatList() {
         fFlatValid = false;
         fTreeVersion++;
@@ -295,6 +309,8 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     TSavePanelFn fSavePanel;
     TAskSaveFn fAskSave;
     TFailureFn fFailure;
+    const TDrvCvt* fDrvCvt = nullptr;
+    mutable std::unique_ptr<TDrvCvt> fOwnDrvCvt;
     int32_t fAutoSortKind = kAutoSortByNameUp;
     int32_t fNextListId = 1;
     int32_t fNextNewListNumber = 1;
