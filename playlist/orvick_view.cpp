@@ -271,10 +271,15 @@ fs::path TOrvickView::ResolveEntry(const std::string& line, const fs::path& cont
         }
     } else {
         // Written on Windows; an unconvertible line stays relative and is reported missing.
-        TDrvCvt driveLetters;
-        driveLetters.CvtPathWinToBe(line.c_str(), &path, container.c_str());
+        DriveLetters().CvtPathWinToBe(line.c_str(), &path, container.c_str());
     }
     return fs::path(path);
+}
+
+const TDrvCvt& TOrvickView::DriveLetters() const {
+    if (fDrvCvt) return *fDrvCvt;
+    if (!fOwnDrvCvt) fOwnDrvCvt = std::make_unique<TDrvCvt>();
+    return *fOwnDrvCvt;
 }
 
 bool TOrvickView::AddContainer(const fs::path& ref, TSupportFmt kind, TContainerLoader* loader,

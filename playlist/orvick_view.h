@@ -298,6 +298,7 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     std::filesystem::path ResolveEntry(const std::string& line,
                                        const std::filesystem::path& container) const;
     void WatchLoaderFolder();
+    const TDrvCvt& DriveLetters() const;
 
     const veldan::TLLT& fTexts;
     const bool fWorkView;
