@@ -174,6 +174,14 @@ bool TOrvickView::AddOneFile(const fs::path& ref, TQuillSItem* parent, int32_t m
         }
         return false;
     }
+    std::error_code error;
+    const fs::file_status status = fs::status(ref, error);  // follows links
+    if (!fs::is_regular_file(status) && !fs::is_directory(status)) {
+        // A pipe, a device or a socket is neither a song nor a list, and opening one can
+        // wait for a writer for ever: the window would freeze.
+        if (parentKind != kFmtFolderList) Status(kUnsupportedKey, ref.filename().string());
+        return false;
+    }
     if (!isContainer && IsMidiFile(ref)) return AddMidiFile(ref, parent, magicNum) != nullptr;
 
     const fs::path container = real_path(ref);
