@@ -69,8 +69,16 @@ TOrvickView::TOrvickView(const veldan::TLLT& texts, bool workView, const fs::pat
     connect(rows, &QAbstractItemModel::rowsMoved, this, [this] { InvalidateFlatList(); });
     connect(rows, &QAbstractItemModel::layoutChanged, this, [this] { InvalidateFlatList(); });
     connect(rows, &QAbstractItemModel::modelReset, this, [this] { InvalidateFlatList(); });
-    connect(&fLoaderWatcher, &QFileSystemWatcher::directoryChanged, this,
-            [this] { NodeLoaderChanged(); });
+    // A plug-in copied in slowly changes many times; the list is built again once the
+    // folder has been quiet for a moment.
+    fLoaderSettle.setSingleShot(true);
+    fLoaderSettle.setInterval(kLoaderSettleMs);
+    connect(&fLoaderSettle, &QTimer::timeout, this, [this] { NodeLoaderChanged(); });
+    connect(&fLoaderWatcher, &QFileSystemWatcher::directoryChanged, &fLoaderSettle,
+            qOverload<>(&QTimer::start));
+    // The folder reports new, removed and renamed files, not a file written over in place.
+    connect(&fLoaderWatcher, &QFileSystemWatcher::fileChanged, &fLoaderSettle,
+            qOverload<>(&QTimer::start));
 
     if (workView) {
         setObjectName(kWorkViewName);
@@ -386,14 +394,20 @@ void TOrvickView::NodeLoaderChanged() {
 }
 
 void TOrvickView::WatchLoaderFolder() {
-    // A folder that was removed and made again must be watched anew.
+    // A folder that was removed and made again, and files replaced by new ones, must be
+    // watched anew.
     if (!fLoaderWatcher.directories().isEmpty()) {
         fLoaderWatcher.removePaths(fLoaderWatcher.directories());
     }
+    if (!fLoaderWatcher.files().isEmpty()) fLoaderWatcher.removePaths(fLoaderWatcher.files());
     std::error_code error;
-    if (fs::is_directory(fLoaderFolder, error)) {
-        fLoaderWatcher.addPath(QString::fromStdString(fLoaderFolder.string()));
+    if (!fs::is_directory(fLoaderFolder, error)) return;
+    QStringList paths{QString::fromStdString(fLoaderFolder.string())};
+    for (fs::directory_iterator entry(fLoaderFolder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->is_regular_file(error)) paths.push_back(QString::fromStdString(entry->path()));
     }
+    fLoaderWatcher.addPaths(paths);
 }
 
 void TOrvickView::SendChangeSongRqtd(int32_t songIndex) {

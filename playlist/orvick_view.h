@@ -18,6 +18,7 @@
 #include <QFileSystemWatcher>
 #include <QMenu>
 #include <QPointer>
+#include <QTimer>
 #include <QTreeWidget>
 #include <QUrl>
 #include <cstdint>
@@ -87,6 +88,8 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     // Containers nested deeper than this are not opened: a guard against folder trees and
     // playlists that never end.
     static constexpr int kMaxNesting = 64;
+    // How long the loader folder stays unchanged before its plug-ins are loaded again.
+    static constexpr int kLoaderSettleMs = 200;
 
     using TStatusFn = std::function<void(const std::string&)>;
     // Where to write list; nothing when the user cancelled.
@@ -180,7 +183,8 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     TContainerLoader* FindContainerLoader(const std::filesystem::path& ref,
                                           TSupportFmt* kind) const;
     static bool IsContainerLoader(const std::filesystem::path& file);
-    // Builds the loader list again from the folder.
+    // Builds the loader list again from the folder. The view does so by itself, shortly
+    // after a file in the folder was added, removed, renamed or written.
     void NodeLoaderChanged();
 
     void SendChangeSongRqtd(int32_t songIndex);
@@ -304,7 +308,8 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     const bool fWorkView;
     std::filesystem::path fLoaderFolder;
     TLoaderList fLoaders;
-    QFileSystemWatcher fLoaderWatcher;
+    QFileSystemWatcher fLoaderWatcher;  // the folder and each file in it
+    QTimer fLoaderSettle;
     QPointer<QObject> fOwner;
     TStatusFn fStatus;
     TSavePanelFn fSavePanel;
