@@ -190,7 +190,9 @@ bool TOrvickView::AddOneFile(const fs::path& ref, TQuillSItem* parent, int32_t m
         if (parentKind != kFmtFolderList) Status(kUnsupportedKey, ref.filename().string());
         return false;
     }
-    if (!isContainer && IsMidiFile(ref)) return AddMidiFile(ref, parent, magicNum) != nullptr;
+    // The broad MIDI test would take a folder such as "Best.midi" for a song.
+    if (!isContainer && fs::is_regular_file(status) && IsMidiFile(ref))
+        return AddMidiFile(ref, parent, magicNum) != nullptr;
 
     const fs::path container = real_path(ref);
     TSupportFmt kind = kFmtGeneralList;

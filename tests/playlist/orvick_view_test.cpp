@@ -336,3 +336,12 @@ TEST_F(OrvickView, ANamedPipeIsRefusedWithoutWaitingForAWriter) {
     EXPECT_EQ(fStatus,
               (std::vector<std::string>{"Unsupported: pipe.qml", "Unsupported: pipe.mid"}));
 }
+
+TEST_F(OrvickView, AFolderWhoseNameHoldsTheMidiExtensionIsNoSong) {
+    const fs::path folder = fTemp.Path() / "Best.midi";
+    fs::create_directories(folder);
+    Song("Best.midi/a.mid");
+    EXPECT_FALSE(fView->AddListFolderFileToTopLevel(folder));
+    EXPECT_EQ(fView->Songs(), 0);
+    EXPECT_EQ(fStatus, std::vector<std::string>{"Unsupported: Best.midi"});
+}
