@@ -26,14 +26,17 @@ bool is_whole_elf(const std::string& bytes) {
     ElfW(Ehdr) header;
     if (bytes.size() < sizeof header) return false;
     std::memcpy(&header, bytes.data(), sizeof header);
-    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_phentsize != sizeof(ElfW(Phdr)))
+    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 ||
+        header.e_phentsize != sizeof(ElfW(Phdr)))
         return false;
-    const uint64_t tableEnd = uint64_t(header.e_phoff) + uint64_t(header.e_phnum) * sizeof(ElfW(Phdr));
+    const uint64_t tableEnd =
+        uint64_t(header.e_phoff) + uint64_t(header.e_phnum) * sizeof(ElfW(Phdr));
     if (header.e_phnum == 0 || tableEnd > bytes.size()) return false;
     for (size_t i = 0; i < header.e_phnum; i++) {
         ElfW(Phdr) segment;
         std::memcpy(&segment, bytes.data() + header.e_phoff + i * sizeof segment, sizeof segment);
-        if (segment.p_type == PT_LOAD && uint64_t(segment.p_offset) + segment.p_filesz > bytes.size())
+        if (segment.p_type == PT_LOAD &&
+            uint64_t(segment.p_offset) + segment.p_filesz > bytes.size())
             return false;
     }
     return true;

@@ -275,7 +275,9 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     // The current song index again from the row that was current before the tree changed.
     void FollowCurrentSong(const TQuillSItem* current);
     // The song that is current, read before a change of the tree; null when there is none.
-    const TQuillSItem* CurrentSong() const { return fCurSongIdx >= 0 ? Song(fCurSongIdx) : nullptr; }
+    const TQuillSItem* CurrentSong() const {
+        return fCurSongIdx >= 0 ? Song(fCurSongIdx) : nullptr;
+    }
     bool AddOneFile(const std::filesystem::path& ref, TQuillSItem* parent, int32_t magicNum,
                     bool isContainer);
     void InvalidateFlatList() {

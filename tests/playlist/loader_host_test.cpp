@@ -184,3 +184,24 @@ TEST_F(LoaderHost, APluginCopiedInSlowlyIsLoadedOnceComplete) {
     EXPECT_TRUE(process_events_until([&] { return view->Loaders().size() == 2; }));
     EXPECT_EQ(KindOfTestList(*view), kFmtSemiRawList);
 }
+
+TEST_F(LoaderHost, RebuildingTheListClosesTheImagesItLoadedBefore) {
+    auto view = MakeView(LoaderFolder({kAccepted}));
+    const auto openFiles = [] {
+        return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+    };
+    const auto mappedCopies = [] {
+        std::ifstream maps("/proc/self/maps");
+        int lines = 0;
+        for (std::string line; std::getline(maps, line);)
+            lines += line.find("quill-loader") != std::string::npos;
+        return lines;
+    };
+    const auto filesBefore = openFiles();
+    const int mappedBefore = mappedCopies();
+    ASSERT_GT(mappedBefore, 0);
+    for (int i = 0; i < 5; i++) view->NodeLoaderChanged();
+    EXPECT_EQ(openFiles(), filesBefore);
+    EXPECT_EQ(mappedCopies(), mappedBefore);
+    EXPECT_EQ(view->Loaders().size(), 2u);
+}

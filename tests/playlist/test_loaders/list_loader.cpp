@@ -39,7 +39,8 @@ class TTestListLoader : public TContainerLoader {
         return 0;
     }
     std::string Name() const noexcept override { return "Test List Loader"; }
-    std::string Version() const noexcept override { return std::to_string(TEST_INTERFACE_VERSION) + kRelease;
+    std::string Version() const noexcept override {
+        return std::to_string(TEST_INTERFACE_VERSION) + kRelease;
     }
     std::string Copyright() const noexcept override { return "test"; }
     std::string Description() const noexcept override { return "test lists"; }
