@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <system_error>
 
@@ -15,6 +16,9 @@
 #include "veldan/core/entry.h"
 
 namespace {
+
+// MFD_EXEC of Linux 6.3, which older C library headers lack.
+constexpr unsigned kMemfdExec = 0x0010U;
 
 // Far above any loader; a bigger file is no plug-in of ours.
 constexpr off_t kMaxPluginBytes = 64 << 20;
@@ -73,7 +77,10 @@ class TPluginImage {
     static std::shared_ptr<TPluginImage> Open(const std::filesystem::path& file) {
         std::string bytes;
         if (!read_plugin(file, &bytes) || !is_whole_elf(bytes)) return nullptr;
-        const int copy = ::memfd_create("quill-loader", MFD_CLOEXEC);
+        // Where the system makes memory files non-executable by default, the copy must
+        // ask to be executable; kernels before 6.3 know no such flag and refuse it.
+        int copy = ::memfd_create("quill-loader", MFD_CLOEXEC | kMemfdExec);
+        if (copy < 0 && errno == EINVAL) copy = ::memfd_create("quill-loader", MFD_CLOEXEC);
         if (copy < 0) return nullptr;
         size_t done = 0;
         while (done < bytes.size()) {
