@@ -69,6 +69,8 @@ TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     fMainWin =
         new TQuillWin(language_table(), pref(), exit_state(), this, fExeFolder / kLoaderFolder);
     fMainWin->setGeometry(frame);
+    // The one converter, which the drive-letter settings window's OK reloads.
+    fMainWin->View()->OrvickView()->SetDrvCvt(&app_privacy());
     fMainWin->View()->SetStateHandler([this](int32_t state) {
         app_privacy().SetState(TMarnelState(state));
         if (fMpris) fMpris->StateChanged();

@@ -71,8 +71,16 @@ TOrvickView::TOrvickView(const veldan::TLLT& texts, bool workView, const fs::pat
     connect(rows, &QAbstractItemModel::rowsMoved, this, [this] { InvalidateFlatList(); });
     connect(rows, &QAbstractItemModel::layoutChanged, this, [this] { InvalidateFlatList(); });
     connect(rows, &QAbstractItemModel::modelReset, this, [this] { InvalidateFlatList(); });
-    connect(&fLoaderWatcher, &QFileSystemWatcher::directoryChanged, this,
-            [this] { NodeLoaderChanged(); });
+    // A plug-in copied in slowly changes many times; the list is built again once the
+    // folder has been quiet for a moment.
+    fLoaderSettle.setSingleShot(true);
+    fLoaderSettle.setInterval(kLoaderSettleMs);
+    connect(&fLoaderSettle, &QTimer::timeout, this, [this] { NodeLoaderChanged(); });
+    connect(&fLoaderWatcher, &QFileSystemWatcher::directoryChanged, &fLoaderSettle,
+            qOverload<>(&QTimer::start));
+    // The folder reports new, removed and renamed files, not a file written over in place.
+    connect(&fLoaderWatcher, &QFileSystemWatcher::fileChanged, &fLoaderSettle,
+            qOverload<>(&QTimer::start));
 
     if (workView) {
         setObjectName(kWorkViewName);
@@ -158,6 +166,16 @@ void TOrvickView::Status(const char* key, const std::string& name) const {
 
 bool TOrvickView::AddListFolderFile(const fs::path& ref, TQuillSItem* parent, int32_t magicNum,
                                     bool isContainer) {
+    if (fNesting > 0) return AddOneFile(ref, parent, magicNum, isContainer);
+    // Songs added above the current one move it, whatever list they join.
+    const TQuillSItem* current = CurrentSong();
+    const bool added = AddOneFile(ref, parent, magicNum, isContainer);
+    if (added) FollowCurrentSong(current);
+    return added;
+}
+
+bool TOrvickView::AddOneFile(const fs::path& ref, TQuillSItem* parent, int32_t magicNum,
+                             bool isContainer) {
     const TSupportFmt parentKind = parent ? parent->Kind() : kFmtNativeList;
     if (!names_a_file(ref)) {
         if (parentKind != kFmtSemiRawList) {
@@ -166,7 +184,17 @@ bool TOrvickView::AddListFolderFile(const fs::path& ref, TQuillSItem* parent, in
         }
         return false;
     }
-    if (!isContainer && IsMidiFile(ref)) return AddMidiFile(ref, parent, magicNum) != nullptr;
+    std::error_code error;
+    const fs::file_status status = fs::status(ref, error);  // follows links
+    if (!fs::is_regular_file(status) && !fs::is_directory(status)) {
+        // A pipe, a device or a socket is neither a song nor a list, and opening one can
+        // wait for a writer for ever: the window would freeze.
+        if (parentKind != kFmtFolderList) Status(kUnsupportedKey, ref.filename().string());
+        return false;
+    }
+    // The broad MIDI test would take a folder such as "Best.midi" for a song.
+    if (!isContainer && fs::is_regular_file(status) && IsMidiFile(ref))
+        return AddMidiFile(ref, parent, magicNum) != nullptr;
 
     const fs::path container = real_path(ref);
     TSupportFmt kind = kFmtGeneralList;
@@ -185,6 +213,9 @@ bool TOrvickView::AddListFolderFile(const fs::path& ref, TQuillSItem* parent, in
 bool TOrvickView::AddListFolderFileToTopLevel(const fs::path& ref) {
     TQuillSItem* first = row_of(topLevelItem(0));
     if (!AddListFolderFile(ref, first, -1)) return false;
+    // File > Add, the files given at start and those a second start hands over all come
+    // here: the list now differs from its file.
+    MarkModified(first);
     // What the user just added is what the user wants to see.
     if (first) expandItem(first);
     return true;
@@ -260,10 +291,15 @@ fs::path TOrvickView::ResolveEntry(const std::string& line, const fs::path& cont
         }
     } else {
         // Written on Windows; an unconvertible line stays relative and is reported missing.
-        TDrvCvt driveLetters;
-        driveLetters.CvtPathWinToBe(line.c_str(), &path, container.c_str());
+        DriveLetters().CvtPathWinToBe(line.c_str(), &path, container.c_str());
     }
     return fs::path(path);
+}
+
+const TDrvCvt& TOrvickView::DriveLetters() const {
+    if (fDrvCvt) return *fDrvCvt;
+    if (!fOwnDrvCvt) fOwnDrvCvt = std::make_unique<TDrvCvt>();
+    return *fOwnDrvCvt;
 }
 
 bool TOrvickView::AddContainer(const fs::path& ref, TSupportFmt kind, TContainerLoader* loader,
@@ -362,14 +398,20 @@ void TOrvickView::NodeLoaderChanged() {
 }
 
 void TOrvickView::WatchLoaderFolder() {
-    // A folder that was removed and made again must be watched anew.
+    // A folder that was removed and made again, and files replaced by new ones, must be
+    // watched anew.
     if (!fLoaderWatcher.directories().isEmpty()) {
         fLoaderWatcher.removePaths(fLoaderWatcher.directories());
     }
+    if (!fLoaderWatcher.files().isEmpty()) fLoaderWatcher.removePaths(fLoaderWatcher.files());
     std::error_code error;
-    if (fs::is_directory(fLoaderFolder, error)) {
-        fLoaderWatcher.addPath(QString::fromStdString(fLoaderFolder.string()));
+    if (!fs::is_directory(fLoaderFolder, error)) return;
+    QStringList paths{QString::fromStdString(fLoaderFolder.string())};
+    for (fs::directory_iterator entry(fLoaderFolder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->is_regular_file(error)) paths.push_back(QString::fromStdString(entry->path()));
     }
+    fLoaderWatcher.addPaths(paths);
 }
 
 void TOrvickView::SendChangeSongRqtd(int32_t songIndex) {

@@ -18,6 +18,7 @@
 #include <QFileSystemWatcher>
 #include <QMenu>
 #include <QPointer>
+#include <QTimer>
 #include <QTreeWidget>
 #include <QUrl>
 #include <cstdint>
@@ -33,6 +34,7 @@
 #include "playlist/quill_sitem.h"
 #include "veldan/core/handler.h"
 
+class TDrvCvt;
 namespace veldan {
 class TLLT;
 }
@@ -86,6 +88,8 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     // Containers nested deeper than this are not opened: a guard against folder trees and
     // playlists that never end.
     static constexpr int kMaxNesting = 64;
+    // How long the loader folder stays unchanged before its plug-ins are loaded again.
+    static constexpr int kLoaderSettleMs = 200;
 
     using TStatusFn = std::function<void(const std::string&)>;
     // Where to write list; nothing when the user cancelled.
@@ -107,6 +111,10 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     void SetOwner(QObject* owner) { fOwner = owner; }
     void SetStatusFn(TStatusFn status) { fStatus = std::move(status); }
     void SetAutoSortKind(int32_t kind) { fAutoSortKind = kind; }
+    // The drive-letter table for Windows paths in playlists; it must outlive the view, and
+    // a change of it holds for the next list read. Without one the view reads the table
+    // file once, when it first meets a Windows path.
+    void SetDrvCvt(const TDrvCvt* driveLetters) { fDrvCvt = driveLetters; }
     // The dialogs of saving; an empty function restores the default: a modal file dialog
     // titled "Save_Panel_Title", an alert asking "Ask_Save_List" with Yes, No and Cancel
     // (Escape), and the failure alert.
@@ -137,10 +145,12 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
 
     // Adds a song, a folder or a container under parent (null: the top level); false with
     // a status text when it is missing, unsupported, a container already in the view, or
-    // nested too deep. isContainer: a loader said so; the MIDI test is skipped.
+    // nested too deep. isContainer: a loader said so; the MIDI test is skipped. The current
+    // song index follows its song.
     bool AddListFolderFile(const std::filesystem::path& ref, TQuillSItem* parent, int32_t magicNum,
                            bool isContainer = false);
-    // Under the first row of the view, with insertion number -1.
+    // Under the first row of the view, with insertion number -1; that list becomes
+    // modified when something was added.
     bool AddListFolderFileToTopLevel(const std::filesystem::path& ref);
     // The first song added becomes current (a change-song request for song 0).
     TQuillSItem* AddMidiFile(const std::filesystem::path& ref, TQuillSItem* parent,
@@ -173,7 +183,8 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     TContainerLoader* FindContainerLoader(const std::filesystem::path& ref,
                                           TSupportFmt* kind) const;
     static bool IsContainerLoader(const std::filesystem::path& file);
-    // Builds the loader list again from the folder.
+    // Builds the loader list again from the folder. The view does so by itself, shortly
+    // after a file in the folder was added, removed, renamed or written.
     void NodeLoaderChanged();
 
     void SendChangeSongRqtd(int32_t songIndex);
@@ -191,8 +202,9 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     // Removes the selected rows and everything under them, from the last up. The song count
     // drops by the songs removed; the current song index follows its song, and when the
     // current song itself goes the player is asked to change to the song that then holds
-    // its index. The parent lists become modified. First AskSaveSelectedList: nothing is
-    // removed when the user cancels.
+    // its index. The parent lists become modified. The first row, the main list, stays
+    // (rows selected under it go): the window title, adding files and saving all need it.
+    // First AskSaveSelectedList: nothing is removed when the user cancels.
     void PopupDeleteFileClicked();
     // Sorts, one level deep, each selected list or the list holding each selected song;
     // "SortKey" 1 ascending, 2 descending, anything else nothing.
@@ -260,6 +272,14 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     void BuildFlatList() const;
     std::vector<TQuillSItem*> SelectedRows() const;
     void MarkModified(TQuillSItem* list);
+    // The current song index again from the row that was current before the tree changed.
+    void FollowCurrentSong(const TQuillSItem* current);
+    // The song that is current, read before a change of the tree; null when there is none.
+    const TQuillSItem* CurrentSong() const {
+        return fCurSongIdx >= 0 ? Song(fCurSongIdx) : nullptr;
+    }
+    bool AddOneFile(const std::filesystem::path& ref, TQuillSItem* parent, int32_t magicNum,
+                    bool isContainer);
     void InvalidateFlatList() {
         fFlatValid = false;
         fTreeVersion++;
@@ -284,17 +304,21 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     std::filesystem::path ResolveEntry(const std::string& line,
                                        const std::filesystem::path& container) const;
     void WatchLoaderFolder();
+    const TDrvCvt& DriveLetters() const;
 
     const veldan::TLLT& fTexts;
     const bool fWorkView;
     std::filesystem::path fLoaderFolder;
     TLoaderList fLoaders;
-    QFileSystemWatcher fLoaderWatcher;
+    QFileSystemWatcher fLoaderWatcher;  // the folder and each file in it
+    QTimer fLoaderSettle;
     QPointer<QObject> fOwner;
     TStatusFn fStatus;
     TSavePanelFn fSavePanel;
     TAskSaveFn fAskSave;
     TFailureFn fFailure;
+    const TDrvCvt* fDrvCvt = nullptr;
+    mutable std::unique_ptr<TDrvCvt> fOwnDrvCvt;
     int32_t fAutoSortKind = kAutoSortByNameUp;
     int32_t fNextListId = 1;
     int32_t fNextNewListNumber = 1;

@@ -119,8 +119,11 @@ void TOrvickView::PopupDeleteFileClicked() {
     const int32_t current = fCurSongIdx;
     int32_t removedBeforeCurrent = 0;
     bool currentRemoved = false;
+    // Unlike other rows, the main list is kept when selected: without it files would be
+    // added at the top level and a save would find its list deleted.
+    const QTreeWidgetItem* mainList = topLevelItem(0);
     for (auto row = rows.rbegin(); row != rows.rend(); ++row) {
-        if (!(*row)->isSelected()) continue;
+        if (!(*row)->isSelected() || *row == mainList) continue;
         std::vector<const TQuillSItem*> songs;
         collect_songs(*row, &songs);
         for (const TQuillSItem* song : songs) {
@@ -145,13 +148,19 @@ void TOrvickView::PopupSortClicked(const veldan::TMessage& message) {
     if (key != kSortKeyUp && key != kSortKeyDown) return;
     const TItemCompareFunc compare =
         key == kSortKeyUp ? compare_func_by_file_name_up : compare_func_by_file_name_down;
+    const TQuillSItem* current = Song(fCurSongIdx);
     for (TQuillSItem* row : SelectedRows()) {
         TQuillSItem* list = row->Container() ? row : static_cast<TQuillSItem*>(row->parent());
         if (!list) continue;
         sort_items_under(list, compare);
         MarkModified(list);
     }
+    FollowCurrentSong(current);
     SendCurSongIdxChanged();
+}
+
+void TOrvickView::FollowCurrentSong(const TQuillSItem* current) {
+    if (current) fCurSongIdx = SongIdx(FullListIndexOf(current));
 }
 
 void TOrvickView::SendCurSongIdxChanged() {

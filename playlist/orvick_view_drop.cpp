@@ -233,7 +233,7 @@ bool TOrvickView::ChangeSongOrderRqtd(const veldan::TMessage& message) {
     for (QTreeWidgetItem* row : taken) row->setSelected(true);
     MarkModified(list);
     InvalidateFlatList();
-    if (current) fCurSongIdx = SongIdx(FullListIndexOf(current));
+    FollowCurrentSong(current);
     SendCurSongIdxChanged();
     return true;
 }
@@ -245,16 +245,17 @@ void TOrvickView::AddDroppedFiles(const QList<QUrl>& urls, const QPoint& where) 
         if (url.isLocalFile()) paths.emplace_back(url.toLocalFile().toStdString());
     }
     sort_dropped(&paths, fAutoSortKind);
-    const TQuillSItem* current = Song(fCurSongIdx);
+    const TQuillSItem* current = CurrentSong();
     bool added = false;
-    for (const fs::path& path : paths) added |= AddListFolderFile(path, list, -1);
+    // The current song is found again once for the whole drop.
+    for (const fs::path& path : paths) added |= AddOneFile(path, list, -1, false);
     if (!added) return;
     MarkModified(list);
     // The user sees what was dropped.
     if (list) list->setExpanded(true);
     // Songs added above the current one move it.
     if (current) {
-        fCurSongIdx = SongIdx(FullListIndexOf(current));
+        FollowCurrentSong(current);
         SendCurSongIdxChanged();
     }
 }

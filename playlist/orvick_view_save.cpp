@@ -31,9 +31,11 @@ bool needs_save_as(const TQuillSItem& list) {
     return list.UnnamedNewList() || list.Kind() != kFmtNativeList || list.EntryRef().empty();
 }
 
-bool has_selected_ancestor(const QTreeWidgetItem* row) {
-    for (const QTreeWidgetItem* up = row->parent(); up; up = up->parent()) {
-        if (up->isSelected()) return true;
+// Whether deleting the selection removes row: it or a row above it is selected, the
+// main list (which deleting keeps) aside.
+bool goes_with_selection(const QTreeWidgetItem* row, const QTreeWidgetItem* mainList) {
+    for (const QTreeWidgetItem* up = row; up; up = up->parent()) {
+        if (up->isSelected() && up != mainList) return true;
     }
     return false;
 }
@@ -183,7 +185,7 @@ bool TOrvickView::AskSaveSelectedList([[maybe_unused]] const veldan::TMessage& n
     BuildFlatList();
     std::vector<TQuillSItem*> lists;
     for (TQuillSItem* row : fFlatRows) {
-        if (row->Container() && (row->isSelected() || has_selected_ancestor(row))) {
+        if (row->Container() && goes_with_selection(row, topLevelItem(0))) {
             lists.push_back(row);
         }
     }

@@ -1,5 +1,9 @@
 #include "playlist/loader_host.h"
 
+#include <sys/stat.h>
+
+#include <fstream>
+
 #include "tests/playlist/playlist_fixture.h"
 
 namespace fs = std::filesystem;
@@ -111,4 +115,93 @@ TEST_F(LoaderHost, TheLoaderFolderMessageRebuildsTheList) {
     LoaderFolder({kAccepted});
     veldan::post_message(view.get(), veldan::TMessage(TOrvickView::kMsgNodeLoaderChanged));
     EXPECT_TRUE(process_events_until([&] { return view->Loaders().size() == 2; }));
+}
+
+namespace {
+
+const fs::path kNewRelease = fs::path(TEST_LOADER_ROOT) / "v2_raw" / "test_list_loader_v2_raw.so";
+
+std::string Bytes(const fs::path& file) {
+    const auto bytes = read_file_bytes(file);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+// The kind the view's loaders give a test list, kFmtSong when none reads it.
+TSupportFmt KindOfTestList(const TOrvickView& view) {
+    TSupportFmt kind = kFmtSong;
+    view.FindContainerLoader("/any/list.tlst", &kind);
+    return kind;
+}
+
+}  // namespace
+
+TEST_F(LoaderHost, APluginReplacedByANewFileIsLoadedAgain) {
+    const fs::path folder = LoaderFolder({kAccepted});
+    auto view = MakeView(folder);
+    ASSERT_EQ(KindOfTestList(*view), kFmtSemiRawList);
+    // As installers do: the new release is written beside and renamed over the old one.
+    const fs::path staged = fTemp.Path() / "staged.so";
+    fs::copy_file(kNewRelease, staged);
+    fs::rename(staged, folder / kAccepted.filename());
+    EXPECT_TRUE(process_events_until([&] { return KindOfTestList(*view) == kFmtRawList; }));
+    ASSERT_EQ(view->Loaders().size(), 2u);
+    EXPECT_EQ(view->Loaders()[1]->Version(), "2 raw");
+    EXPECT_EQ(view->Loaders()[1]->Path(), (folder / kAccepted.filename()).string());
+}
+
+TEST_F(LoaderHost, APluginOverwrittenInPlaceIsLoadedAgain) {
+    const fs::path folder = LoaderFolder({kAccepted});
+    auto view = MakeView(folder);
+    ASSERT_EQ(KindOfTestList(*view), kFmtSemiRawList);
+    const fs::path plugin = folder / kAccepted.filename();
+    struct stat before {};
+    ASSERT_EQ(::stat(plugin.c_str(), &before), 0);
+    {
+        std::ofstream out(plugin, std::ios::binary | std::ios::trunc);
+        out << Bytes(kNewRelease);
+    }
+    struct stat after {};
+    ASSERT_EQ(::stat(plugin.c_str(), &after), 0);
+    ASSERT_EQ(after.st_ino, before.st_ino);
+    EXPECT_TRUE(process_events_until([&] { return KindOfTestList(*view) == kFmtRawList; }));
+}
+
+TEST_F(LoaderHost, APluginCopiedInSlowlyIsLoadedOnceComplete) {
+    const fs::path folder = LoaderFolder({});
+    auto view = MakeView(folder);
+    const std::string bytes = Bytes(kAccepted);
+    std::ofstream out(folder / "slow.so", std::ios::binary);
+    // The headers and some code: most of what the dynamic linker would map is not there.
+    const size_t part = 6000;
+    ASSERT_GT(bytes.size(), 3 * part);
+    out << bytes.substr(0, part) << std::flush;
+    // The folder saw a new file; the plug-in in it is not whole yet.
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < 500) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    EXPECT_EQ(view->Loaders().size(), 1u);
+    out << bytes.substr(part) << std::flush;
+    EXPECT_TRUE(process_events_until([&] { return view->Loaders().size() == 2; }));
+    EXPECT_EQ(KindOfTestList(*view), kFmtSemiRawList);
+}
+
+TEST_F(LoaderHost, RebuildingTheListClosesTheImagesItLoadedBefore) {
+    auto view = MakeView(LoaderFolder({kAccepted}));
+    const auto openFiles = [] {
+        return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+    };
+    const auto mappedCopies = [] {
+        std::ifstream maps("/proc/self/maps");
+        int lines = 0;
+        for (std::string line; std::getline(maps, line);)
+            lines += line.find("quill-loader") != std::string::npos;
+        return lines;
+    };
+    const auto filesBefore = openFiles();
+    const int mappedBefore = mappedCopies();
+    ASSERT_GT(mappedBefore, 0);
+    for (int i = 0; i < 5; i++) view->NodeLoaderChanged();
+    EXPECT_EQ(openFiles(), filesBefore);
+    EXPECT_EQ(mappedCopies(), mappedBefore);
+    EXPECT_EQ(view->Loaders().size(), 2u);
 }

@@ -185,3 +185,29 @@ TEST_F(NativeList, WritingADeletedListOrToAnUnwritablePlaceFails) {
     EXPECT_EQ(error, "Cannot save: dir.qml");
     EXPECT_TRUE(TopList()->UnnamedNewList());
 }
+
+TEST_F(NativeList, WindowsPathsGoThroughTheConverterHandedToTheView) {
+    const fs::path first = Song("first/dance.mid");
+    const fs::path second = Song("second/dance.mid");
+    // The table file says otherwise: it must not be read again for each line.
+    TDrvCvt onDisk;
+    onDisk.SetBeDL('M', (fTemp.Path() / "elsewhere").string());
+    ASSERT_TRUE(onDisk.Save());
+    TDrvCvt converter;
+    converter.SetBeDL('M', (fTemp.Path() / "first").string());
+    fView->SetDrvCvt(&converter);
+
+    ASSERT_TRUE(fView->AddListFolderFileToTopLevel(
+        fTemp.Write("one.qml", "MarnelList$1\r\nm:\\dance.mid\r\n")));
+    const TQuillSItem* one = LastRow(TopList());
+    ASSERT_EQ(one->childCount(), 1) << (fStatus.empty() ? "" : fStatus[0]);
+    EXPECT_EQ(static_cast<TQuillSItem*>(one->child(0))->EntryRef(), first);
+
+    // A change of the table takes effect with the next list read.
+    converter.SetBeDL('M', (fTemp.Path() / "second").string());
+    ASSERT_TRUE(fView->AddListFolderFileToTopLevel(
+        fTemp.Write("two.qml", "MarnelList$1\r\nm:\\dance.mid\r\n")));
+    const TQuillSItem* two = LastRow(TopList());
+    ASSERT_EQ(two->childCount(), 1);
+    EXPECT_EQ(static_cast<TQuillSItem*>(two->child(0))->EntryRef(), second);
+}

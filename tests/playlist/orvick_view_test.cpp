@@ -1,5 +1,13 @@
 #include "playlist/orvick_view.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
 #include "tests/playlist/playlist_fixture.h"
 
 namespace fs = std::filesystem;
@@ -40,6 +48,36 @@ class OrvickView : public PlaylistTest {
     }
 
     std::unique_ptr<TOrvickView> fView;
+};
+
+// Gives pipes a writer now and then once the grace time is over, so that a reader stuck in
+// opening one comes free: the test then fails instead of hanging.
+class TPipeRescue {
+  public:
+    explicit TPipeRescue(std::vector<fs::path> pipes)
+        : fThread([this, pipes = std::move(pipes)] {
+              const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+              while (!fDone) {
+                  if (std::chrono::steady_clock::now() > deadline) {
+                      for (const fs::path& pipe : pipes) {
+                          const int end = ::open(pipe.c_str(), O_RDWR | O_NONBLOCK);
+                          if (end >= 0) ::close(end);
+                      }
+                      fRescued = true;
+                  }
+                  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+              }
+          }) {}
+    ~TPipeRescue() {
+        fDone = true;
+        fThread.join();
+    }
+    bool Rescued() const { return fRescued; }
+
+  private:
+    std::atomic<bool> fDone{false};
+    std::atomic<bool> fRescued{false};
+    std::thread fThread;
 };
 
 }  // namespace
@@ -280,4 +318,30 @@ TEST_F(OrvickView, AWorkViewStartsWithOneEmptyNativeList) {
     EXPECT_EQ(row->Kind(), kFmtNativeList);
     EXPECT_TRUE(row->EntryRef().empty());
     EXPECT_FALSE(row->UnnamedNewList());
+}
+
+TEST_F(OrvickView, ANamedPipeIsRefusedWithoutWaitingForAWriter) {
+    const fs::path listPipe = fTemp.Path() / "pipe.qml";
+    const fs::path songPipe = fTemp.Path() / "pipe.mid";
+    ASSERT_EQ(mkfifo(listPipe.c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo(songPipe.c_str(), 0600), 0);
+    const TPipeRescue rescue({listPipe, songPipe});
+
+    EXPECT_FALSE(fView->AddListFolderFileToTopLevel(listPipe));
+    EXPECT_FALSE(fView->AddListFolderFileToTopLevel(songPipe));
+
+    EXPECT_FALSE(rescue.Rescued()) << "the view waited in opening a pipe";
+    EXPECT_EQ(fView->Songs(), 0);
+    EXPECT_EQ(TopList()->childCount(), 0);
+    EXPECT_EQ(fStatus,
+              (std::vector<std::string>{"Unsupported: pipe.qml", "Unsupported: pipe.mid"}));
+}
+
+TEST_F(OrvickView, AFolderWhoseNameHoldsTheMidiExtensionIsNoSong) {
+    const fs::path folder = fTemp.Path() / "Best.midi";
+    fs::create_directories(folder);
+    Song("Best.midi/a.mid");
+    EXPECT_FALSE(fView->AddListFolderFileToTopLevel(folder));
+    EXPECT_EQ(fView->Songs(), 0);
+    EXPECT_EQ(fStatus, std::vector<std::string>{"Unsupported: Best.midi"});
 }

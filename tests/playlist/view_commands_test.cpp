@@ -157,3 +157,54 @@ TEST_F(ViewCommands, AnUnknownSortKeyDoesNothing) {
     EXPECT_EQ(SongNames(), (std::vector<std::string>{"b.mid", "a.mid"}));
     EXPECT_FALSE(TopList()->Modified());
 }
+
+TEST_F(ViewCommands, SortingKeepsTheCurrentSongCurrent) {
+    AddSong("b.mid");
+    AddSong("c.mid");
+    AddSong("a.mid");
+    fView->SetCurSongIdx(0);  // b.mid
+    TopList()->setSelected(true);
+    veldan::TMessage sort(TOrvickView::kMsgPopupSort);
+    sort.AddInt32(TOrvickView::kSortKeyField, TOrvickView::kSortKeyUp);
+    fView->PopupSortClicked(sort);
+    ASSERT_EQ(SongNames(), (std::vector<std::string>{"a.mid", "b.mid", "c.mid"}));
+    EXPECT_EQ(fView->CurSongIdx(), 1);
+    sort.ReplaceInt32(TOrvickView::kSortKeyField, 0, TOrvickView::kSortKeyDown);
+    fView->PopupSortClicked(sort);
+    EXPECT_EQ(fView->Song(fView->CurSongIdx())->FileName(), "b.mid");
+}
+
+TEST_F(ViewCommands, SongsAddedToTheMainListMarkItModified) {
+    ASSERT_TRUE(fView->AddListFolderFileToTopLevel(Song("a.mid")));
+    EXPECT_TRUE(TopList()->Modified());
+    EXPECT_EQ(TopList()->text(0).toStdString(), "[L] New List 1 (modified)");
+}
+
+TEST_F(ViewCommands, NothingAddedToTheMainListLeavesItClean) {
+    EXPECT_FALSE(fView->AddListFolderFileToTopLevel(fTemp.Path() / "missing.mid"));
+    EXPECT_FALSE(TopList()->Modified());
+}
+
+TEST_F(ViewCommands, AddingUnderTheMainListMovesTheCurrentSongOfALaterList) {
+    AddSong("a.mid");
+    TQuillSItem* later = fView->AddNewList(nullptr);
+    TQuillSItem* x = AddSong("x.mid", later);
+    fView->SetCurSongIdx(1);  // x.mid
+    ASSERT_TRUE(fView->AddListFolderFileToTopLevel(Song("b.mid")));
+    EXPECT_EQ(fView->Song(fView->CurSongIdx()), x);
+}
+
+TEST_F(ViewCommands, TheMainListIsNeverDeleted) {
+    AddSong("a.mid")->setSelected(true);
+    AddSong("b.mid");
+    TQuillSItem* second = fView->AddNewList(nullptr);
+    TopList()->setSelected(true);
+    second->setSelected(true);
+    fView->PopupDeleteFileClicked();
+    ASSERT_EQ(fView->topLevelItemCount(), 1);
+    EXPECT_EQ(SongNames(), std::vector<std::string>{"b.mid"});
+    EXPECT_EQ(TopList()->text(0).toStdString(), "[L] New List 1 (modified)");
+    // Whatever is added next still lands in it.
+    ASSERT_TRUE(fView->AddListFolderFileToTopLevel(Song("c.mid")));
+    EXPECT_EQ(TopList()->childCount(), 2);
+}

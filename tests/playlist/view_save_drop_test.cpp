@@ -70,12 +70,15 @@ class ViewSaveDrop : public PlaylistTest {
     TQuillSItem* AddSong(const std::string& name, TQuillSItem* list) {
         return fView->AddMidiFile(Midi(name), list, -1);
     }
-    // A native list file holding songs, added under the first list.
+    // A native list file holding songs, added under the first list. That marks the first
+    // list modified, which the tests of the lists under it set aside.
     TQuillSItem* AddNativeList(const std::string& name, const std::vector<fs::path>& songs) {
         std::string text = "MarnelList$1\n";
         for (const fs::path& song : songs) text += song.string() + "\n";
         const fs::path file = fTemp.Write(name, text);
         EXPECT_TRUE(fView->AddListFolderFileToTopLevel(file));
+        EXPECT_TRUE(TopList()->Modified());
+        TopList()->SetModified(false);
         return Child(TopList(), TopList()->childCount() - 1);
     }
 
@@ -560,4 +563,34 @@ TEST_F(ViewSaveDrop, FilesDroppedAboveTheCurrentSongMoveItsIndex) {
     EXPECT_EQ(fView->CurSongIdx(), 1);
     EXPECT_EQ(fView->Song(1), c);
     EXPECT_EQ(IndexChanges(), std::vector<int32_t>{1});
+}
+
+TEST_F(ViewSaveDrop, SongsAddedToASavedMainListAreWrittenByThePopupSave) {
+    const fs::path a = Midi("a.mid");
+    const fs::path b = Midi("b.mid");
+    const fs::path file = fTemp.Write("main.qml", "MarnelList$1\n" + a.string() + "\n");
+    fView->ClearList();
+    ASSERT_TRUE(fView->AddListFolderFile(file, nullptr, -1));
+    ASSERT_FALSE(TopList()->Modified());
+
+    ASSERT_TRUE(fView->AddListFolderFileToTopLevel(b));
+    EXPECT_TRUE(fView->HasModifiedList());
+    TopList()->setSelected(true);
+    fView->PopupSaveListClicked();
+    DrainMessages();
+
+    EXPECT_EQ(ReadBack(file), (std::vector<std::string>{a.string(), b.string()}));
+    EXPECT_FALSE(TopList()->Modified());
+    EXPECT_TRUE(fPanelAsked.empty());
+}
+
+TEST_F(ViewSaveDrop, DeletingWithTheMainListSelectedNeitherAsksAboutNorRemovesIt) {
+    AddSong("a.mid", TopList());
+    TopList()->SetModified(true);
+    TopList()->setSelected(true);
+    fView->PopupDeleteFileClicked();
+    EXPECT_TRUE(fQuestions.empty());
+    ASSERT_EQ(fView->topLevelItemCount(), 1);
+    EXPECT_EQ(TopList()->childCount(), 1);
+    EXPECT_EQ(fView->Songs(), 1);
 }

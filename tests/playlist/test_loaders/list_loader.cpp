@@ -1,6 +1,7 @@
 // A loader plug-in built by the tests: reads ".tlst" files of one absolute path per line as
 // semi-raw lists. Built with TEST_INTERFACE_VERSION set to another number, it stands for a
-// plug-in written against another version of the interface.
+// plug-in written against another version of the interface; built with TEST_RAW_LISTS, it is
+// a new release of the plug-in that reads the same files as raw lists.
 
 #include <fstream>
 #include <new>
@@ -8,6 +9,14 @@
 #include "loaders/container_loader.h"
 
 namespace {
+
+#ifdef TEST_RAW_LISTS
+constexpr TSupportFmt kListKind = kFmtRawList;
+constexpr char kRelease[] = " raw";
+#else
+constexpr TSupportFmt kListKind = kFmtSemiRawList;
+constexpr char kRelease[] = "";
+#endif
 
 bool ends_with_tlst(const std::string& path) {
     return path.size() > 5 && path.compare(path.size() - 5, 5, ".tlst") == 0;
@@ -20,7 +29,7 @@ class TTestListLoader : public TContainerLoader {
     int32_t SpecificationNumber() const noexcept override { return TEST_INTERFACE_VERSION; }
     bool IsLoadable(const std::string& path, TSupportFmt* kind) const noexcept override {
         if (!ends_with_tlst(path)) return false;
-        *kind = kFmtSemiRawList;
+        *kind = kListKind;
         return true;
     }
     int32_t Load(const std::string& path, std::vector<TContainerEntry>* entries) noexcept override {
@@ -30,7 +39,9 @@ class TTestListLoader : public TContainerLoader {
         return 0;
     }
     std::string Name() const noexcept override { return "Test List Loader"; }
-    std::string Version() const noexcept override { return std::to_string(TEST_INTERFACE_VERSION); }
+    std::string Version() const noexcept override {
+        return std::to_string(TEST_INTERFACE_VERSION) + kRelease;
+    }
     std::string Copyright() const noexcept override { return "test"; }
     std::string Description() const noexcept override { return "test lists"; }
 };
