@@ -1,0 +1,114 @@
+// A restless user at the player controller for half a minute, with a fixed seed: whatever
+// was pressed, no note may sound once the player rests, the GUI thread keeps answering and
+// the memory stays where it was after the first seconds.
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "app/settings/pref.h"
+#include "midi/recorder.h"
+#include "player/quill_view.h"
+#include "playlist/orvick_view.h"
+#include "tests/player/chaos_run.h"
+#include "tests/support/scoped_env.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/widget_app.h"
+#include "veldan/core/llt.h"
+
+using quill::TQuillView;
+
+namespace {
+
+constexpr size_t kRecorderEvents = 1 << 18;
+// Memory allowed to grow from its level after the first seconds to the end.
+constexpr int64_t kRssGrowthKB = 6 * 1024;
+constexpr double kBaselineSeconds = 5;
+
+}  // namespace
+
+class ChaosTest : public TWidgetTest {
+  protected:
+    ChaosTest() {
+        // Short silences and all four resets, so the preparing states are walked through
+        // between songs too.
+        fPrefs.waitBetweenSongs = true;
+        fPrefs.silenceBetweenSongsUs = 150000;
+        fPrefs.sendSysResets = true;
+        fPrefs.sysResetCombination = 0x0F;
+        fPrefs.silenceAfterResetsUs = 40000;
+        fView = std::make_unique<TQuillView>(fTexts, fPrefs, fTemp.Path() / "no-loaders");
+        fView->Chain().PublicOut(0)->Connect(&fPortA);
+        fView->Chain().PublicOut(1)->Connect(&fPortB);
+        fSynth1.Register();
+        fSynth2.Register();
+    }
+    ~ChaosTest() override {
+        fView.reset();
+        fSynth1.Unregister();
+        fSynth2.Unregister();
+    }
+
+    TTempDir fTemp;
+    TTempDir fConfig;
+    TScopedEnv fXdg{"XDG_CONFIG_HOME", fConfig.Path().c_str()};
+    veldan::TLLT fTexts;
+    TPref fPrefs;
+    TMidiRecorder fPortA{"port A", kRecorderEvents, kRecorderEvents * 8};
+    TMidiRecorder fPortB{"port B", kRecorderEvents, kRecorderEvents * 8};
+    TMidiRecorder fSynth1{"chaos synth 1", kRecorderEvents, kRecorderEvents * 8};
+    TMidiRecorder fSynth2{"chaos synth 2", kRecorderEvents, kRecorderEvents * 8};
+    std::unique_ptr<TQuillView> fView;
+};
+
+TEST_F(ChaosTest, ARestlessUserLeavesNoNoteSoundingNoStallAndNoGrowth) {
+    TChaosRun::TOptions options;
+    options.seed = 20261124;
+    options.seconds = 25;
+    options.songs = 300;
+    TChaosRun run(*fView, fPortA, fPortB, fTemp.Path(), options);
+    run.AddRosterConsumer(&fSynth1);
+    run.AddRosterConsumer(&fSynth2);
+    ASSERT_TRUE(run.AddSongs());
+    ASSERT_EQ(fView->OrvickView()->Songs(), options.songs);
+
+    const TChaosRun::TFigures figures = run.Run();
+
+    std::string problems;
+    for (const std::string& problem : figures.problems) problems += "\n  " + problem;
+    std::string actions;
+    for (int action = 0; action < TChaosRun::kActions; ++action)
+        actions += std::string(" ") + TChaosRun::ActionName(action) + "=" +
+                   std::to_string(figures.actions[action]) + "/" +
+                   std::to_string(figures.slowestUs[action] / 1000) + "ms";
+    std::cout << "chaos: " << figures.seconds << " s, " << figures.totalActions << " actions ("
+              << actions << " ), " << figures.songsStarted << " songs started, "
+              << figures.checks << " checks, " << figures.notesChecked << " notes of "
+              << figures.eventsChecked << " events checked, longest ping "
+              << figures.longestStallUs / 1000 << " ms\n";
+
+    EXPECT_EQ(figures.hanging, 0u) << problems;
+    EXPECT_EQ(figures.stalls, 0u) << problems;
+    EXPECT_EQ(figures.droppedEvents, 0u);
+    EXPECT_EQ(figures.unsettled, 0u);
+    // The run did what it claims: the figures of a run that did nothing would pass the above.
+    EXPECT_GE(figures.totalActions, 100u);
+    EXPECT_GE(figures.songsStarted, 10u);
+    EXPECT_GE(figures.checks, 10u);
+    EXPECT_GE(figures.notesChecked, 1000u);
+
+    int64_t baselineKB = 0;
+    for (const auto& [seconds, kB] : figures.rss)
+        if (seconds >= kBaselineSeconds) {
+            baselineKB = kB;
+            break;
+        }
+    ASSERT_GT(baselineKB, 0);
+    std::string curve;
+    for (const auto& [seconds, kB] : figures.rss)
+        curve += " " + std::to_string(int(seconds)) + "s:" + std::to_string(kB / 1024) + "MB";
+    std::cout << "chaos: resident memory" << curve << "\n";
+    EXPECT_LE(figures.rss.back().second - baselineKB, kRssGrowthKB) << curve;
+}
