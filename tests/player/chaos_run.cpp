@@ -292,7 +292,7 @@ TChaosRun::~TChaosRun() = default;
 
 void TChaosRun::AddRosterConsumer(TMidiRecorder* consumer) {
     fRecorders.push_back(consumer);
-    fRosterConsumers.push_back(consumer);
+    fToggleIds.push_back(consumer->ID());
     fBalances.push_back(std::make_unique<TBalance>());
 }
 
@@ -476,12 +476,11 @@ void TChaosRun::Do(int action) {
             Post(TQuillView::kMsgPlayMode, TQuillView::kPlayModeField, between(0, 5));
             break;
         case kPortToggle: {
-            if (fRosterConsumers.empty()) break;
-            TMidiRecorder* consumer =
-                fRosterConsumers[size_t(between(0, int(fRosterConsumers.size()) - 1))];
+            if (fToggleIds.empty()) break;
             veldan::TMessage item(TQuillView::kMsgMidiOut);
             item.AddInt32(TQuillView::kMidiPortField, between(0, 1));
-            item.AddInt32(TQuillView::kConsumerIdField, consumer->ID());
+            item.AddInt32(TQuillView::kConsumerIdField,
+                          fToggleIds[size_t(between(0, int(fToggleIds.size()) - 1))]);
             veldan::post_message(&fView, item);
             QCoreApplication::sendPostedEvents();
             break;
@@ -540,7 +539,6 @@ TChaosRun::TFigures TChaosRun::Run() {
             Post(quill::kMsgStop, nullptr, 0);
             CheckSilence("the recorders filled up");
         }
-        if (fTick) fTick(elapsed());
         if (elapsed() >= nextSample) {
             fFigures.rss.emplace_back(elapsed(), ResidentKB());
             nextSample += fOptions.rssEverySeconds;

@@ -99,8 +99,11 @@ class TChaosRun {
     // Consumers in the roster that the port action connects and disconnects, and that are
     // checked like the ports' own recorders. Not owned.
     void AddRosterConsumer(TMidiRecorder* consumer);
-    // Called between two actions with the seconds gone, for faults to be injected.
-    void SetTick(std::function<void(double seconds)> tick) { fTick = std::move(tick); }
+    // A consumer of the roster that the port action also connects and disconnects but that
+    // is not heard here (one of another MIDI system).
+    void AddOutsideConsumer(int32_t id) { fToggleIds.push_back(id); }
+    // The figures so far; for the tick.
+    const TFigures& Figures() const { return fFigures; }
 
     TFigures Run();
 
@@ -121,13 +124,12 @@ class TChaosRun {
 
     quill::TQuillView& fView;
     std::vector<TMidiRecorder*> fRecorders;
-    std::vector<TMidiRecorder*> fRosterConsumers;
+    std::vector<int32_t> fToggleIds;
     std::vector<std::unique_ptr<TBalance>> fBalances;
     std::filesystem::path fFolder;
     TOptions fOptions;
     std::mt19937 fRandom;
     TFigures fFigures;
-    std::function<void(double)> fTick;
     std::unique_ptr<TWatchdog> fWatchdog;
     std::atomic<int> fCurrentAction{-1};
     bool fRestChanged = false;

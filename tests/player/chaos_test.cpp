@@ -12,6 +12,7 @@
 #include "midi/recorder.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
+#include "tests/player/chaos_jack.h"
 #include "tests/player/chaos_run.h"
 #include "tests/support/scoped_env.h"
 #include "tests/support/temp_dir.h"
@@ -21,6 +22,12 @@
 using quill::TQuillView;
 
 namespace {
+
+std::string joined(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) text += "\n  " + line;
+    return text;
+}
 
 constexpr size_t kRecorderEvents = 1 << 18;
 // Memory allowed to grow from its level after the first seconds to the end.
@@ -111,4 +118,41 @@ TEST_F(ChaosTest, ARestlessUserLeavesNoNoteSoundingNoStallAndNoGrowth) {
         curve += " " + std::to_string(int(seconds)) + "s:" + std::to_string(kB / 1024) + "MB";
     std::cout << "chaos: resident memory" << curve << "\n";
     EXPECT_LE(figures.rss.back().second - baselineKB, kRssGrowthKB) << curve;
+}
+
+// A JACK client that quits and then the JACK server itself, in the middle of the run: each
+// is told once, the run goes on without a stall, and the recorders still hear the music.
+TEST_F(ChaosTest, JackDyingUnderneathIsToldOnceAndThePlayGoesOnToTheOthers) {
+    if (!TChaosJack::Available()) GTEST_SKIP() << "jackd is not installed";
+    TChaosJack jack;
+    ASSERT_TRUE(jack.Start(*fView)) << jack.Error();
+    TMidiRecorder witness("witness", kRecorderEvents);
+    fView->Chain().PublicOut(0)->Connect(&witness);
+    fView->Chain().PublicOut(1)->Connect(&witness);
+
+    TChaosRun::TOptions options;
+    options.seed = 1124;
+    options.seconds = 12;
+    options.songs = 60;
+    TChaosRun run(*fView, fPortA, fPortB, fTemp.Path(), options);
+    run.AddRosterConsumer(&fSynth1);
+    ASSERT_TRUE(run.AddSongs());
+    jack.KillLater(std::chrono::seconds(4), std::chrono::seconds(8), witness);
+    const TChaosRun::TFigures figures = run.Run();
+    jack.Join();
+    const size_t heardAtEnd = witness.Count() + witness.Dropped();
+    fView->Chain().PublicOut(0)->Disconnect(&witness);
+    fView->Chain().PublicOut(1)->Disconnect(&witness);
+
+    EXPECT_GT(jack.ReceivedByA(), 0u) << "the JACK client heard nothing before it quit";
+    EXPECT_GT(jack.ReceivedByB(), 0u) << "the JACK client heard nothing before the server went";
+    EXPECT_GT(jack.HeardAtSecond(), jack.HeardAtFirst()) << "the play stopped with the client";
+    EXPECT_GT(heardAtEnd, jack.HeardAtSecond()) << "the play stopped with the server";
+    ASSERT_TRUE(wait_for([&] { return jack.Problems().size() >= 2; })) << joined(jack.Problems());
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(jack.Problems(),
+              (std::vector<std::string>{jack.ClientGoneReport(), jack.ServerGoneReport()}));
+    EXPECT_EQ(figures.hanging, 0u) << joined(figures.problems);
+    EXPECT_EQ(figures.stalls, 0u) << joined(figures.problems);
+    EXPECT_GE(figures.totalActions, 50u);
 }
