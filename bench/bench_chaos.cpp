@@ -94,6 +94,7 @@ int main(int argc, char** argv) {
         quill::TQuillView view(texts, prefs, songs.Path() / "no-loaders");
         view.Chain().PublicOut(0)->Connect(&portA);
         view.Chain().PublicOut(1)->Connect(&portB);
+        options.prefs = &prefs;
         TChaosRun run(view, portA, portB, songs.Path(), options);
         run.AddRosterConsumer(&synth1);
         run.AddRosterConsumer(&synth2);
@@ -114,6 +115,10 @@ int main(int argc, char** argv) {
     for (int action = 0; action < TChaosRun::kActions; ++action)
         std::printf(" %s=%llu", TChaosRun::ActionName(action),
                     static_cast<unsigned long long>(figures.actions[action]));
+    std::printf("\nslowest action   ");
+    for (int action = 0; action < TChaosRun::kActions; ++action)
+        std::printf(" %s=%lldms", TChaosRun::ActionName(action),
+                    static_cast<long long>(figures.slowestUs[action] / 1000));
     std::printf("\nsongs started     %llu\n", static_cast<unsigned long long>(figures.songsStarted));
     std::printf("checks            %llu (every rest of the player and the end)\n",
                 static_cast<unsigned long long>(figures.checks));

@@ -17,6 +17,7 @@
 #include <mutex>
 #include <thread>
 
+#include "app/settings/pref.h"
 #include "engine/sys_reset.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
@@ -273,7 +274,7 @@ class TChaosRun::TWatchdog {
 const char* TChaosRun::ActionName(int action) {
     static const char* const kNames[] = {"play", "pause",  "stop", "next", "prev",
                                          "pick", "seek",   "key",  "tempo", "volume",
-                                         "mode", "port",   "all-notes-off", "listen"};
+                                         "mode", "port",   "all-notes-off", "prefs", "listen"};
     if (action < 0 || action >= kActions) return "(between actions)";
     return kNames[action];
 }
@@ -488,6 +489,16 @@ void TChaosRun::Do(int action) {
         case kAllNotesOff:
             Post(TQuillView::kMsgAllNotesOff, nullptr, 0);
             break;
+        case kPrefs: {
+            TPref* prefs = fOptions.prefs;
+            if (!prefs) break;
+            prefs->sendSysResets = between(0, 1);
+            prefs->sysResetCombination = between(0, 15);
+            prefs->waitBetweenSongs = between(0, 1);
+            prefs->chaseOnSeek = between(0, 1);
+            Post(TQuillView::kMsgPrefChanged, nullptr, 0);
+            break;
+        }
         case kListen:
             Pump(between(300, 2500));
             break;
@@ -498,7 +509,7 @@ void TChaosRun::Do(int action) {
 
 TChaosRun::TFigures TChaosRun::Run() {
     // Weights of the actions: transport most, sliders often, the rest now and then.
-    static constexpr int kWeights[kActions] = {14, 8, 5, 8, 5, 6, 8, 6, 5, 4, 3, 4, 2, 3};
+    static constexpr int kWeights[kActions] = {14, 8, 5, 8, 5, 6, 8, 6, 5, 4, 3, 4, 2, 2, 3};
     std::vector<int> weights(std::begin(kWeights), std::end(kWeights));
     for (int action = 0; action < kActions; ++action)
         if (fOptions.skipActions & (1u << action)) weights[size_t(action)] = 0;

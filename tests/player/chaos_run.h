@@ -26,6 +26,7 @@
 
 #include "midi/recorder.h"
 
+class TPref;
 namespace quill {
 class TQuillView;
 }
@@ -46,6 +47,7 @@ class TChaosRun {
         kMode,
         kPortToggle,
         kAllNotesOff,
+        kPrefs,   // the preferences window: resets, silences and chasing on seek
         kListen,  // leaves the player alone for a while, so songs can end by themselves
         kActions
     };
@@ -63,6 +65,8 @@ class TChaosRun {
         uint32_t skipActions = 0;
         // How often the resident memory is sampled.
         double rssEverySeconds = 1;
+        // The preferences the view reads; the kPrefs action changes them when set.
+        TPref* prefs = nullptr;
         // Told each line worth printing (a hanging note, a stall), if set.
         std::function<void(const std::string&)> log;
     };
