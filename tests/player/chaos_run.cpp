@@ -398,6 +398,7 @@ void TChaosRun::CheckSilence(const char* when) {
     if (!settled) ++fFigures.unsettled;
     const bool stopped = fView.State() == quill::kStateStopped;
     ++fFigures.checks;
+    bool traced = false;
     for (size_t i = 0; i < fRecorders.size(); ++i) {
         Scan(i);
         TBalance& balance = *fBalances[i];
@@ -411,6 +412,13 @@ void TChaosRun::CheckSilence(const char* when) {
                         "x when " + when + " (" + (stopped ? "stopped" : "paused") +
                         ", song " + std::to_string(fView.CurSongIdx()) + ", key " +
                         std::to_string(fView.Chain().Filter(0).Key()) + ")");
+                if (!traced) {
+                    traced = true;
+                    Problem("  " + Trace(i, channel, key));
+                    std::string history = "  last actions:";
+                    for (const std::string& line : fHistory) history += " | " + line;
+                    Problem(history);
+                }
                 // Reported once; what follows is judged afresh.
                 count = 0;
             }
@@ -423,6 +431,29 @@ void TChaosRun::CheckSilence(const char* when) {
     }
 }
 
+std::string TChaosRun::Trace(size_t index, int channel, int key) const {
+    const TMidiRecorder& recorder = *fRecorders[index];
+    const auto entries = recorder.Entries();
+    size_t strike = entries.size();
+    for (size_t i = entries.size(); i-- > 0;) {
+        const uint8_t* data = recorder.BytesOf(entries[i]);
+        if (entries[i].length >= 3 && data[0] == (0x90 | channel) && data[1] == key && data[2]) {
+            strike = i;
+            break;
+        }
+    }
+    if (strike == entries.size()) return "its note-on is no longer recorded";
+    std::string text = "from its last note-on, channel " + std::to_string(channel + 1) + ":";
+    int shown = 0;
+    for (size_t i = strike; i < entries.size() && shown < 10; ++i) {
+        const uint8_t* data = recorder.BytesOf(entries[i]);
+        if (entries[i].length == 0 || data[0] >= 0xF0 || (data[0] & 0x0F) != channel) continue;
+        text += " [" + hex_bytes(data, entries[i].length) + "]";
+        ++shown;
+    }
+    return text;
+}
+
 int64_t TChaosRun::ResidentKB() {
     std::ifstream statm("/proc/self/statm");
     int64_t size = 0, resident = 0;
@@ -430,9 +461,12 @@ int64_t TChaosRun::ResidentKB() {
     return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
-void TChaosRun::Do(int action) {
+std::string TChaosRun::Do(int action) {
+    std::string done = ActionName(action);
     auto between = [&](int low, int high) {
-        return std::uniform_int_distribution<int>(low, high)(fRandom);
+        const int value = std::uniform_int_distribution<int>(low, high)(fRandom);
+        done += " " + std::to_string(value);
+        return value;
     };
     const quill::TControlBar* bar = fView.ControlBar();
     switch (action) {
@@ -505,6 +539,7 @@ void TChaosRun::Do(int action) {
         default:
             break;
     }
+    return done;
 }
 
 TChaosRun::TFigures TChaosRun::Run() {
@@ -531,12 +566,15 @@ TChaosRun::TFigures TChaosRun::Run() {
         const int action = chooseAction(fRandom);
         fCurrentAction.store(action);
         const int64_t before = now_us();
-        Do(action);
+        std::string done = Do(action);
         const int64_t took = now_us() - before;
         fCurrentAction.store(-1);
         fFigures.actionUs[action] += took;
         fFigures.slowestUs[action] = std::max(fFigures.slowestUs[action], took);
         ++fFigures.actions[action];
+        fHistory.push_back(done + " -> state " + std::to_string(fView.State()) + " song " +
+                           std::to_string(fView.CurSongIdx()));
+        if (fHistory.size() > 8) fHistory.pop_front();
         ++fFigures.totalActions;
         const int32_t state = fView.State();
         if (fRestChanged && (state == quill::kStateStopped || state == quill::kStatePaused)) {

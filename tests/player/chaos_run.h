@@ -17,6 +17,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -117,13 +118,16 @@ class TChaosRun {
     struct TBalance;
     class TWatchdog;
 
-    void Do(int action);
+    // Returns what was done, with its value.
+    std::string Do(int action);
     void Post(uint32_t what, const char* field, int32_t value);
     void Pump(int ms);
     // Checks every recorder once the chain has gone quiet; when the player is stopped,
     // empties them afterwards.
     void CheckSilence(const char* when);
     void Scan(size_t index);
+    // The events of channel at recorder index from the last note-on of key on.
+    std::string Trace(size_t index, int channel, int key) const;
     void Problem(const std::string& text);
 
     quill::TQuillView& fView;
@@ -138,4 +142,5 @@ class TChaosRun {
     std::atomic<int> fCurrentAction{-1};
     bool fRestChanged = false;
     std::vector<std::filesystem::path> fMissing;
+    std::deque<std::string> fHistory;  // the last actions, for the report of a fault
 };
