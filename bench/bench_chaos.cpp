@@ -3,7 +3,11 @@
 // recorder. Prints the actions done, the notes checked for hanging, the pings the GUI thread
 // was late to answer and the resident memory as the run went.
 //
-//   bench_chaos [seconds=300] [seed=1] [--skip=ACTION,...]
+//   bench_chaos [seconds=300] [seed=1] [--skip=ACTION,...] [--jack]
+//
+// --jack also connects the ports to two clients of a jackd of the run's own; a third of
+// the way in one client quits, two thirds in the server stops. Each loss must be told once
+// and the recorders must go on hearing the music.
 //
 // ACTION is one of the names printed under "actions"; leaving one out looks past a fault
 // that it is known to cause.
@@ -20,6 +24,7 @@
 #include "midi/recorder.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
+#include "tests/player/chaos_jack.h"
 #include "tests/player/chaos_run.h"
 #include "tests/support/temp_dir.h"
 #include "veldan/core/llt.h"
@@ -58,8 +63,11 @@ int main(int argc, char** argv) {
     options.seconds = 300;
     options.rssEverySeconds = 10;
     int positional = 0;
+    bool withJack = false;
     for (int i = 1; i < argc; ++i) {
-        if (std::strncmp(argv[i], "--skip=", 7) == 0)
+        if (std::strcmp(argv[i], "--jack") == 0)
+            withJack = true;
+        else if (std::strncmp(argv[i], "--skip=", 7) == 0)
             options.skipActions = parse_skip(argv[i] + 7);
         else if (positional++ == 0)
             options.seconds = std::atof(argv[i]);
@@ -90,6 +98,9 @@ int main(int argc, char** argv) {
     synth1.Register();
     synth2.Register();
     TChaosRun::TFigures figures;
+    std::unique_ptr<TChaosJack> jack;
+    TMidiRecorder witness("witness", kRecorderEvents);
+    size_t heardAtEnd = 0;
     {
         quill::TQuillView view(texts, prefs, songs.Path() / "no-loaders");
         view.Chain().PublicOut(0)->Connect(&portA);
@@ -105,7 +116,24 @@ int main(int argc, char** argv) {
         std::printf("chaos: %d songs, seed %u, %.0f s\n", view.OrvickView()->Songs(), options.seed,
                     options.seconds);
         std::fflush(stdout);
+        if (withJack) {
+            jack = std::make_unique<TChaosJack>();
+            if (!TChaosJack::Available() || !jack->Start(view)) {
+                std::fprintf(stderr, "bench_chaos: no JACK: %s\n", jack->Error().c_str());
+                return 1;
+            }
+            view.Chain().PublicOut(0)->Connect(&witness);
+            view.Chain().PublicOut(1)->Connect(&witness);
+            const auto third = std::chrono::microseconds(int64_t(options.seconds * 1e6 / 3));
+            jack->KillLater(third, 2 * third, witness);
+        }
         figures = run.Run();
+        if (jack) {
+            jack->Join();
+            heardAtEnd = witness.Count() + witness.Dropped();
+            view.Chain().PublicOut(0)->Disconnect(&witness);
+            view.Chain().PublicOut(1)->Disconnect(&witness);
+        }
     }
     synth1.Unregister();
     synth2.Unregister();
@@ -143,6 +171,21 @@ int main(int argc, char** argv) {
         std::printf("growth after the first minute: %+.1f MB\n",
                     double(figures.rss.back().second - afterMinuteKB) / 1024);
     for (const std::string& problem : figures.problems) std::printf("  %s\n", problem.c_str());
-    const bool clean = figures.hanging == 0 && figures.stalls == 0 && figures.droppedEvents == 0;
+    bool clean = figures.hanging == 0 && figures.stalls == 0 && figures.droppedEvents == 0;
+    if (jack) {
+        wait_for([&] { return jack->Problems().size() >= 2; });
+        const std::vector<std::string> reports = jack->Problems();
+        const bool once =
+            reports == std::vector<std::string>{jack->ClientGoneReport(), jack->ServerGoneReport()};
+        std::printf("JACK reports      %zu%s\n", reports.size(), once ? " (one each)" : "");
+        for (const std::string& report : reports) std::printf("  %s\n", report.c_str());
+        std::printf("heard by the recorders: %zu at the client's loss, %zu at the server's, "
+                    "%zu at the end; the JACK clients got %zu and %zu\n",
+                    jack->HeardAtFirst(), jack->HeardAtSecond(), heardAtEnd, jack->ReceivedByA(),
+                    jack->ReceivedByB());
+        clean = clean && once && heardAtEnd > jack->HeardAtSecond() &&
+                jack->HeardAtSecond() > jack->HeardAtFirst();
+        jack.reset();
+    }
     return clean ? 0 : 1;
 }
