@@ -8,28 +8,12 @@
 #include <memory>
 #include <string>
 
-#include "app/settings/pref.h"
-#include "midi/recorder.h"
-#include "player/quill_view.h"
-#include "playlist/orvick_view.h"
+#include "tests/player/chaos_fixture.h"
 #include "tests/player/chaos_jack.h"
 #include "tests/player/chaos_run.h"
-#include "tests/support/scoped_env.h"
-#include "tests/support/temp_dir.h"
-#include "tests/support/widget_app.h"
-#include "veldan/core/llt.h"
-
-using quill::TQuillView;
 
 namespace {
 
-std::string joined(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const std::string& line : lines) text += "\n  " + line;
-    return text;
-}
-
-constexpr size_t kRecorderEvents = 1 << 18;
 // Memory allowed to grow from its level after the first seconds to the end.
 constexpr int64_t kRssGrowthKB = 6 * 1024;
 constexpr double kBaselineSeconds = 5;
@@ -41,40 +25,6 @@ constexpr bool kMemoryIsOurs = true;
 #endif
 
 }  // namespace
-
-class ChaosTest : public TWidgetTest {
-  protected:
-    ChaosTest() {
-        // Short silences and all four resets, so the preparing states are walked through
-        // between songs too.
-        fPrefs.waitBetweenSongs = true;
-        fPrefs.silenceBetweenSongsUs = 150000;
-        fPrefs.sendSysResets = true;
-        fPrefs.sysResetCombination = 0x0F;
-        fPrefs.silenceAfterResetsUs = 40000;
-        fView = std::make_unique<TQuillView>(fTexts, fPrefs, fTemp.Path() / "no-loaders");
-        fView->Chain().PublicOut(0)->Connect(&fPortA);
-        fView->Chain().PublicOut(1)->Connect(&fPortB);
-        fSynth1.Register();
-        fSynth2.Register();
-    }
-    ~ChaosTest() override {
-        fView.reset();
-        fSynth1.Unregister();
-        fSynth2.Unregister();
-    }
-
-    TTempDir fTemp;
-    TTempDir fConfig;
-    TScopedEnv fXdg{"XDG_CONFIG_HOME", fConfig.Path().c_str()};
-    veldan::TLLT fTexts;
-    TPref fPrefs;
-    TMidiRecorder fPortA{"port A", kRecorderEvents, kRecorderEvents * 8};
-    TMidiRecorder fPortB{"port B", kRecorderEvents, kRecorderEvents * 8};
-    TMidiRecorder fSynth1{"chaos synth 1", kRecorderEvents, kRecorderEvents * 8};
-    TMidiRecorder fSynth2{"chaos synth 2", kRecorderEvents, kRecorderEvents * 8};
-    std::unique_ptr<TQuillView> fView;
-};
 
 TEST_F(ChaosTest, ARestlessUserLeavesNoNoteSoundingNoStallAndNoGrowth) {
     TChaosRun::TOptions options;
@@ -124,7 +74,9 @@ TEST_F(ChaosTest, ARestlessUserLeavesNoNoteSoundingNoStallAndNoGrowth) {
     for (const auto& [seconds, kB] : figures.rss)
         curve += " " + std::to_string(int(seconds)) + "s:" + std::to_string(kB / 1024) + "MB";
     std::cout << "chaos: resident memory" << curve << "\n";
-    if (kMemoryIsOurs) EXPECT_LE(figures.rss.back().second - baselineKB, kRssGrowthKB) << curve;
+    if (kMemoryIsOurs) {
+        EXPECT_LE(figures.rss.back().second - baselineKB, kRssGrowthKB) << curve;
+    }
 }
 
 // A JACK client that quits and then the JACK server itself, in the middle of the run: each
