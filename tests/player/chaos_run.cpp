@@ -415,7 +415,9 @@ void TChaosRun::CheckSilence(const char* when) {
                 if (!traced) {
                     traced = true;
                     Problem("  " + Trace(i, channel, key));
-                    std::string history = "  last actions:";
+                    std::string history = "  key changes since the last check: " +
+                                          std::to_string(fKeyChangesSinceCheck) +
+                                          "; last actions:";
                     for (const std::string& line : fHistory) history += " | " + line;
                     Problem(history);
                 }
@@ -429,6 +431,7 @@ void TChaosRun::CheckSilence(const char* when) {
             balance.scanned = 0;
         }
     }
+    fKeyChangesSinceCheck = 0;
 }
 
 std::string TChaosRun::Trace(size_t index, int channel, int key) const {
@@ -572,6 +575,7 @@ TChaosRun::TFigures TChaosRun::Run() {
         fFigures.actionUs[action] += took;
         fFigures.slowestUs[action] = std::max(fFigures.slowestUs[action], took);
         ++fFigures.actions[action];
+        if (action == kKey) ++fKeyChangesSinceCheck;
         fHistory.push_back(done + " -> state " + std::to_string(fView.State()) + " song " +
                            std::to_string(fView.CurSongIdx()));
         if (fHistory.size() > 8) fHistory.pop_front();

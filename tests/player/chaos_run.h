@@ -143,4 +143,5 @@ class TChaosRun {
     bool fRestChanged = false;
     std::vector<std::filesystem::path> fMissing;
     std::deque<std::string> fHistory;  // the last actions, for the report of a fault
+    int fKeyChangesSinceCheck = 0;      // a known way to leave notes sounding
 };
