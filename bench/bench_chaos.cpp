@@ -13,7 +13,6 @@
 // that it is known to cause.
 
 #include <QApplication>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -147,7 +146,8 @@ int main(int argc, char** argv) {
     for (int action = 0; action < TChaosRun::kActions; ++action)
         std::printf(" %s=%lldms", TChaosRun::ActionName(action),
                     static_cast<long long>(figures.slowestUs[action] / 1000));
-    std::printf("\nsongs started     %llu\n", static_cast<unsigned long long>(figures.songsStarted));
+    std::printf("\nsongs started     %llu\n",
+                static_cast<unsigned long long>(figures.songsStarted));
     std::printf("checks            %llu (every rest of the player and the end)\n",
                 static_cast<unsigned long long>(figures.checks));
     std::printf("notes checked     %llu of %llu events\n",
@@ -179,10 +179,11 @@ int main(int argc, char** argv) {
             reports == std::vector<std::string>{jack->ClientGoneReport(), jack->ServerGoneReport()};
         std::printf("JACK reports      %zu%s\n", reports.size(), once ? " (one each)" : "");
         for (const std::string& report : reports) std::printf("  %s\n", report.c_str());
-        std::printf("heard by the recorders: %zu at the client's loss, %zu at the server's, "
-                    "%zu at the end; the JACK clients got %zu and %zu\n",
-                    jack->HeardAtFirst(), jack->HeardAtSecond(), heardAtEnd, jack->ReceivedByA(),
-                    jack->ReceivedByB());
+        std::printf(
+            "heard by the recorders: %zu at the client's loss, %zu at the server's, "
+            "%zu at the end; the JACK clients got %zu and %zu\n",
+            jack->HeardAtFirst(), jack->HeardAtSecond(), heardAtEnd, jack->ReceivedByA(),
+            jack->ReceivedByB());
         clean = clean && once && heardAtEnd > jack->HeardAtSecond() &&
                 jack->HeardAtSecond() > jack->HeardAtFirst();
         jack.reset();

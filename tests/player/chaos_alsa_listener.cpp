@@ -30,9 +30,9 @@ int main(int argc, char** argv) {
     snd_seq_set_client_name(seq, argv[3]);
     // Room for a dense passage while the process waits for the processor.
     snd_seq_set_client_pool_input(seq, 2000);
-    const int port = snd_seq_create_simple_port(
-        seq, "in", SND_SEQ_PORT_CAP_WRITE | SND_SEQ_PORT_CAP_SUBS_WRITE,
-        SND_SEQ_PORT_TYPE_MIDI_GENERIC | SND_SEQ_PORT_TYPE_APPLICATION);
+    const int port =
+        snd_seq_create_simple_port(seq, "in", SND_SEQ_PORT_CAP_WRITE | SND_SEQ_PORT_CAP_SUBS_WRITE,
+                                   SND_SEQ_PORT_TYPE_MIDI_GENERIC | SND_SEQ_PORT_TYPE_APPLICATION);
     if (port < 0) return 1;
     if (!write_whole(argv[1], std::to_string(snd_seq_client_id(seq)) + ":" + std::to_string(port)))
         return 1;

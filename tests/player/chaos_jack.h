@@ -7,14 +7,13 @@
 
 #include <unistd.h>
 
+#include <QCoreApplication>
 #include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <QCoreApplication>
 
 #include "midi/backends.h"
 #include "midi/jack_backend.h"

@@ -1,10 +1,10 @@
 #include "tests/player/chaos_run.h"
 
+#include <unistd.h>
+
 #include <QCoreApplication>
 #include <QMetaObject>
 #include <QTest>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -31,8 +31,7 @@ namespace {
 using TClock = std::chrono::steady_clock;
 
 int64_t now_us() {
-    return std::chrono::duration_cast<std::chrono::microseconds>(
-               TClock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::microseconds>(TClock::now().time_since_epoch())
         .count();
 }
 
@@ -68,9 +67,9 @@ void write_track(TTrackBuilder& track, std::vector<TTimed> events) {
 struct TSongShape {
     int tracks = 4;
     uint32_t spacingMin = 60, spacingMax = 240;  // ticks between a track's note-ons
-    uint32_t lengthMin = 30, lengthMax = 400;     // ticks a note lasts
+    uint32_t lengthMin = 30, lengthMax = 400;    // ticks a note lasts
     uint32_t totalTicks = 480 * 8;
-    int chord = 1;                                // notes struck together
+    int chord = 1;  // notes struck together
     bool tempoMap = false;
     bool bothPorts = false;
     bool sysEx = false;
@@ -99,15 +98,17 @@ std::vector<uint8_t> make_song(const TSongShape& shape, const std::string& title
         if (t == 0 && shape.tempoMap)
             for (uint32_t tick = 0; tick < shape.totalTicks; tick += pick(120, 960)) {
                 const uint32_t tempo = pick(250000, 1000000);
-                events.push_back({tick, -1,
-                                  {0xFF, 0x51, uint8_t(tempo >> 16), uint8_t(tempo >> 8),
-                                   uint8_t(tempo)}});
+                events.push_back(
+                    {tick,
+                     -1,
+                     {0xFF, 0x51, uint8_t(tempo >> 16), uint8_t(tempo >> 8), uint8_t(tempo)}});
             }
         if (t == 0 && shape.sysEx) {
             // A GS reset at the start, a master volume and a long vendor message later.
-            events.push_back({0, -1, {0xF0, 0x41, 0x10, 0x42, 0x12, 0x40, 0x00, 0x7F, 0x00, 0x41,
-                                      0xF7}});
-            events.push_back({shape.totalTicks / 3, -1,
+            events.push_back(
+                {0, -1, {0xF0, 0x41, 0x10, 0x42, 0x12, 0x40, 0x00, 0x7F, 0x00, 0x41, 0xF7}});
+            events.push_back({shape.totalTicks / 3,
+                              -1,
                               {0xF0, 0x7F, 0x7F, 0x04, 0x01, 0x00, uint8_t(pick(40, 127)), 0xF7}});
             std::vector<uint8_t> vendor = {0xF0, 0x43, 0x10};
             for (int i = 0; i < 120; ++i) vendor.push_back(uint8_t(pick(0, 127)));
@@ -120,8 +121,8 @@ std::vector<uint8_t> make_song(const TSongShape& shape, const std::string& title
             for (int n = 0; n < shape.chord; ++n) {
                 const uint8_t note = uint8_t(pick(channel == 9 ? 35 : 0, channel == 9 ? 81 : 127));
                 if (busyUntil[note] > tick) continue;
-                const uint32_t end = std::min(tick + pick(shape.lengthMin, shape.lengthMax),
-                                              shape.totalTicks);
+                const uint32_t end =
+                    std::min(tick + pick(shape.lengthMin, shape.lengthMax), shape.totalTicks);
                 busyUntil[note] = end + 1;
                 events.push_back({tick, 1, {uint8_t(0x90 | channel), note, uint8_t(pick(1, 127))}});
                 // Half of the releases are velocity-0 note-ons.
@@ -245,16 +246,16 @@ class TChaosRun::TWatchdog {
                         if (waited > kStallUs) {
                             ++state->stalls;
                             if (state->notes.size() < 20)
-                                state->notes.push_back(
-                                    "the GUI thread answered a ping after " +
-                                    std::to_string(waited / 1000) + " ms (during " +
-                                    state->actionAtSend + ")");
+                                state->notes.push_back("the GUI thread answered a ping after " +
+                                                       std::to_string(waited / 1000) +
+                                                       " ms (during " + state->actionAtSend + ")");
                         }
                     },
                     Qt::QueuedConnection);
             } else if (now - fState->sentUs > kDeadlockUs) {
-                std::fprintf(stderr, "chaos: the GUI thread has not answered for %lld ms, "
-                                     "since the action %s: deadlock\n",
+                std::fprintf(stderr,
+                             "chaos: the GUI thread has not answered for %lld ms, "
+                             "since the action %s: deadlock\n",
                              static_cast<long long>((now - fState->sentUs) / 1000),
                              fState->actionAtSend);
                 std::abort();
@@ -272,9 +273,9 @@ class TChaosRun::TWatchdog {
 };
 
 const char* TChaosRun::ActionName(int action) {
-    static const char* const kNames[] = {"play", "pause",  "stop", "next", "prev",
-                                         "pick", "seek",   "key",  "tempo", "volume",
-                                         "mode", "port",   "all-notes-off", "prefs", "listen"};
+    static const char* const kNames[] = {"play", "pause", "stop",          "next",  "prev",
+                                         "pick", "seek",  "key",           "tempo", "volume",
+                                         "mode", "port",  "all-notes-off", "prefs", "listen"};
     if (action < 0 || action >= kActions) return "(between actions)";
     return kNames[action];
 }
@@ -286,7 +287,8 @@ TChaosRun::TChaosRun(TQuillView& view, TMidiRecorder& portA, TMidiRecorder& port
       fFolder(std::move(folder)),
       fOptions(std::move(options)),
       fRandom(fOptions.seed) {
-    for (size_t i = 0; i < fRecorders.size(); ++i) fBalances.push_back(std::make_unique<TBalance>());
+    for (size_t i = 0; i < fRecorders.size(); ++i)
+        fBalances.push_back(std::make_unique<TBalance>());
 }
 
 TChaosRun::~TChaosRun() = default;
@@ -409,22 +411,22 @@ void TChaosRun::CheckSilence(const char* when) {
                 fFigures.hanging += uint64_t(count);
                 Problem(fRecorders[i]->Name() + ": channel " + std::to_string(channel + 1) +
                         " key " + std::to_string(key) + " sounds " + std::to_string(count) +
-                        "x when " + when + " (" + (stopped ? "stopped" : "paused") +
-                        ", song " + std::to_string(fView.CurSongIdx()) + ", key " +
+                        "x when " + when + " (" + (stopped ? "stopped" : "paused") + ", song " +
+                        std::to_string(fView.CurSongIdx()) + ", key " +
                         std::to_string(fView.Chain().Filter(0).Key()) + ")");
                 if (!traced) {
                     traced = true;
                     Problem("  " + Trace(i, channel, key));
                     std::string history = "  key changes since the last check: " +
-                                          std::to_string(fKeyChangesSinceCheck) +
-                                          "; last actions:";
+                                          std::to_string(fKeyChangesSinceCheck) + "; last actions:";
                     for (const std::string& line : fHistory) history += " | " + line;
                     Problem(history);
                 }
                 // Reported once; what follows is judged afresh.
                 count = 0;
             }
-        fFigures.droppedEvents = std::max<uint64_t>(fFigures.droppedEvents, fRecorders[i]->Dropped());
+        fFigures.droppedEvents =
+            std::max<uint64_t>(fFigures.droppedEvents, fRecorders[i]->Dropped());
         // Nothing is sent while stopped, so the storage can be used again.
         if (stopped) {
             fRecorders[i]->Clear();

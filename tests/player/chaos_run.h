@@ -78,14 +78,14 @@ class TChaosRun {
         int64_t actionUs[kActions] = {};   // time spent in each kind (kListen: its wait)
         int64_t slowestUs[kActions] = {};  // the longest single one of each kind
         uint64_t totalActions = 0;
-        uint64_t checks = 0;          // times every recorder was checked for sounding notes
-        uint64_t notesChecked = 0;    // note-ons seen at the recorders
-        uint64_t eventsChecked = 0;   // events of any kind seen at the recorders
-        uint64_t hanging = 0;         // notes found sounding at a check
-        uint64_t droppedEvents = 0;   // events the recorders had no room for
-        uint64_t unsettled = 0;       // checks where the chain did not go idle in time
-        uint64_t songsStarted = 0;    // state changes to playing
-        uint64_t stalls = 0;          // pings left unanswered for more than a second
+        uint64_t checks = 0;         // times every recorder was checked for sounding notes
+        uint64_t notesChecked = 0;   // note-ons seen at the recorders
+        uint64_t eventsChecked = 0;  // events of any kind seen at the recorders
+        uint64_t hanging = 0;        // notes found sounding at a check
+        uint64_t droppedEvents = 0;  // events the recorders had no room for
+        uint64_t unsettled = 0;      // checks where the chain did not go idle in time
+        uint64_t songsStarted = 0;   // state changes to playing
+        uint64_t stalls = 0;         // pings left unanswered for more than a second
         int64_t longestStallUs = 0;
         std::vector<std::string> problems;  // the first few hanging notes and stalls
         // (seconds since the start, resident kB)
@@ -143,5 +143,5 @@ class TChaosRun {
     bool fRestChanged = false;
     std::vector<std::filesystem::path> fMissing;
     std::deque<std::string> fHistory;  // the last actions, for the report of a fault
-    int fKeyChangesSinceCheck = 0;      // a known way to leave notes sounding
+    int fKeyChangesSinceCheck = 0;     // a known way to leave notes sounding
 };

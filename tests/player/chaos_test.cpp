@@ -48,10 +48,9 @@ TEST_F(ChaosTest, ARestlessUserLeavesNoNoteSoundingNoStallAndNoGrowth) {
                    std::to_string(figures.actions[action]) + "/" +
                    std::to_string(figures.slowestUs[action] / 1000) + "ms";
     std::cout << "chaos: " << figures.seconds << " s, " << figures.totalActions << " actions ("
-              << actions << " ), " << figures.songsStarted << " songs started, "
-              << figures.checks << " checks, " << figures.notesChecked << " notes of "
-              << figures.eventsChecked << " events checked, longest ping "
-              << figures.longestStallUs / 1000 << " ms\n";
+              << actions << " ), " << figures.songsStarted << " songs started, " << figures.checks
+              << " checks, " << figures.notesChecked << " notes of " << figures.eventsChecked
+              << " events checked, longest ping " << figures.longestStallUs / 1000 << " ms\n";
 
     EXPECT_EQ(figures.hanging, 0u) << problems;
     EXPECT_EQ(figures.stalls, 0u) << problems;
