@@ -439,21 +439,44 @@ void TChaosRun::CheckSilence(const char* when) {
 std::string TChaosRun::Trace(size_t index, int channel, int key) const {
     const TMidiRecorder& recorder = *fRecorders[index];
     const auto entries = recorder.Entries();
+    // Replays the rules of Scan() for this key alone, to find the note-on from which it has
+    // sounded without a break.
     size_t strike = entries.size();
-    for (size_t i = entries.size(); i-- > 0;) {
+    int32_t count = 0;
+    for (size_t i = 0; i < entries.size(); ++i) {
         const uint8_t* data = recorder.BytesOf(entries[i]);
-        if (entries[i].length >= 3 && data[0] == (0x90 | channel) && data[1] == key && data[2]) {
-            strike = i;
-            break;
+        const size_t length = entries[i].length;
+        if (length == 0) continue;
+        const bool ours = data[0] < 0xF0 && (data[0] & 0x0F) == channel;
+        const uint8_t kind = data[0] & 0xF0;
+        if (ours && length >= 3 && kind == 0x90 && data[1] == key && data[2] != 0) {
+            if (count++ == 0) strike = i;
+        } else if (ours && length >= 3 && (kind == 0x80 || kind == 0x90) && data[1] == key) {
+            if (count > 0) --count;
+        } else if ((ours && kind == 0xB0 && length >= 3 && (data[1] == 120 || data[1] == 123)) ||
+                   is_reset(data, length)) {
+            count = 0;
         }
+        if (count == 0) strike = entries.size();
     }
-    if (strike == entries.size()) return "its note-on is no longer recorded";
-    std::string text = "from its last note-on, channel " + std::to_string(channel + 1) + ":";
+    if (strike == entries.size()) return "its note-on came before the recorder was last emptied";
+    // A few events of the channel before, then what the channel and the system messages
+    // (resets) did after it.
+    std::string text = "channel " + std::to_string(channel + 1) + ":";
+    size_t from = strike;
+    for (int before = 0; from > 0 && before < 5;) {
+        --from;
+        const uint8_t* data = recorder.BytesOf(entries[from]);
+        if (entries[from].length > 0 && data[0] < 0xF0 && (data[0] & 0x0F) == channel) ++before;
+    }
     int shown = 0;
-    for (size_t i = strike; i < entries.size() && shown < 10; ++i) {
+    for (size_t i = from; i < entries.size() && shown < 60; ++i) {
         const uint8_t* data = recorder.BytesOf(entries[i]);
-        if (entries[i].length == 0 || data[0] >= 0xF0 || (data[0] & 0x0F) != channel) continue;
-        text += " [" + hex_bytes(data, entries[i].length) + "]";
+        const size_t length = entries[i].length;
+        if (length == 0 || (data[0] < 0xF0 && (data[0] & 0x0F) != channel)) continue;
+        text += i == strike ? " >>[" : " [";
+        text += data[0] >= 0xF0 ? "sysex" : hex_bytes(data, length);
+        text += "]";
         ++shown;
     }
     return text;
