@@ -1,5 +1,6 @@
 #include "midi/alsa_backend.h"
 
+#include <cerrno>
 #include <cstdio>
 
 #include "midi/alsa_encoder.h"
@@ -19,7 +20,10 @@ class TAlsaBackend::TAlsaPort final : public TMidiSystemBackend::TPort {
             snd_seq_ev_set_source(event, fPort);
             snd_seq_ev_set_subs(event);
             snd_seq_ev_set_direct(event);
-            if (snd_seq_event_output_direct(fAlsa.fSeq, event) < 0) NoteDrop();
+            // -ENOENT: a subscriber that has just died. The sequencer has not yet dropped its
+            // subscription; the roster tells of its loss, and it is no slow receiver.
+            const int result = snd_seq_event_output_direct(fAlsa.fSeq, event);
+            if (result < 0 && result != -ENOENT) NoteDrop();
         });
     }
 
