@@ -1,5 +1,7 @@
 #include "midi/local_consumer.h"
 
+#include <pthread.h>
+
 #include <thread>
 
 #include "midi/midi_defs.h"
@@ -41,6 +43,7 @@ void TMidiLocalConsumer::WakeReceiver() {
 }
 
 void TMidiLocalConsumer::ReceiveLoop() {
+    pthread_setname_np(pthread_self(), kReceiveThreadName);
     veldan::apply_thread_priority(fReceivePriority);
     auto handle = [this](const uint8_t* data, size_t length, bool atomic, int64_t time) {
         Data(data, length, atomic, time);

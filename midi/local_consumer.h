@@ -23,6 +23,9 @@ public:
     // Receive threads carry the music on its way out, so by default they ask for the play
     // thread's real-time priority too; refused, they run at normal priority.
     static constexpr int32_t kReceivePriority = veldan::kMusicPriority;
+    // Every receive thread carries this name, so that profilers and tests can tell the
+    // threads that carry music from the rest (15 characters at most).
+    static constexpr const char* kReceiveThreadName = "MidiReceive";
 
     explicit TMidiLocalConsumer(std::string name = {},
                                 size_t queueCapacity = kDefaultQueueCapacity,
