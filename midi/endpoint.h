@@ -60,6 +60,17 @@ public:
         Receive(data, length, atomic, time);
     }
 
+    // Called instead of either of the above when the sender has the event in two pieces,
+    // head then body (a SysEx's 0xF0, then its data), so that it need not copy a long
+    // SysEx to put one byte in front of it. port as for ReceiveOnPort. This default puts
+    // the pieces together, on the stack up to kJoinStackBytes and on the heap beyond
+    // (the documented exception above), and calls Receive (port 0) or ReceiveOnPort;
+    // local consumers take the pieces into their queue as they are.
+    virtual void ReceivePieces(int port, const uint8_t* head, size_t headLength,
+                               const uint8_t* body, size_t bodyLength, bool atomic,
+                               int64_t time);
+    static constexpr size_t kJoinStackBytes = 1024;
+
     // Told on the connecting thread when a producer starts or stops sending here, so a
     // system backend can mirror the connection (an ALSA subscription, a JACK connection).
     virtual void ProducerConnected(TMidiLocalProducer*) {}

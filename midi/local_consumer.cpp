@@ -24,7 +24,24 @@ void TMidiLocalConsumer::StopReceiving() {
 }
 
 void TMidiLocalConsumer::Receive(const uint8_t* data, size_t length, bool atomic, int64_t time) {
-    while (!fQueue.TryPush(data, length, atomic, time)) {
+    Enqueue({{data, length}}, atomic, time);
+}
+
+void TMidiLocalConsumer::ReceivePieces(int /*port*/, const uint8_t* head, size_t headLength,
+                                       const uint8_t* body, size_t bodyLength, bool atomic,
+                                       int64_t time) {
+    Enqueue({{head, headLength}, {body, bodyLength}}, atomic, time);
+}
+
+void TMidiLocalConsumer::Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces,
+                                 bool atomic, int64_t time) {
+    for (;;) {
+        const TMidiEventQueue::TPush pushed = fQueue.TryPush(pieces, atomic, time);
+        if (pushed == TMidiEventQueue::TPush::kPushed) break;
+        if (pushed == TMidiEventQueue::TPush::kTooLong) {
+            fSendDrops.fetch_add(1, std::memory_order_relaxed);
+            return;
+        }
         if (fQuit.load(std::memory_order_acquire)) return;
         fOverflows.fetch_add(1, std::memory_order_relaxed);
         WakeReceiver();

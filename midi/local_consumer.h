@@ -6,11 +6,14 @@
 //
 // Senders never block on a slow consumer for long and never drop an event: a full
 // queue makes the sender yield until a slot frees (counted in Overflows()).
+// An event longer than the queue can ever hold (TMidiEventQueue::MaxEventBytes) is
+// dropped and counted in SendDrops() at once.
 // A class that overrides hooks calls StopReceiving() first thing in its destructor, so
 // no hook runs on a half-destroyed object.
 
 #include <atomic>
 #include <cstdint>
+#include <initializer_list>
 #include <thread>
 
 #include "midi/endpoint.h"
@@ -35,6 +38,10 @@ public:
     bool IsLocal() const override { return true; }
     // Sending side: any thread, wait-free while the queue has room.
     void Receive(const uint8_t* data, size_t length, bool atomic, int64_t time) final;
+    // The same with the event in two pieces, taken into the queue as they are. Every port
+    // alike; a consumer with ports of its own overrides this and ReceiveOnPort.
+    void ReceivePieces(int port, const uint8_t* head, size_t headLength, const uint8_t* body,
+                       size_t bodyLength, bool atomic, int64_t time) override;
 
     // Hooks, called on the receive thread.
     virtual void Data(const uint8_t* data, size_t length, bool atomic, int64_t time);
@@ -64,9 +71,14 @@ public:
     // timeoutUs passes first. Not for real-time threads.
     bool WaitIdle(int64_t timeoutUs) const;
     uint64_t Overflows() const { return fOverflows.load(std::memory_order_relaxed); }
+    uint64_t SendDrops() const { return fSendDrops.load(std::memory_order_relaxed); }
 
 protected:
     void StopReceiving();
+    // Sending side, for the hooks above and for subclasses that put a few bytes in front
+    // of an event: the pieces back to back become one event.
+    void Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces, bool atomic,
+                 int64_t time);
 
 private:
     void ReceiveLoop();
@@ -80,5 +92,6 @@ private:
     std::atomic<uint64_t> fAccepted{0};
     std::atomic<uint64_t> fHandled{0};
     std::atomic<uint64_t> fOverflows{0};
+    std::atomic<uint64_t> fSendDrops{0};
     std::thread fThread;
 };

@@ -184,6 +184,19 @@ TEST(MidiEndpoints, AFullQueueHoldsTheSenderBackAndLosesNothing) {
     EXPECT_GT(slow.Overflows(), 0u);
 }
 
+TEST(MidiEndpoints, ASysExLongerThanTheQueueCanHoldIsDroppedAndCounted) {
+    TMidiRecorder recorder("r", 64, 1 << 20);
+    TMidiLocalProducer producer;
+    producer.Connect(&recorder);
+    std::vector<uint8_t> huge(TMidiLocalConsumer::kDefaultQueueCapacity * 64, 0x01);
+    producer.SpraySystemExclusive(huge.data(), huge.size(), 1);
+    producer.SprayNoteOn(0, 60, 1, 2);
+    ASSERT_TRUE(recorder.WaitIdle(5000000));
+    ASSERT_EQ(recorder.Entries().size(), 1u);
+    EXPECT_EQ(recorder.Entries()[0].time, 2);
+    EXPECT_EQ(recorder.SendDrops(), 1u);
+}
+
 TEST(MidiEndpoints, DisconnectingWhileAnotherThreadSpraysIsSafe) {
     TMidiLocalProducer producer;
     TMidiRecorder a("a", 1 << 20), b("b", 1 << 20);
