@@ -47,8 +47,9 @@ public:
     bool IsConsumer() const final { return true; }
 
     // Called on the sending thread for every event sprayed by a connected producer.
-    // Must not block; allocation is allowed only for system exclusive data larger than
-    // a consumer's documented inline size.
+    // Must not block beyond a documented bound (a local consumer's full queue holds the
+    // sender at most TMidiLocalConsumer::kSendWaitUs); allocation is allowed only for
+    // system exclusive data larger than a consumer's documented inline size.
     virtual void Receive(const uint8_t* data, size_t length, bool atomic, int64_t time) = 0;
     // Called instead of Receive when the sending producer speaks for port 1 or above of a
     // two-port output (TMidiLocalProducer::SetPort). A consumer with one set of sixteen

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <climits>
 #include <thread>
 
 #include "midi/midi_defs.h"
@@ -20,6 +21,7 @@ void TMidiLocalConsumer::StopReceiving() {
     DisconnectAllProducers();
     fQuit.store(true, std::memory_order_seq_cst);
     WakeReceiver();
+    RoomFreed();  // senders still waiting for room leave
     if (fThread.joinable()) fThread.join();
 }
 
@@ -35,9 +37,18 @@ void TMidiLocalConsumer::ReceivePieces(int /*port*/, const uint8_t* head, size_t
 
 void TMidiLocalConsumer::Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces,
                                  bool atomic, int64_t time) {
+    int64_t deadline = -1;
     for (;;) {
+        // Read before trying, so that room freed after a failed try ends the wait at once.
+        const uint32_t freed = fFreed.load(std::memory_order_seq_cst);
         const TMidiEventQueue::TPush pushed = fQueue.TryPush(pieces, atomic, time);
-        if (pushed == TMidiEventQueue::TPush::kPushed) break;
+        if (pushed == TMidiEventQueue::TPush::kPushed) {
+            if (fStalled.load(std::memory_order_relaxed))
+                fStalled.store(false, std::memory_order_relaxed);
+            fAccepted.fetch_add(1, std::memory_order_seq_cst);
+            WakeReceiver();
+            return;
+        }
         if (pushed == TMidiEventQueue::TPush::kTooLong) {
             fSendDrops.fetch_add(1, std::memory_order_relaxed);
             return;
@@ -45,10 +56,22 @@ void TMidiLocalConsumer::Enqueue(std::initializer_list<TMidiEventQueue::TPiece> 
         if (fQuit.load(std::memory_order_acquire)) return;
         fOverflows.fetch_add(1, std::memory_order_relaxed);
         WakeReceiver();
-        std::this_thread::yield();
+        const int64_t now = veldan::system_time();
+        if (deadline < 0) deadline = now + kSendWaitUs;
+        if (now >= deadline || fStalled.load(std::memory_order_relaxed)) {
+            fStalled.store(true, std::memory_order_relaxed);
+            fSendDrops.fetch_add(1, std::memory_order_relaxed);
+            return;
+        }
+        fSendersWaiting.fetch_add(1, std::memory_order_seq_cst);
+        veldan::futex_wait_until(&fFreed, freed, deadline);
+        fSendersWaiting.fetch_sub(1, std::memory_order_seq_cst);
     }
-    fAccepted.fetch_add(1, std::memory_order_seq_cst);
-    WakeReceiver();
+}
+
+void TMidiLocalConsumer::RoomFreed() {
+    fFreed.fetch_add(1, std::memory_order_seq_cst);
+    if (fSendersWaiting.load(std::memory_order_seq_cst) != 0) veldan::futex_wake(&fFreed, INT_MAX);
 }
 
 void TMidiLocalConsumer::WakeReceiver() {
@@ -67,7 +90,10 @@ void TMidiLocalConsumer::ReceiveLoop() {
     };
     uint64_t handled = 0;
     for (;;) {
-        while (fQueue.TryPop(handle)) fHandled.store(++handled, std::memory_order_release);
+        while (fQueue.TryPop(handle)) {
+            fHandled.store(++handled, std::memory_order_release);
+            RoomFreed();
+        }
         if (fQuit.load(std::memory_order_acquire)) return;
         fSleeping.store(1, std::memory_order_seq_cst);
         if (fAccepted.load(std::memory_order_seq_cst) != handled ||

@@ -4,10 +4,21 @@
 // Data(); the default Data() decodes the raw event and calls the hook for its kind with
 // the arguments and time stamp that were sprayed.
 //
-// Senders never block on a slow consumer for long and never drop an event: a full
-// queue makes the sender yield until a slot frees (counted in Overflows()).
+// Back-pressure: a sender that finds the queue full (counted in Overflows()) sleeps on
+// it until the receive thread frees room, at most kSendWaitUs. Sleeping, not yielding:
+// with the music threads pinned to one core at a higher real-time priority than the
+// receiver, a yielding sender would never let the receiver run.
+// When the bound passes, the receiver is taken to be stuck (a hung synthesizer, a
+// consumer that stopped reading): the event is dropped and counted in SendDrops(), and so
+// is every further event while the queue stays full, without waiting again, until the
+// receiver takes events once more. What a user wants from a stuck output is that the
+// song and the other outputs keep their time and the stop button answers: one pause of
+// kSendWaitUs, not one per event and never a frozen player. The bound is far above any
+// honest hold-up (a synthesizer loading a preset takes up to tens of milliseconds).
+// Reporting is the owner's: SendDrops() is read without a lock from any thread, and a
+// change in it is worth telling the user once.
 // An event longer than the queue can ever hold (TMidiEventQueue::MaxEventBytes) is
-// dropped and counted in SendDrops() at once.
+// dropped and counted at once.
 // A class that overrides hooks calls StopReceiving() first thing in its destructor, so
 // no hook runs on a half-destroyed object.
 
@@ -36,7 +47,10 @@ public:
     ~TMidiLocalConsumer() override;
 
     bool IsLocal() const override { return true; }
-    // Sending side: any thread, wait-free while the queue has room.
+    static constexpr int64_t kSendWaitUs = 200000;
+
+    // Sending side: any thread; lock-free and allocation-free while the queue has room,
+    // at most one wait of kSendWaitUs when it has none.
     void Receive(const uint8_t* data, size_t length, bool atomic, int64_t time) final;
     // The same with the event in two pieces, taken into the queue as they are. Every port
     // alike; a consumer with ports of its own overrides this and ReceiveOnPort.
@@ -83,6 +97,7 @@ protected:
 private:
     void ReceiveLoop();
     void WakeReceiver();
+    void RoomFreed();
 
     int32_t fReceivePriority;
     TMidiEventQueue fQueue;
@@ -93,5 +108,10 @@ private:
     std::atomic<uint64_t> fHandled{0};
     std::atomic<uint64_t> fOverflows{0};
     std::atomic<uint64_t> fSendDrops{0};
+    // Bumped by the receive thread whenever it frees room; full senders sleep on it.
+    std::atomic<uint32_t> fFreed{0};
+    std::atomic<uint32_t> fSendersWaiting{0};
+    // Set when a wait ran out, cleared when an event is taken again.
+    std::atomic<bool> fStalled{false};
     std::thread fThread;
 };
