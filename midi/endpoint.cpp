@@ -1,5 +1,8 @@
 #include "midi/endpoint.h"
 
+#include <cstring>
+#include <memory>
+
 #include "midi/local_producer.h"
 #include "midi/roster.h"
 
@@ -34,4 +37,23 @@ void TMidiConsumer::DisconnectAllProducers() {
         }
         producer->Disconnect(this);
     }
+}
+
+void TMidiConsumer::ReceivePieces(int port, const uint8_t* head, size_t headLength,
+                                  const uint8_t* body, size_t bodyLength, bool atomic,
+                                  int64_t time) {
+    const size_t length = headLength + bodyLength;
+    uint8_t stack[kJoinStackBytes];
+    std::unique_ptr<uint8_t[]> heap;
+    uint8_t* joined = stack;
+    if (length > sizeof stack) {
+        heap.reset(new uint8_t[length]);
+        joined = heap.get();
+    }
+    if (headLength) std::memcpy(joined, head, headLength);
+    if (bodyLength) std::memcpy(joined + headLength, body, bodyLength);
+    if (port == 0)
+        Receive(joined, length, atomic, time);
+    else
+        ReceiveOnPort(port, joined, length, atomic, time);
 }

@@ -47,8 +47,9 @@ public:
     bool IsConsumer() const final { return true; }
 
     // Called on the sending thread for every event sprayed by a connected producer.
-    // Must not block; allocation is allowed only for system exclusive data larger than
-    // a consumer's documented inline size.
+    // Must not block beyond a documented bound (a local consumer's full queue holds the
+    // sender at most TMidiLocalConsumer::kSendWaitUs); allocation is allowed only for
+    // system exclusive data larger than a consumer's documented inline size.
     virtual void Receive(const uint8_t* data, size_t length, bool atomic, int64_t time) = 0;
     // Called instead of Receive when the sending producer speaks for port 1 or above of a
     // two-port output (TMidiLocalProducer::SetPort). A consumer with one set of sixteen
@@ -59,6 +60,17 @@ public:
         (void)port;
         Receive(data, length, atomic, time);
     }
+
+    // Called instead of either of the above when the sender has the event in two pieces,
+    // head then body (a SysEx's 0xF0, then its data), so that it need not copy a long
+    // SysEx to put one byte in front of it. port as for ReceiveOnPort. This default puts
+    // the pieces together, on the stack up to kJoinStackBytes and on the heap beyond
+    // (the documented exception above), and calls Receive (port 0) or ReceiveOnPort;
+    // local consumers take the pieces into their queue as they are.
+    virtual void ReceivePieces(int port, const uint8_t* head, size_t headLength,
+                               const uint8_t* body, size_t bodyLength, bool atomic,
+                               int64_t time);
+    static constexpr size_t kJoinStackBytes = 1024;
 
     // Told on the connecting thread when a producer starts or stops sending here, so a
     // system backend can mirror the connection (an ALSA subscription, a JACK connection).

@@ -1,5 +1,8 @@
 #include "midi/local_consumer.h"
 
+#include <pthread.h>
+
+#include <climits>
 #include <thread>
 
 #include "midi/midi_defs.h"
@@ -18,18 +21,57 @@ void TMidiLocalConsumer::StopReceiving() {
     DisconnectAllProducers();
     fQuit.store(true, std::memory_order_seq_cst);
     WakeReceiver();
+    RoomFreed();  // senders still waiting for room leave
     if (fThread.joinable()) fThread.join();
 }
 
 void TMidiLocalConsumer::Receive(const uint8_t* data, size_t length, bool atomic, int64_t time) {
-    while (!fQueue.TryPush(data, length, atomic, time)) {
+    Enqueue({{data, length}}, atomic, time);
+}
+
+void TMidiLocalConsumer::ReceivePieces(int /*port*/, const uint8_t* head, size_t headLength,
+                                       const uint8_t* body, size_t bodyLength, bool atomic,
+                                       int64_t time) {
+    Enqueue({{head, headLength}, {body, bodyLength}}, atomic, time);
+}
+
+void TMidiLocalConsumer::Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces,
+                                 bool atomic, int64_t time) {
+    int64_t deadline = -1;
+    for (;;) {
+        // Read before trying, so that room freed after a failed try ends the wait at once.
+        const uint32_t freed = fFreed.load(std::memory_order_seq_cst);
+        const TMidiEventQueue::TPush pushed = fQueue.TryPush(pieces, atomic, time);
+        if (pushed == TMidiEventQueue::TPush::kPushed) {
+            if (fStalled.load(std::memory_order_relaxed))
+                fStalled.store(false, std::memory_order_relaxed);
+            fAccepted.fetch_add(1, std::memory_order_seq_cst);
+            WakeReceiver();
+            return;
+        }
+        if (pushed == TMidiEventQueue::TPush::kTooLong) {
+            fSendDrops.fetch_add(1, std::memory_order_relaxed);
+            return;
+        }
         if (fQuit.load(std::memory_order_acquire)) return;
         fOverflows.fetch_add(1, std::memory_order_relaxed);
         WakeReceiver();
-        std::this_thread::yield();
+        const int64_t now = veldan::system_time();
+        if (deadline < 0) deadline = now + kSendWaitUs;
+        if (now >= deadline || fStalled.load(std::memory_order_relaxed)) {
+            fStalled.store(true, std::memory_order_relaxed);
+            fSendDrops.fetch_add(1, std::memory_order_relaxed);
+            return;
+        }
+        fSendersWaiting.fetch_add(1, std::memory_order_seq_cst);
+        veldan::futex_wait_until(&fFreed, freed, deadline);
+        fSendersWaiting.fetch_sub(1, std::memory_order_seq_cst);
     }
-    fAccepted.fetch_add(1, std::memory_order_seq_cst);
-    WakeReceiver();
+}
+
+void TMidiLocalConsumer::RoomFreed() {
+    fFreed.fetch_add(1, std::memory_order_seq_cst);
+    if (fSendersWaiting.load(std::memory_order_seq_cst) != 0) veldan::futex_wake(&fFreed, INT_MAX);
 }
 
 void TMidiLocalConsumer::WakeReceiver() {
@@ -41,13 +83,17 @@ void TMidiLocalConsumer::WakeReceiver() {
 }
 
 void TMidiLocalConsumer::ReceiveLoop() {
+    pthread_setname_np(pthread_self(), kReceiveThreadName);
     veldan::apply_thread_priority(fReceivePriority);
     auto handle = [this](const uint8_t* data, size_t length, bool atomic, int64_t time) {
         Data(data, length, atomic, time);
     };
     uint64_t handled = 0;
     for (;;) {
-        while (fQueue.TryPop(handle)) fHandled.store(++handled, std::memory_order_release);
+        while (fQueue.TryPop(handle)) {
+            fHandled.store(++handled, std::memory_order_release);
+            RoomFreed();
+        }
         if (fQuit.load(std::memory_order_acquire)) return;
         fSleeping.store(1, std::memory_order_seq_cst);
         if (fAccepted.load(std::memory_order_seq_cst) != handled ||

@@ -4,13 +4,27 @@
 // Data(); the default Data() decodes the raw event and calls the hook for its kind with
 // the arguments and time stamp that were sprayed.
 //
-// Senders never block on a slow consumer for long and never drop an event: a full
-// queue makes the sender yield until a slot frees (counted in Overflows()).
+// Back-pressure: a sender that finds the queue full (counted in Overflows()) sleeps on
+// it until the receive thread frees room, at most kSendWaitUs. Sleeping, not yielding:
+// with the music threads pinned to one core at a higher real-time priority than the
+// receiver, a yielding sender would never let the receiver run.
+// When the bound passes, the receiver is taken to be stuck (a hung synthesizer, a
+// consumer that stopped reading): the event is dropped and counted in SendDrops(), and so
+// is every further event while the queue stays full, without waiting again, until the
+// receiver takes events once more. What a user wants from a stuck output is that the
+// song and the other outputs keep their time and the stop button answers: one pause of
+// kSendWaitUs, not one per event and never a frozen player. The bound is far above any
+// honest hold-up (a synthesizer loading a preset takes up to tens of milliseconds).
+// Reporting is the owner's: SendDrops() is read without a lock from any thread, and a
+// change in it is worth telling the user once.
+// An event longer than the queue can ever hold (TMidiEventQueue::MaxEventBytes) is
+// dropped and counted at once.
 // A class that overrides hooks calls StopReceiving() first thing in its destructor, so
 // no hook runs on a half-destroyed object.
 
 #include <atomic>
 #include <cstdint>
+#include <initializer_list>
 #include <thread>
 
 #include "midi/endpoint.h"
@@ -23,6 +37,9 @@ public:
     // Receive threads carry the music on its way out, so by default they ask for the play
     // thread's real-time priority too; refused, they run at normal priority.
     static constexpr int32_t kReceivePriority = veldan::kMusicPriority;
+    // Every receive thread carries this name, so that profilers and tests can tell the
+    // threads that carry music from the rest (15 characters at most).
+    static constexpr const char* kReceiveThreadName = "MidiReceive";
 
     explicit TMidiLocalConsumer(std::string name = {},
                                 size_t queueCapacity = kDefaultQueueCapacity,
@@ -30,8 +47,15 @@ public:
     ~TMidiLocalConsumer() override;
 
     bool IsLocal() const override { return true; }
-    // Sending side: any thread, wait-free while the queue has room.
+    static constexpr int64_t kSendWaitUs = 200000;
+
+    // Sending side: any thread; lock-free and allocation-free while the queue has room,
+    // at most one wait of kSendWaitUs when it has none.
     void Receive(const uint8_t* data, size_t length, bool atomic, int64_t time) final;
+    // The same with the event in two pieces, taken into the queue as they are. Every port
+    // alike; a consumer with ports of its own overrides this and ReceiveOnPort.
+    void ReceivePieces(int port, const uint8_t* head, size_t headLength, const uint8_t* body,
+                       size_t bodyLength, bool atomic, int64_t time) override;
 
     // Hooks, called on the receive thread.
     virtual void Data(const uint8_t* data, size_t length, bool atomic, int64_t time);
@@ -61,13 +85,19 @@ public:
     // timeoutUs passes first. Not for real-time threads.
     bool WaitIdle(int64_t timeoutUs) const;
     uint64_t Overflows() const { return fOverflows.load(std::memory_order_relaxed); }
+    uint64_t SendDrops() const { return fSendDrops.load(std::memory_order_relaxed); }
 
 protected:
     void StopReceiving();
+    // Sending side, for the hooks above and for subclasses that put a few bytes in front
+    // of an event: the pieces back to back become one event.
+    void Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces, bool atomic,
+                 int64_t time);
 
 private:
     void ReceiveLoop();
     void WakeReceiver();
+    void RoomFreed();
 
     int32_t fReceivePriority;
     TMidiEventQueue fQueue;
@@ -77,5 +107,11 @@ private:
     std::atomic<uint64_t> fAccepted{0};
     std::atomic<uint64_t> fHandled{0};
     std::atomic<uint64_t> fOverflows{0};
+    std::atomic<uint64_t> fSendDrops{0};
+    // Bumped by the receive thread whenever it frees room; full senders sleep on it.
+    std::atomic<uint32_t> fFreed{0};
+    std::atomic<uint32_t> fSendersWaiting{0};
+    // Set when a wait ran out, cleared when an event is taken again.
+    std::atomic<bool> fStalled{false};
     std::thread fThread;
 };

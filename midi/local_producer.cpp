@@ -154,16 +154,32 @@ void TMidiLocalProducer::SprayPitchBend(uint8_t channel, uint8_t lsb, uint8_t ms
 
 void TMidiLocalProducer::SpraySystemExclusive(const void* data, size_t length,
                                               int64_t time) const {
-    uint8_t stack[kSysExStackBytes];
-    std::unique_ptr<uint8_t[]> heap;
-    uint8_t* buffer = stack;
-    if (length + 1 > sizeof stack) {
-        heap.reset(new uint8_t[length + 1]);
-        buffer = heap.get();
+    static constexpr uint8_t kStart = midi::kSysExStart;
+    SprayPieces(&kStart, 1, static_cast<const uint8_t*>(data), length, true, time);
+}
+
+void TMidiLocalProducer::SprayPieces(const uint8_t* head, size_t headLength,
+                                     const uint8_t* body, size_t bodyLength, bool atomic,
+                                     int64_t time) const {
+    fSprays.fetch_add(1);
+    const TConnectionList* route = fConnections.load();
+    const int port = Port();
+    for (TMidiConsumer* consumer : route->consumers)
+        consumer->ReceivePieces(port, head, headLength, body, bodyLength, atomic, time);
+    if (!route->sinks.empty()) {
+        const size_t length = headLength + bodyLength;
+        uint8_t stack[kSysExStackBytes];
+        std::unique_ptr<uint8_t[]> heap;
+        uint8_t* joined = stack;
+        if (length > sizeof stack) {
+            heap.reset(new uint8_t[length]);
+            joined = heap.get();
+        }
+        if (headLength) std::memcpy(joined, head, headLength);
+        if (bodyLength) std::memcpy(joined + headLength, body, bodyLength);
+        for (TMidiPortSink* sink : route->sinks) sink->Send(joined, length, time);
     }
-    buffer[0] = midi::kSysExStart;
-    if (length) std::memcpy(buffer + 1, data, length);
-    SprayData(buffer, length + 1, true, time);
+    fSprays.fetch_sub(1);
 }
 
 void TMidiLocalProducer::SpraySystemCommon(uint8_t status, uint8_t data1, uint8_t data2,

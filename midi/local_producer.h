@@ -4,7 +4,10 @@
 // The connection list is an immutable snapshot swapped atomically: a spray walks the
 // snapshot it loaded without a lock, and Connect/Disconnect (any thread, serialised by a
 // lock of their own) free an old snapshot only once no spray can still be walking it.
-// A spray allocates nothing; SysEx longer than kSysExStackBytes is the one exception.
+// A spray allocates nothing on its way to local consumers, whatever the event's length:
+// a SysEx goes to them as two pieces (0xF0, then the caller's data) that their queues
+// put together. Port sinks and other consumers take one buffer, so for them a SysEx is
+// put together on the stack, and on the heap when longer than kSysExStackBytes.
 //
 // A producer may also have port sinks: the ports a system backend gives it (an ALSA
 // sequencer port, a JACK output port). Each sink gets every spray once, whatever the
@@ -80,6 +83,9 @@ private:
         std::vector<TMidiPortSink*> sinks;
     };
     void Publish(TConnectionList* next);
+    // The event is head then body; sinks get it in one piece.
+    void SprayPieces(const uint8_t* head, size_t headLength, const uint8_t* body,
+                     size_t bodyLength, bool atomic, int64_t time) const;
     void SprayChannelMessage(uint8_t status, uint8_t channel, uint8_t data1, uint8_t data2,
                              size_t length, int64_t time) const;
 

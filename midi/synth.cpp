@@ -298,21 +298,18 @@ void TSynthConsumer::SelectPort(int port) { fPort = port == 1 ? 1 : 0; }
 
 void TSynthConsumer::ReceiveOnPort(int port, const uint8_t* data, size_t length, bool atomic,
                                    int64_t time) {
-    if (port != 1 || length == 0) {
-        Receive(data, length, atomic, time);
+    ReceivePieces(port, nullptr, 0, data, length, atomic, time);
+}
+
+void TSynthConsumer::ReceivePieces(int port, const uint8_t* head, size_t headLength,
+                                   const uint8_t* body, size_t bodyLength, bool atomic,
+                                   int64_t time) {
+    if (port != 1 || headLength + bodyLength == 0) {
+        TMidiLocalConsumer::ReceivePieces(0, head, headLength, body, bodyLength, atomic, time);
         return;
     }
-    uint8_t inlineBytes[kTaggedInlineBytes + 2];
-    std::vector<uint8_t> heapBytes;
-    uint8_t* tagged = inlineBytes;
-    if (length > kTaggedInlineBytes) {
-        heapBytes.resize(length + 2);
-        tagged = heapBytes.data();
-    }
-    tagged[0] = kPortTag;
-    tagged[1] = uint8_t(port);
-    std::memcpy(tagged + 2, data, length);
-    Receive(tagged, length + 2, atomic, time);
+    const uint8_t tag[2] = {kPortTag, uint8_t(port)};
+    Enqueue({{tag, sizeof tag}, {head, headLength}, {body, bodyLength}}, atomic, time);
 }
 
 void TSynthConsumer::Data(const uint8_t* data, size_t length, bool atomic, int64_t time) {

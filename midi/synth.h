@@ -92,11 +92,11 @@ public:
     void SelectPort(int port);
 
     // Sending side, any thread: port B's events join the queue behind a two-byte port
-    // tag, put together on the stack; only a SysEx longer than kTaggedInlineBytes is put
-    // together on the heap (besides the queue's own copy of any SysEx that long).
+    // tag, put together in the queue itself, so no length of SysEx allocates.
     void ReceiveOnPort(int port, const uint8_t* data, size_t length, bool atomic,
                        int64_t time) override;
-    static constexpr size_t kTaggedInlineBytes = 512;
+    void ReceivePieces(int port, const uint8_t* head, size_t headLength, const uint8_t* body,
+                       size_t bodyLength, bool atomic, int64_t time) override;
 
     // Receive thread: takes the port tag off and plays the event on that port's channels.
     void Data(const uint8_t* data, size_t length, bool atomic, int64_t time) override;

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -182,6 +184,77 @@ TEST(MidiEndpoints, AFullQueueHoldsTheSenderBackAndLosesNothing) {
     EXPECT_EQ(slow.count, 2000);
     EXPECT_TRUE(slow.inOrder);
     EXPECT_GT(slow.Overflows(), 0u);
+}
+
+// Holds the first event it takes until the test opens the gate, behind a queue of four
+// slots: a receiver that has stopped taking events.
+class TGatedConsumer : public TMidiLocalConsumer {
+public:
+    TGatedConsumer() : TMidiLocalConsumer("gated", 4) {}
+    ~TGatedConsumer() override {
+        Open();
+        StopReceiving();
+    }
+    void Data(const uint8_t*, size_t, bool, int64_t) override {
+        std::unique_lock lock(fMutex);
+        fCondition.wait(lock, [this] { return fOpen; });
+        handled.fetch_add(1);
+    }
+    void Open() {
+        {
+            std::lock_guard lock(fMutex);
+            fOpen = true;
+        }
+        fCondition.notify_all();
+    }
+    std::atomic<uint64_t> handled{0};
+
+private:
+    std::mutex fMutex;
+    std::condition_variable fCondition;
+    bool fOpen = false;
+};
+
+TEST(MidiEndpoints, AStuckReceiverHoldsTheSenderOnceThenItsEventsAreDroppedAndCounted) {
+    constexpr uint64_t kEvents = 20;
+    TGatedConsumer gated;
+    TMidiLocalProducer producer;
+    producer.Connect(&gated);
+    std::atomic<uint64_t> sent{0};
+    std::thread sender([&] {
+        for (uint64_t i = 0; i < kEvents; ++i) {
+            producer.SprayNoteOn(0, 60, 1, int64_t(i));
+            sent.fetch_add(1);
+        }
+    });
+    const bool finished = wait_for([&] { return sent.load() == kEvents; });
+    gated.Open();  // a sender that would wait for ever is let go here
+    sender.join();
+    ASSERT_TRUE(finished) << "the sender is still held by a receiver that takes nothing";
+    // One event in the receiver's hands and four in the queue at most; the rest dropped.
+    EXPECT_GE(gated.SendDrops(), kEvents - 5);
+    ASSERT_TRUE(gated.WaitIdle(5000000));
+    EXPECT_EQ(gated.handled.load() + gated.SendDrops(), kEvents);
+    // The receiver takes events again, and so the next one arrives.
+    const uint64_t handled = gated.handled.load();
+    const uint64_t dropped = gated.SendDrops();
+    producer.SprayNoteOn(0, 61, 1, int64_t(kEvents));
+    ASSERT_TRUE(gated.WaitIdle(5000000));
+    EXPECT_EQ(gated.handled.load(), handled + 1);
+    EXPECT_EQ(gated.SendDrops(), dropped);
+}
+
+TEST(MidiEndpoints, ASysExLongerThanTheQueueCanHoldIsDroppedAndCounted) {
+    TMidiRecorder recorder("r", 64, 1 << 20);
+    TMidiLocalProducer producer;
+    producer.Connect(&recorder);
+    std::vector<uint8_t> huge(TMidiLocalConsumer::kDefaultQueueCapacity * 64, 0x01);
+    producer.SpraySystemExclusive(huge.data(), huge.size(), 1);
+    producer.SprayNoteOn(0, 60, 1, 2);
+    ASSERT_TRUE(recorder.WaitIdle(5000000));
+    ASSERT_EQ(recorder.Entries().size(), 1u);
+    EXPECT_EQ(recorder.Entries()[0].time, 2);
+    EXPECT_EQ(recorder.SendDrops(), 1u);
 }
 
 TEST(MidiEndpoints, DisconnectingWhileAnotherThreadSpraysIsSafe) {
