@@ -4,8 +4,10 @@
 #include <QFont>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <algorithm>
 #include <cstdlib>
 #include <mutex>
+#include <vector>
 
 #include "app/settings/pref.h"
 #include "midi/roster.h"
@@ -226,10 +228,16 @@ void TQuillView::StopMidiOut() {
 
 bool TQuillView::SetProducer() {
     fSongTitle.clear();
+    fLoadError.clear();
     const TQuillSItem* song = fPlaylist->Song(fPlaylist->CurSongIdx());
     if (!song) return false;
     fSongSerial.fetch_add(1, std::memory_order_relaxed);
-    if (fProducer.SetTo(song->EntryRef().string()) != 0) {
+    if (fProducer.SetTo(song->EntryRef().string()) != 0)
+        fLoadError = fProducer.LastError();
+    else if (fProducer.CountTracks() == 0)
+        // It would load and then refuse to play without a word.
+        fLoadError = "the file has no tracks";
+    if (!fLoadError.empty()) {
         // Tracks read before the failure would otherwise stay.
         UnsetProducer();
         return false;
@@ -244,22 +252,58 @@ void TQuillView::UnsetProducer() {
     fLyrics->SongChanged();
 }
 
-bool TQuillView::ChangeSong(int32_t index, bool betweenSongs) {
+bool TQuillView::LoadSong(int32_t index) {
     StopMidiOut();
     UnsetProducer();
     MarkNowPlaying(false);
     fPlaylist->SetCurSongIdx(index);
-    if (!SetProducer()) {
-        ExpSongTitle();
+    const bool loaded = SetProducer();
+    ExpSongTitle();
+    if (!loaded) {
         ShowCannotPlay();
+        return false;
+    }
+    MarkNowPlaying(true);
+    fControlBar->TurnOffAllSysReset();
+    return true;
+}
+
+bool TQuillView::LoadSongOnward(int32_t index, bool onward, bool forward) {
+    const int32_t songs = fPlaylist->Songs();
+    std::vector<bool> tried(size_t(std::max(songs, 0)), false);
+    while (!LoadSong(index)) {
+        if (!onward || songs <= 0) return false;
+        int32_t current = fPlaylist->CurSongIdx();
+        if (current >= 0 && current < songs) tried[size_t(current)] = true;
+        int32_t next = current;
+        // As the next button would: the single-song modes move on too.
+        if (!(forward ? GetNextSongIdx(false, &next) : GetPrevSongIdx(&next))) return false;
+        next = fold_song_idx(next, songs);
+        if (tried[size_t(next)]) {
+            // Only a random draw comes back to a song already tried while others are left:
+            // the first one left after it. In the other modes every song has been tried.
+            if (fPlayMode != kPlayModeRandom && fPlayMode != kPlayModeAIRandom) return false;
+            auto left = std::find(tried.begin() + next, tried.end(), false);
+            if (left == tried.end()) left = std::find(tried.begin(), tried.end(), false);
+            if (left == tried.end()) return false;
+            next = int32_t(left - tried.begin());
+        }
+        index = next;
+    }
+    return true;
+}
+
+bool TQuillView::ChangeSong(int32_t index, bool betweenSongs) {
+    return ChangeSongTo(index, betweenSongs, true, fState != kStateStopped);
+}
+
+bool TQuillView::ChangeSongTo(int32_t index, bool betweenSongs, bool forward, bool onward) {
+    if (!LoadSongOnward(index, onward, forward)) {
         if (fState != kStateStopped) SetState(kStateStopped);
         UpdateTransportCompos();
         UpdateDeskBarTitle();
         return false;
     }
-    MarkNowPlaying(true);
-    ExpSongTitle();
-    fControlBar->TurnOffAllSysReset();
     bool started = true;
     if (fState == kStatePlaying || IsPreparing()) {
         SetState(betweenSongs ? kStateStopped : kStateAfterSilence);
@@ -271,7 +315,10 @@ bool TQuillView::ChangeSong(int32_t index, bool betweenSongs) {
 
 void TQuillView::ShowCannotPlay() {
     const TQuillSItem* song = fPlaylist->Song(fPlaylist->CurSongIdx());
-    if (song) fControlBar->SetStatusText(fTexts.Text(kStatCannotPlay) + song->FileName());
+    if (!song) return;
+    fControlBar->SetStatusText(fTexts.Text(kStatCannotPlay) + song->FileName() + " (" +
+                               fLoadError + ")");
+    if (fCannotPlay) fCannotPlay(song->EntryRef(), fLoadError);
 }
 
 // Play modes -----------------------------------------------------------------------------
@@ -294,8 +341,9 @@ bool TQuillView::GetNextSongIdx(bool atEnd, int32_t* index) {
 
 bool TQuillView::GetPrevSongIdx(int32_t* index) { return prev_song_idx(Pick(), index); }
 
-void TQuillView::MoveToSong(int32_t index) {
-    ChangeSong(fold_song_idx(index, fPlaylist->Songs()), false);
+void TQuillView::MoveToSong(int32_t index, bool forward) {
+    ChangeSongTo(fold_song_idx(index, fPlaylist->Songs()), false, forward,
+                 fState != kStateStopped);
     ScrollToSong(fPlaylist->CurSongIdx());
 }
 
@@ -316,12 +364,12 @@ void TQuillView::PlaySongEnded(const veldan::TMessage& message) {
 void TQuillView::CButtonNextClicked() {
     ScoreDownCurrentSong();
     int32_t index = fPlaylist->CurSongIdx();
-    if (GetNextSongIdx(false, &index)) MoveToSong(index);
+    if (GetNextSongIdx(false, &index)) MoveToSong(index, true);
 }
 
 void TQuillView::CButtonPrevClicked() {
     int32_t index = fPlaylist->CurSongIdx();
-    if (GetPrevSongIdx(&index)) MoveToSong(index);
+    if (GetPrevSongIdx(&index)) MoveToSong(index, false);
 }
 
 void TQuillView::CButtonPlayClicked() {
@@ -329,13 +377,18 @@ void TQuillView::CButtonPlayClicked() {
         PauseSong();
         return;
     }
-    // The selected song, else the current one; stop unloads the song, so play loads it.
+    // The selected song, else the current one.
     int32_t index = fPlaylist->SelectedSongIdx(0);
-    if (index < 0) index = fPlaylist->CurSongIdx();
+    PlaySongAt(index < 0 ? fPlaylist->CurSongIdx() : index);
+}
+
+bool TQuillView::PlaySongAt(int32_t index) {
+    // Stop unloads the song, so play loads it. Play means going on: a song that cannot be
+    // loaded gives way to the next.
     if (index != fPlaylist->CurSongIdx() || fProducer.CountTracks() == 0)
-        if (!ChangeSong(index, false)) return;
+        if (!ChangeSongTo(index, false, true, true)) return false;
     ScoreUpCurrentSong();
-    PlaySong();
+    return PlaySong();
 }
 
 void TQuillView::ChangeSongRqtd(const veldan::TMessage& message) {

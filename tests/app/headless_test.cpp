@@ -97,6 +97,21 @@ TEST(Headless, AnUnreadableFileIsNamedWithItsReasonAndTheNextOnePlays) {
     EXPECT_NE(result.out.find("Good Song"), std::string::npos) << result.out;
 }
 
+TEST(Headless, AFileWithoutTracksIsNamedAndPassedOver) {
+    TTempDir dir;
+    TSmfBuilder good(1, 480);
+    good.AddTrack().Name(0, "After The Empty One").NoteOn(0, 0, 60, 100).NoteOff(96, 0, 60);
+    auto empty = dir.Write("empty.mid", TSmfBuilder(1, 480).Bytes());
+    auto song = dir.Write("good.mid", good.Bytes());
+    TResult result = run_quillmidi("--headless --wav " + quoted(dir.Path() / "out.wav") + " " +
+                                       quoted(empty) + " " + quoted(song),
+                                   dir);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.err.find("empty.mid: the file has no tracks"), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.out.find("After The Empty One"), std::string::npos) << result.out;
+}
+
 TEST(Headless, PlaysToTheBuiltInSynthesizerIntoAWavFileAndTracesWhatLeft) {
     TTempDir dir;
     TSmfBuilder smf(1, 480);

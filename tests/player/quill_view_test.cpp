@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QLabel>
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -91,6 +92,30 @@ class QuillViewTest : public TWidgetTest {
     }
     void AddSong(const std::filesystem::path& file) {
         ASSERT_TRUE(fView->OrvickView()->AddListFolderFileToTopLevel(file)) << file;
+    }
+    // Songs that cannot be loaded, each for its own reason.
+    std::filesystem::path WriteFormat2(const std::string& name) {
+        TSmfBuilder smf(2, 480);
+        smf.AddTrack().NoteOn(0, 0, kNote, 100).NoteOff(48, 0, kNote);
+        return fTemp.Write(name, smf.Bytes());
+    }
+    std::filesystem::path WriteWithoutTracks(const std::string& name) {
+        return fTemp.Write(name, TSmfBuilder(1, 480).Bytes());
+    }
+    // Listed while it exists, then gone.
+    void AddMissingSong(const std::string& name) {
+        std::filesystem::path file = WriteSong(99, kShortSong);
+        std::filesystem::path renamed = fTemp.Path() / name;
+        std::filesystem::rename(file, renamed);
+        AddSong(renamed);
+        std::filesystem::remove(renamed);
+    }
+    std::string StatusText() const {
+        return fView->ControlBar()->findChild<QLabel*>("StatBar")->text().toStdString();
+    }
+    void SelectSong(int32_t index) {
+        fView->OrvickView()->clearSelection();
+        fView->OrvickView()->Song(index)->setSelected(true);
     }
 
     bool WaitForState(int32_t state) {
@@ -301,17 +326,99 @@ TEST_F(QuillViewTest, ChangeWhileStoppedLoadsButDoesNotStart) {
     EXPECT_EQ(fPortA.Count(), 0u);
 }
 
-TEST_F(QuillViewTest, AnUnloadableSongLeavesTheProducerEmpty) {
+TEST_F(QuillViewTest, AnUnloadableSongChosenWhileStoppedLeavesTheProducerEmpty) {
     AddSongs(1, kLongSong);
     AddSong(fTemp.Write("truncated.mid", std::string("MThd")));
-    ASSERT_TRUE(fView->PlaySong());
     ASSERT_EQ(fView->OrvickView()->Songs(), 2);
     EXPECT_FALSE(fView->ChangeSong(1, false));
     EXPECT_EQ(fView->Producer().CountTracks(), 0u);
     EXPECT_FALSE(fView->Producer().IsPlaying());
     EXPECT_EQ(fView->State(), kStateStopped);
+    EXPECT_EQ(fView->CurSongIdx(), 1);
     EXPECT_EQ(fView->SongTitle(), "");
+    EXPECT_NE(StatusText().find("truncated.mid"), std::string::npos) << StatusText();
     EXPECT_FALSE(fView->PlaySong());
+}
+
+TEST_F(QuillViewTest, NextPassesOverSongsThatCannotPlayAndNamesThem) {
+    AddSongs(1, kLongSong);
+    AddSong(WriteFormat2("format2.mid"));
+    AddMissingSong("gone.mid");
+    AddSong(WriteWithoutTracks("empty.mid"));
+    AddSong(WriteSong(4, kLongSong));
+    ASSERT_EQ(fView->OrvickView()->Songs(), 5);
+    fView->SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+    std::vector<std::string> passed;
+    fView->SetCannotPlayHandler([&](const std::filesystem::path& song, const std::string& reason) {
+        passed.push_back(song.filename().string() + ": " + reason);
+    });
+    fView->CButtonNextClicked();
+    EXPECT_EQ(passed, (std::vector<std::string>{
+                          "format2.mid: format 2 is not supported",
+                          "gone.mid: cannot open the file: No such file or directory",
+                          "empty.mid: the file has no tracks"}));
+    EXPECT_EQ(fView->CurSongIdx(), 4);
+    EXPECT_EQ(fView->State(), kStatePlaying);
+    EXPECT_EQ(fView->SongTitle(), "Song 4");
+    EXPECT_TRUE(WaitForCount(fPortA, is_note_on, 2));
+    // The last song passed over, with its reason.
+    EXPECT_NE(StatusText().find("empty.mid"), std::string::npos) << StatusText();
+    EXPECT_NE(StatusText().find("no tracks"), std::string::npos) << StatusText();
+}
+
+TEST_F(QuillViewTest, AtASongsEndTheSongsThatCannotPlayAreSkipped) {
+    AddSongs(1, kShortSong);
+    AddSong(WriteFormat2("format2.mid"));
+    AddSong(WriteSong(2, kShortSong));
+    fView->SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(process_until([this] { return fView->CurSongIdx() == 2; }));
+    EXPECT_TRUE(WaitForCount(fPortA, is_note_on, 2));
+    EXPECT_NE(StatusText().find("format2.mid"), std::string::npos) << StatusText();
+    EXPECT_NE(StatusText().find("format 2"), std::string::npos) << StatusText();
+    EXPECT_TRUE(WaitForState(kStateStopped)) << "the last song ends the sequence";
+}
+
+TEST_F(QuillViewTest, PlayOnASongThatCannotPlayStartsTheNextOneThatCan) {
+    AddSongs(1, kLongSong);
+    AddSong(WriteWithoutTracks("empty.mid"));
+    AddSong(WriteSong(2, kLongSong));
+    fView->SetPlayMode(kPlayModeSeq);
+    SelectSong(1);
+    fView->CButtonPlayClicked();
+    EXPECT_EQ(fView->CurSongIdx(), 2);
+    EXPECT_EQ(fView->State(), kStatePlaying);
+    EXPECT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+}
+
+TEST_F(QuillViewTest, AFileDeclaringNoTracksCannotPlayAndSaysSo) {
+    AddSongs(1, kLongSong);
+    AddSong(WriteWithoutTracks("empty.mid"));
+    EXPECT_FALSE(fView->ChangeSong(1, false));
+    EXPECT_EQ(fView->Producer().CountTracks(), 0u);
+    EXPECT_NE(StatusText().find("empty.mid"), std::string::npos) << StatusText();
+}
+
+TEST_F(QuillViewTest, WhenNoSongCanPlayEachIsTriedOnceAndThePlayerStops) {
+    AddSong(WriteFormat2("a.mid"));
+    AddSong(WriteWithoutTracks("b.mid"));
+    AddSong(WriteFormat2("c.mid"));
+    ASSERT_EQ(fView->OrvickView()->Songs(), 3);
+    std::vector<std::string> tried;
+    fView->SetCannotPlayHandler([&](const std::filesystem::path& song, const std::string&) {
+        tried.push_back(song.filename().string());
+    });
+    for (int32_t mode : {int32_t(kPlayModeSeqRepeat), int32_t(kPlayModeRandom)}) {
+        tried.clear();
+        fView->SetPlayMode(mode);
+        fView->CButtonPlayClicked();
+        EXPECT_EQ(fView->State(), kStateStopped) << "mode " << mode;
+        EXPECT_EQ(fView->Producer().CountTracks(), 0u);
+        std::sort(tried.begin(), tried.end());
+        EXPECT_EQ(tried, (std::vector<std::string>{"a.mid", "b.mid", "c.mid"})) << "mode " << mode;
+    }
 }
 
 TEST_F(QuillViewTest, AResetInTheSongLightsItsIndicator) {
