@@ -203,9 +203,9 @@ void TQuillApp::OpenFiles(const std::vector<fs::path>& files) {
     for (const fs::path& file : files)
         fMainWin->OpenListFolderFileRqtd(veldan::ref_for_path(file), true);
     if (files.empty() || list->Songs() <= firstNew) return;
-    // Play scores the song once; a change request would score it a second time.
-    fMainWin->View()->ChangeSong(firstNew, false);
-    fMainWin->View()->CButtonPlayClicked();
+    // The first song handed over, whatever row is selected. Play scores the song once; a
+    // change request would score it a second time.
+    fMainWin->View()->PlaySongAt(firstNew);
 }
 
 void TQuillApp::ShowStatus(const std::string& text) {

@@ -161,7 +161,10 @@ void TQuillView::SetState(int32_t state) {
 
 bool TQuillView::PlaySong() {
     if (fPlaylist->Songs() == 0 || fProducer.CountTracks() == 0) return false;
-    if (fState == kStateStopped || IsPreparing()) StepStateToPlay();
+    // During a silence only its end moves on: a second play would cut it short, and a
+    // synthesizer still busy with its reset would lose the song's first notes.
+    if (fState == kStateStopped || (IsPreparing() && !fSilenceTimer.isActive()))
+        StepStateToPlay();
     UpdateTransportCompos();
     return true;
 }
@@ -294,11 +297,11 @@ bool TQuillView::LoadSongOnward(int32_t index, bool onward, bool forward) {
 }
 
 bool TQuillView::ChangeSong(int32_t index, bool betweenSongs) {
-    return ChangeSongTo(index, betweenSongs, true, fState != kStateStopped);
+    return ChangeSongTo(index, betweenSongs, true, false);
 }
 
-bool TQuillView::ChangeSongTo(int32_t index, bool betweenSongs, bool forward, bool onward) {
-    if (!LoadSongOnward(index, onward, forward)) {
+bool TQuillView::ChangeSongTo(int32_t index, bool betweenSongs, bool forward, bool play) {
+    if (!LoadSongOnward(index, play || fState != kStateStopped, forward)) {
         if (fState != kStateStopped) SetState(kStateStopped);
         UpdateTransportCompos();
         UpdateDeskBarTitle();
@@ -308,7 +311,12 @@ bool TQuillView::ChangeSongTo(int32_t index, bool betweenSongs, bool forward, bo
     if (fState == kStatePlaying || IsPreparing()) {
         SetState(betweenSongs ? kStateStopped : kStateAfterSilence);
         started = PlaySong();
+    } else if (play) {
+        // From the start of the sequence, the silence between songs included.
+        if (fState != kStateStopped) SetState(kStateStopped);
+        started = PlaySong();
     }
+    UpdateTransportCompos();
     UpdateDeskBarTitle();
     return started;
 }
@@ -342,8 +350,7 @@ bool TQuillView::GetNextSongIdx(bool atEnd, int32_t* index) {
 bool TQuillView::GetPrevSongIdx(int32_t* index) { return prev_song_idx(Pick(), index); }
 
 void TQuillView::MoveToSong(int32_t index, bool forward) {
-    ChangeSongTo(fold_song_idx(index, fPlaylist->Songs()), false, forward,
-                 fState != kStateStopped);
+    ChangeSongTo(fold_song_idx(index, fPlaylist->Songs()), false, forward, false);
     ScrollToSong(fPlaylist->CurSongIdx());
 }
 
@@ -383,11 +390,20 @@ void TQuillView::CButtonPlayClicked() {
 }
 
 bool TQuillView::PlaySongAt(int32_t index) {
+    if (fPlaylist->Songs() == 0) return false;
     // Stop unloads the song, so play loads it. Play means going on: a song that cannot be
     // loaded gives way to the next.
-    if (index != fPlaylist->CurSongIdx() || fProducer.CountTracks() == 0)
+    if (index != fPlaylist->CurSongIdx() || fProducer.CountTracks() == 0) {
+        // The change starts the song itself, through its whole preparing sequence.
         if (!ChangeSongTo(index, false, true, true)) return false;
+        ScoreUpCurrentSong();
+        return true;
+    }
     ScoreUpCurrentSong();
+    if (fState == kStatePaused) {
+        PauseSong();
+        return true;
+    }
     return PlaySong();
 }
 

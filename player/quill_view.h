@@ -209,8 +209,9 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     // LoadSong, and when onward, the songs the play mode gives after (or, unless forward,
     // before) one that cannot be loaded, each at most once; false when none could be.
     bool LoadSongOnward(int32_t index, bool onward, bool forward);
-    // ChangeSong, trying further songs in the given direction when onward.
-    bool ChangeSongTo(int32_t index, bool betweenSongs, bool forward, bool onward);
+    // ChangeSong, trying further songs in the given direction; play also starts the song
+    // (and goes on past songs that cannot be loaded) when the player was stopped or paused.
+    bool ChangeSongTo(int32_t index, bool betweenSongs, bool forward, bool play);
     TPrepareSettings PrepareSettings() const;
     TSongPick Pick();
     void MoveToSong(int32_t index, bool forward);

@@ -273,6 +273,47 @@ TEST_F(QuillViewTest, ResetsGoOutInOrderWithTheirSilences) {
     EXPECT_TRUE(is_reset(fPortB.EventBytes(1), 8));
 }
 
+TEST_F(QuillViewTest, PlayOnAnotherSongWhilePlayingStartsItOnceWithItsWholeResetWait) {
+    fPrefs.sendSysResets = true;
+    fPrefs.sysResetCombination = 0x02;  // GS
+    fPrefs.silenceAfterResetsUs = 150000;
+    AddSongs(2, kLongSong);
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(WaitForState(kStatePlaying));
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+    SelectSong(1);
+    fView->CButtonPlayClicked();
+    EXPECT_EQ(fView->CurSongIdx(), 1);
+    EXPECT_EQ(fView->State(), kStateAfterGS) << "waiting after the reset";
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 2));
+    auto entries = fPortA.Entries();
+    size_t reset = 0;
+    size_t note = 0;
+    for (size_t i = 0; i < entries.size(); ++i) {
+        if (is_reset(fPortA.EventBytes(i), 2)) reset = i;
+        if (is_note_on(fPortA.EventBytes(i))) note = i;
+    }
+    ASSERT_LT(reset, note);
+    EXPECT_GE(entries[note].arrivalUs - entries[reset].arrivalUs, 140000)
+        << "the second song's first note came before the silence after its reset";
+}
+
+TEST_F(QuillViewTest, PlayAgainWhilePreparingLeavesTheWaitAlone) {
+    fPrefs.sendSysResets = true;
+    fPrefs.sysResetCombination = 0x02;  // GS
+    fPrefs.silenceAfterResetsUs = 150000;
+    AddSongs(1, kLongSong);
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_EQ(fView->State(), kStateAfterGS);
+    fView->CButtonPlayClicked();  // as the media keys' Play does while not playing yet
+    EXPECT_EQ(fView->State(), kStateAfterGS);
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+    auto entries = fPortA.Entries();
+    ASSERT_GE(entries.size(), 2u);
+    EXPECT_TRUE(is_reset(fPortA.EventBytes(0), 2));
+    EXPECT_GE(entries[1].arrivalUs - entries[0].arrivalUs, 140000);
+}
+
 TEST_F(QuillViewTest, WithoutSilencesOrResetsASongStartsAtOnce) {
     AddSongs(1, kLongSong);
     ASSERT_TRUE(fView->PlaySong());
