@@ -201,8 +201,18 @@ void TQuillView::PauseSong() {
     if (fState == kStatePlaying) {
         fProducer.Pause();
         fChain.QuickAllNotesOff();
+        // A play thread that had sent the song's last event has ended instead of pausing;
+        // its report of the end comes while paused and is passed over.
+        fSongEndedBeforePause = !fProducer.IsPaused();
         SetState(kStatePaused);
     } else if (fState == kStatePaused) {
+        if (fSongEndedBeforePause) {
+            // Resuming a thread that has ended would play silence for ever.
+            fSongEndedBeforePause = false;
+            SetState(kStatePlaying);
+            GoOnAfterSongEnd();
+            return;
+        }
         StartMidiOut();
         SetState(kStatePlaying);
     }
@@ -224,6 +234,7 @@ void TQuillView::StartMidiOut() {
 }
 
 void TQuillView::StopMidiOut() {
+    fSongEndedBeforePause = false;
     fSilenceTimer.stop();
     fProducer.Stop();
     fChain.QuickAllNotesOff();
@@ -359,6 +370,10 @@ void TQuillView::PlaySongEnded(const veldan::TMessage& message) {
     message.FindInt32(kSongSerialField, &serial);
     // The song may have been left after its end was reported and before the report came.
     if (serial != fSongSerial.load(std::memory_order_relaxed) || fState != kStatePlaying) return;
+    GoOnAfterSongEnd();
+}
+
+void TQuillView::GoOnAfterSongEnd() {
     int32_t index = fPlaylist->CurSongIdx();
     if (!GetNextSongIdx(true, &index)) {
         StopSong();

@@ -215,6 +215,8 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     TPrepareSettings PrepareSettings() const;
     TSongPick Pick();
     void MoveToSong(int32_t index, bool forward);
+    // The song has played to its end while playing: the next one per play mode, or stop.
+    void GoOnAfterSongEnd();
     void MarkNowPlaying(bool playing);
     void ScrollToSong(int32_t index);
     void UpdateTransportCompos();
@@ -250,6 +252,8 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     int32_t fPlayMode = kPlayModeSeq;
     int64_t fPlayStartUs = 0;
     std::string fSongTitle;
+    // Paused after the play thread had already sent the song's last event.
+    bool fSongEndedBeforePause = false;
     // Why the last song could not be loaded.
     std::string fLoadError;
     // Told to the play thread's report, so a report of a song already left is ignored.

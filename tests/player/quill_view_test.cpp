@@ -355,6 +355,24 @@ TEST_F(QuillViewTest, PauseSilencesAndResumes) {
     EXPECT_FALSE(fView->Producer().IsPaused());
 }
 
+TEST_F(QuillViewTest, APauseAfterTheLastEventEndsTheSongOnPlay) {
+    AddSongs(2, kShortSong);
+    fView->SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->PlaySong());
+    // The song plays to its end and reports it; the report waits in the queue while the
+    // user pauses.
+    ASSERT_TRUE(wait_for([this] { return !fView->Producer().IsPlaying(); }));
+    fView->PauseSong();
+    EXPECT_EQ(fView->State(), kStatePaused);
+    QCoreApplication::sendPostedEvents();
+    EXPECT_EQ(fView->State(), kStatePaused);
+    fView->CButtonPlayClicked();
+    EXPECT_EQ(fView->CurSongIdx(), 1) << "the song had ended";
+    EXPECT_EQ(fView->State(), kStatePlaying);
+    EXPECT_TRUE(WaitForCount(fPortA, is_note_on, 2));
+    EXPECT_TRUE(WaitForState(kStateStopped)) << "the last song ends the sequence";
+}
+
 TEST_F(QuillViewTest, ChangeWhileStoppedLoadsButDoesNotStart) {
     AddSongs(2, kShortSong);
     ASSERT_TRUE(fView->ChangeSong(1, false));
