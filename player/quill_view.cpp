@@ -154,6 +154,9 @@ void TQuillView::SetState(int32_t state) {
         fPosTimer.start();
     else
         fPosTimer.stop();
+    // Stopped or preparing, the song starts from its beginning; paused, it goes on from
+    // where it stands.
+    UpdatePosCompo();
     if (fStateHandler) fStateHandler(state);
 }
 
@@ -314,6 +317,7 @@ bool TQuillView::ChangeSong(int32_t index, bool betweenSongs) {
 bool TQuillView::ChangeSongTo(int32_t index, bool betweenSongs, bool forward, bool play) {
     if (!LoadSongOnward(index, play || fState != kStateStopped, forward)) {
         if (fState != kStateStopped) SetState(kStateStopped);
+        UpdatePosCompo();
         UpdateTransportCompos();
         UpdateDeskBarTitle();
         return false;
@@ -327,6 +331,7 @@ bool TQuillView::ChangeSongTo(int32_t index, bool betweenSongs, bool forward, bo
         if (fState != kStateStopped) SetState(kStateStopped);
         started = PlaySong();
     }
+    UpdatePosCompo();
     UpdateTransportCompos();
     UpdateDeskBarTitle();
     return started;
@@ -494,6 +499,9 @@ void TQuillView::SliderChangedRqtd(const veldan::TMessage& message) {
             fChain.QuickAllNotesOff();
             fProducer.SetCurrentTick(
                 uint32_t(uint64_t(fProducer.CountTicks()) * uint32_t(value) / 100));
+            // Stopped, the producer has no place to keep a position: the thumb goes back
+            // to where playing will start.
+            UpdatePosCompo();
             break;
         default:
             break;

@@ -539,6 +539,41 @@ TEST_F(QuillViewTest, PositionSliderFollowsTheSongWhilePlaying) {
     fView->StopSong();
 }
 
+TEST_F(QuillViewTest, AfterStopAChangeOrASeekWhileStoppedThePositionShowsWhereItWouldStart) {
+    using quill::TControlBar;
+    AddSongs(2, kLongSong);
+    TControlBar* bar = fView->ControlBar();
+    auto* readout = bar->findChild<QLabel*>("StrViewPos");
+    ASSERT_NE(readout, nullptr);
+    // As the user drags the thumb and lets go.
+    auto seek = [&](int32_t percent) {
+        bar->SetSliderValue(TControlBar::kPos, percent);
+        Post(kMsgPosChanged, TQuillView::kSliderValueField, percent);
+    };
+    ASSERT_TRUE(fView->PlaySong());
+    seek(50);
+    ASSERT_TRUE(process_until([&] { return bar->SliderValue(TControlBar::kPos) >= 50; }));
+    fView->StopSong();
+    EXPECT_EQ(bar->SliderValue(TControlBar::kPos), 0) << "after stop";
+    EXPECT_TRUE(readout->text().endsWith(" 0%") || readout->text() == "0%")
+        << readout->text().toStdString();
+
+    fView->CButtonPlayClicked();
+    seek(50);
+    fView->PauseSong();
+    ASSERT_TRUE(process_until([&] { return bar->SliderValue(TControlBar::kPos) >= 50; }));
+    fView->CButtonNextClicked();
+    ASSERT_EQ(fView->CurSongIdx(), 1);
+    EXPECT_EQ(bar->SliderValue(TControlBar::kPos), 0) << "after a change of song while paused";
+
+    fView->StopSong();
+    ASSERT_TRUE(fView->ChangeSong(0, false));
+    seek(70);
+    EXPECT_EQ(bar->SliderValue(TControlBar::kPos), 0) << "a seek while stopped does not hold";
+    EXPECT_TRUE(readout->text().endsWith(" 0%") || readout->text() == "0%")
+        << readout->text().toStdString();
+}
+
 TEST_F(QuillViewTest, PositionsInMicrosecondsFollowTheTempoRate) {
     AddSongs(1, kLongSong);
     ASSERT_EQ(fView->SongLengthUs(), 20 * kSecondUs);
