@@ -23,7 +23,6 @@ namespace quill {
 namespace {
 
 constexpr char kStatCannotPlay[] = "Stat_Str_Cannot_Play";
-constexpr int64_t kKeyDrainUs = 200000;
 
 // A timer interval in milliseconds, never shorter than the silence asked for.
 int silence_ms(int64_t us) { return int((us + 999) / 1000); }
@@ -486,10 +485,10 @@ void TQuillView::SliderChangedRqtd(const veldan::TMessage& message) {
             fChain.SetVolume(value);
             break;
         case kMsgKeyChanged:
-            // Notes started in the old key would get their note-offs in the new one, and so
-            // would the silencing note-offs still queued in the filters.
+            // The notes of the old key stop with it rather than clash with the new one. The
+            // filters send every note-off where its note-on went, so nothing needs to
+            // drain between the two.
             fChain.QuickAllNotesOff();
-            fChain.WaitIdle(kKeyDrainUs);
             fChain.SetKey(value);
             break;
         case kMsgTempoChanged:

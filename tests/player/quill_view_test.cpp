@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,7 @@
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
 #include "tests/support/message_recorder.h"
+#include "tests/support/note_balance.h"
 #include "tests/support/scoped_env.h"
 #include "tests/support/smf_builder.h"
 #include "tests/support/temp_dir.h"
@@ -151,8 +153,8 @@ class QuillViewTest : public TWidgetTest {
     veldan::TLLT fTexts;
     TPref fPrefs;
     int64_t fNow = 1000 * kSecondUs;
-    TMidiRecorder fPortA{"port A", 1 << 12};
-    TMidiRecorder fPortB{"port B", 1 << 12};
+    TMidiRecorder fPortA{"port A", 1 << 16};
+    TMidiRecorder fPortB{"port B", 1 << 16};
     std::unique_ptr<TQuillView> fView;
 };
 
@@ -506,6 +508,30 @@ TEST_F(QuillViewTest, SlidersReachTheChainAndTheProducer) {
 
     Post(kMsgPosChanged, TQuillView::kSliderValueField, 50);
     EXPECT_GE(fView->Producer().CurrentTick(), kLongSong / 2);
+}
+
+TEST_F(QuillViewTest, KeyChangesAtRandomMomentsOfADenseSongLeaveNoNoteHanging) {
+    AddSong(fTemp.Write("dense.mid", dense_song(1500)));
+    ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
+    fView->SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->PlaySong());
+    std::mt19937 random(std::random_device{}());
+    std::uniform_int_distribution<int32_t> key(-12, 12);
+    std::uniform_int_distribution<int> pauseMs(0, 20);
+    int changes = 0;
+    while (fView->State() != kStateStopped && changes < 1000) {
+        Post(kMsgKeyChanged, TQuillView::kSliderValueField, key(random));
+        ++changes;
+        QTest::qWait(pauseMs(random));
+    }
+    ASSERT_TRUE(WaitForState(kStateStopped));
+    ASSERT_TRUE(fView->Chain().WaitIdle(2000000));
+    ASSERT_TRUE(fPortA.WaitIdle(2000000) && fPortB.WaitIdle(2000000));
+    EXPECT_GT(changes, 20);
+    EXPECT_GT(fPortA.Count(), 1000u);
+    EXPECT_EQ(fPortA.Dropped() + fPortB.Dropped(), 0u);
+    EXPECT_EQ(sounding_notes(fPortA), 0) << "after " << changes << " key changes";
+    EXPECT_EQ(sounding_notes(fPortB), 0);
 }
 
 TEST_F(QuillViewTest, APortMenuItemConnectsThenLetsGoWithSilence) {
