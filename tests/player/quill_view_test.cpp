@@ -95,6 +95,16 @@ class QuillViewTest : public TWidgetTest {
     void AddSong(const std::filesystem::path& file) {
         ASSERT_TRUE(fView->OrvickView()->AddListFolderFileToTopLevel(file)) << file;
     }
+    // kNote held through the whole of kLongSong on channel 0, and a short note on channel 1
+    // every beat, so that the play position moves in steps of a beat.
+    std::filesystem::path WriteHeldNoteWithBeats() {
+        TSmfBuilder smf(1, 480);
+        smf.AddTrack().Name(0, "Held").NoteOn(0, 0, kNote, 100).NoteOff(kLongSong, 0, kNote);
+        TTrackBuilder& beats = smf.AddTrack();
+        for (uint32_t beat = 0; beat < kLongSong / 480; ++beat)
+            beats.NoteOn(beat == 0 ? 0 : 360, 1, 48, 80).NoteOff(120, 1, 48);
+        return fTemp.Write("held.mid", smf.Bytes());
+    }
     // Songs that cannot be loaded, each for its own reason.
     std::filesystem::path WriteFormat2(const std::string& name) {
         TSmfBuilder smf(2, 480);
@@ -492,7 +502,8 @@ TEST_F(QuillViewTest, AResetInTheSongLightsItsIndicator) {
 }
 
 TEST_F(QuillViewTest, SlidersReachTheChainAndTheProducer) {
-    AddSongs(1, kLongSong);
+    AddSong(WriteHeldNoteWithBeats());
+    ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
     Post(kMsgVolumeChanged, TQuillView::kSliderValueField, 150);
     EXPECT_EQ(fView->Chain().Filter(0).Volume(), 150);
     EXPECT_EQ(fView->Chain().Filter(1).Volume(), 150);
@@ -503,11 +514,13 @@ TEST_F(QuillViewTest, SlidersReachTheChainAndTheProducer) {
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
     Post(kMsgKeyChanged, TQuillView::kSliderValueField, 3);
     EXPECT_EQ(fView->Chain().Filter(0).Key(), 3);
-    // The note started in the old key is silenced in it.
+    // The held note, started in the old key, is silenced in it at once.
     EXPECT_TRUE(WaitForCount(fPortA, is_note_off, 1));
 
+    fView->PauseSong();  // the play position stays where the seek puts it
+    ASSERT_LT(fView->Producer().CurrentTick(), kLongSong / 2);
     Post(kMsgPosChanged, TQuillView::kSliderValueField, 50);
-    EXPECT_GE(fView->Producer().CurrentTick(), kLongSong / 2);
+    EXPECT_EQ(fView->Producer().CurrentTick(), kLongSong / 2);
 }
 
 TEST_F(QuillViewTest, KeyChangesAtRandomMomentsOfADenseSongLeaveNoNoteHanging) {
@@ -557,11 +570,14 @@ TEST_F(QuillViewTest, APortMenuItemConnectsThenLetsGoWithSilence) {
 }
 
 TEST_F(QuillViewTest, PositionSliderFollowsTheSongWhilePlaying) {
-    AddSongs(1, kLongSong);
+    AddSong(WriteHeldNoteWithBeats());
+    ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
+    fView->Producer().SetTempoRate(300);
+    ASSERT_EQ(fView->ControlBar()->SliderValue(quill::TControlBar::kPos), 0);
     ASSERT_TRUE(fView->PlaySong());
-    fView->Producer().SetCurrentTick(kLongSong / 2);
+    // A tenth of the song lies four beats in, two thirds of a second at this rate.
     EXPECT_TRUE(process_until(
-        [&] { return fView->ControlBar()->SliderValue(quill::TControlBar::kPos) >= 50; }));
+        [&] { return fView->ControlBar()->SliderValue(quill::TControlBar::kPos) >= 10; }));
     fView->StopSong();
 }
 
