@@ -78,6 +78,21 @@ class QuillViewTest : public TWidgetTest {
     }
     ~QuillViewTest() override { fView.reset(); }
 
+    // Whatever a test did, a stop leaves no note sounding on either port.
+    void TearDown() override {
+        fView->StopSong();
+        ExpectNothingSounds("the final stop");
+    }
+
+    // Every note that reached a port has been released, once the lanes and the recorders
+    // have handled everything sent so far.
+    void ExpectNothingSounds(const std::string& after) {
+        ASSERT_TRUE(fView->Chain().WaitIdle(2000000));
+        ASSERT_TRUE(fPortA.WaitIdle(2000000) && fPortB.WaitIdle(2000000));
+        EXPECT_EQ(sounding_notes(fPortA), 0) << "port A, after " << after;
+        EXPECT_EQ(sounding_notes(fPortB), 0) << "port B, after " << after;
+    }
+
     std::filesystem::path WriteSong(int number, uint32_t noteTicks, bool withGSReset = false) {
         TSmfBuilder smf(1, 480);
         TTrackBuilder& track = smf.AddTrack().Name(0, "Song " + std::to_string(number));
@@ -200,6 +215,8 @@ TEST_F(QuillViewTest, MonoRepeatRestartsTheSongButNextMovesOn) {
     fView->CButtonNextClicked();
     EXPECT_EQ(fView->CurSongIdx(), 1);
     EXPECT_EQ(fView->State(), kStatePlaying);
+    fView->PauseSong();
+    ExpectNothingSounds("next, then pause");
 }
 
 TEST_F(QuillViewTest, RandomWithOneSongPicksItAgain) {
@@ -352,6 +369,7 @@ TEST_F(QuillViewTest, StopSilencesTheSoundingNoteAndUnloads) {
     EXPECT_EQ(fView->State(), kStateStopped);
     EXPECT_EQ(fView->Producer().CountTracks(), 0u);
     EXPECT_TRUE(WaitForCount(fPortA, is_note_off, 1));
+    ExpectNothingSounds("stop");
 }
 
 TEST_F(QuillViewTest, PauseSilencesAndResumes) {
@@ -362,6 +380,7 @@ TEST_F(QuillViewTest, PauseSilencesAndResumes) {
     EXPECT_EQ(fView->State(), kStatePaused);
     EXPECT_TRUE(fView->Producer().IsPaused());
     EXPECT_TRUE(WaitForCount(fPortA, is_note_off, 1));
+    ExpectNothingSounds("pause");
     fView->CButtonPlayClicked();
     EXPECT_EQ(fView->State(), kStatePlaying);
     EXPECT_FALSE(fView->Producer().IsPaused());
