@@ -5,7 +5,6 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <cstdlib>
-#include <ctime>
 #include <system_error>
 
 #include "app/dialogs/about_win.h"
@@ -58,7 +57,6 @@ QRect rect_of(const veldan::TRect& frame) {
 TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     quill::init_resources();
     StartMidi(options);
-    std::srand(unsigned(std::time(nullptr)));
     LoadLanguage();
     if (!fSynthProblem.empty()) TellSynthProblem(fSynthProblem);
     if (exit_state().version != kAppVersion) InstallPlayListMime();

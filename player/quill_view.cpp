@@ -5,7 +5,6 @@
 #include <QUrl>
 #include <QVBoxLayout>
 #include <algorithm>
-#include <cstdlib>
 #include <mutex>
 #include <vector>
 
@@ -16,6 +15,7 @@
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
 #include "veldan/base/clock.h"
+#include "veldan/base/random.h"
 #include "veldan/core/llt.h"
 
 namespace quill {
@@ -78,7 +78,7 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
       fTexts(texts),
       fPrefs(prefs),
       fClock(veldan::system_time),
-      fRandom([] { return uint32_t(std::rand()); }) {
+      fRandom(veldan::seeded_random()) {
     fControlBar = new TControlBar(texts, this);
     fControlBar->SetTarget(this);
     fPlaylist = new TOrvickView(texts, false, loaderFolder, this);

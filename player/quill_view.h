@@ -90,7 +90,7 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
 
     // Microseconds of a monotonic clock.
     using TClockFn = std::function<int64_t()>;
-    // A non-negative random number, as rand() gives.
+    // A random number from 0 to 2^32 - 1.
     using TRandomFn = std::function<uint32_t()>;
     using TStateFn = std::function<void(int32_t state)>;
     // A song that could not be loaded, and why (the reader's words).
@@ -114,7 +114,8 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     TMidiOutPorts& Ports() { return fPorts; }
 
     void SetClock(TClockFn clock) { fClock = std::move(clock); }
-    // Also the selector's source, so AI random runs can be replayed.
+    // The one source of every random choice, the selector's included, so that random
+    // runs can be replayed; by default an engine seeded anew on every start.
     void SetRandom(TRandomFn random);
     // Told every change of the player state (the application keeps a copy for others).
     void SetStateHandler(TStateFn handler) { fStateHandler = std::move(handler); }

@@ -33,6 +33,7 @@ using quill::kMsgKeyChanged;
 using quill::kMsgPosChanged;
 using quill::kMsgTempoChanged;
 using quill::kMsgVolumeChanged;
+using quill::kPlayModeAIRandom;
 using quill::kPlayModeMonoRepeat;
 using quill::kPlayModeRandom;
 using quill::kPlayModeSeq;
@@ -240,6 +241,32 @@ TEST_F(QuillViewTest, RandomDrawsFromTheInjectedSource) {
     fView->CButtonNextClicked();
     EXPECT_EQ(fView->CurSongIdx(), 2);
     EXPECT_EQ(next, 3u);
+}
+
+TEST_F(QuillViewTest, AnInjectedGeneratorReplaysTheSameRandomOrderInBothRandomModes) {
+    AddSongs(6, kLongSong);
+    auto engine = std::make_shared<std::mt19937>();
+    fView->SetRandom([engine] { return uint32_t((*engine)()); });
+    auto order = [&] {
+        engine->seed(20261124);
+        std::vector<int32_t> picked;
+        if (!fView->ChangeSong(0, false)) return picked;
+        for (int i = 0; i < 12; ++i) {
+            fView->CButtonNextClicked();
+            picked.push_back(fView->CurSongIdx());
+        }
+        return picked;
+    };
+    for (int32_t mode : {int32_t(kPlayModeRandom), int32_t(kPlayModeAIRandom)}) {
+        fView->SetPlayMode(mode);
+        // The selector weighs a song it meets for the first time lower: meet them all.
+        fView->CButtonNextClicked();
+        std::vector<int32_t> first = order();
+        ASSERT_EQ(first.size(), 12u);
+        EXPECT_EQ(order(), first) << "mode " << mode;
+        std::sort(first.begin(), first.end());
+        EXPECT_GE(std::unique(first.begin(), first.end()) - first.begin(), 3) << "mode " << mode;
+    }
 }
 
 TEST_F(QuillViewTest, NextEarlyLowersTheScoreLateDoesNot) {
