@@ -25,7 +25,7 @@ int run_gui(int argc, char** argv) {
 
     QApplication qapp(argc, argv);
     QApplication::setApplicationName("Quill MIDI");
-    QApplication::setDesktopFileName("quillmidi");
+    QApplication::setDesktopFileName(kAppDesktopId);
     QApplication::setWindowIcon(app_icon());
     // The settings-reset chord is read from the keyboard, so after the application exists.
     load_global();

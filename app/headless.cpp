@@ -1,5 +1,6 @@
 #include "app/headless.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <QApplication>
@@ -21,6 +22,7 @@
 #include "midi/roster.h"
 #include "midi/synth.h"
 #include "player/quill_view.h"
+#include "player/readout.h"
 #include "player/resources.h"
 #include "playlist/ai_selector.h"
 #include "playlist/orvick_view.h"
@@ -39,6 +41,71 @@ constexpr int64_t kDrainTimeoutUs = 2000000;
 constexpr int64_t kReleaseTailUs = 1500000;
 constexpr size_t kTraceEventsPerPort = 1 << 21;
 constexpr int kExitInterrupted = 130;
+
+constexpr int kStatusIntervalMs = 250;
+constexpr int kDefaultColumns = 80;
+constexpr int kBarCells = 20;
+
+// Columns a code point takes in a terminal: East Asian wide characters two, combining
+// marks none. Decided here rather than by wcwidth(), which needs a UTF-8 locale that a
+// terminal player may not be started with.
+int columns_of(char32_t c) {
+    if (c >= 0x300 && c <= 0x36F) return 0;
+    if ((c >= 0x1100 && c <= 0x115F) || (c >= 0x2E80 && c <= 0xA4CF) ||
+        (c >= 0xAC00 && c <= 0xD7A3) || (c >= 0xF900 && c <= 0xFAFF) ||
+        (c >= 0xFE30 && c <= 0xFE4F) || (c >= 0xFF00 && c <= 0xFF60) ||
+        (c >= 0xFFE0 && c <= 0xFFE6) || (c >= 0x1F300 && c <= 0x1FAFF) || c >= 0x20000)
+        return 2;
+    return 1;
+}
+
+// The longest start of a UTF-8 text that fits in columns, cut between characters, with
+// control characters left out: a title's line break or escape would break the line.
+std::string fit_columns(const std::string& text, int columns) {
+    std::string fitted;
+    int used = 0;
+    for (size_t i = 0; i < text.size();) {
+        const auto lead = static_cast<unsigned char>(text[i]);
+        const size_t length = std::min<size_t>(lead < 0x80    ? 1
+                                               : lead >= 0xF0 ? 4
+                                               : lead >= 0xE0 ? 3
+                                               : lead >= 0xC0 ? 2
+                                                              : 1,
+                                               text.size() - i);
+        char32_t c = length == 1 ? lead : lead & (0x7F >> length);
+        for (size_t k = 1; k < length; ++k)
+            c = c << 6 | (static_cast<unsigned char>(text[i + k]) & 0x3F);
+        if (c >= 0x20 && c != 0x7F) {
+            const int width = columns_of(c);
+            if (used + width > columns) break;
+            used += width;
+            fitted.append(text, i, length);
+        }
+        i += length;
+    }
+    return fitted;
+}
+
+int terminal_columns(int fd) {
+    winsize size{};
+    if (ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+    return kDefaultColumns;
+}
+
+// "Song  1:23 / 3:45 [#####---------------]", no wider than columns - 1 so that the
+// terminal never wraps it (a wrapped line cannot be rewritten in place). The song's name
+// gives way first, then the bar.
+std::string status_line(const std::string& song, int64_t elapsedUs, int64_t totalUs, int columns) {
+    const std::string time = quill::elapsed_total_text(elapsedUs, totalUs);
+    int filled =
+        totalUs > 0 ? int(std::clamp<int64_t>(elapsedUs, 0, totalUs) * kBarCells / totalUs) : 0;
+    const std::string bar =
+        "[" + std::string(size_t(filled), '#') + std::string(size_t(kBarCells - filled), '-') + "]";
+    const int room = columns - 1;
+    std::string tail = "  " + time + " " + bar;
+    if (int(tail.size()) > room) tail = "  " + time;
+    return fit_columns(song, room - int(tail.size())) + tail;
+}
 
 std::string clock_text(int64_t us) {
     int64_t seconds = us / 1000000;
@@ -125,6 +192,8 @@ class THeadlessPlayer {
     void SongStarted();
     void CheckStopped();
     void PrintProgress(bool final);
+    void DrawStatusLine(int64_t nowUs, bool final);
+    void ClearStatusLine();
     void Finish(bool interrupted);
     void WriteTrace();
 
@@ -141,9 +210,17 @@ class THeadlessPlayer {
     int32_t fLastState = kStateStopped;
     int64_t fSongTotalUs = 0;
     int64_t fTraceStartUs = 0;
+    int64_t fPlayStartUs = 0;
     int fStatus = 0;
     bool fFinished = false;
     bool fTerminal = isatty(STDOUT_FILENO);
+    // On a terminal, standard error carries one status line that rewrites itself; plain
+    // lines still go to standard output when it is not that terminal (a file, a pipe).
+    bool fStatusLine = isatty(STDERR_FILENO);
+    bool fPlain = !fStatusLine || !fTerminal;
+    bool fStatusShown = false;
+    std::string fSongName;
+    int64_t fLastPlainSecond = -1;
 };
 
 bool THeadlessPlayer::OpenSynth() {
@@ -182,6 +259,9 @@ bool THeadlessPlayer::ConnectOutput() {
     }
     if (fOptions.outName.empty()) {
         if (fView->Ports().ConnectMidiOut(0, fSynth->ID()) != 0) return false;
+        // Port B too, on the synthesizer's channels 17-32: two-port songs are whole.
+        if (fOptions.outNameB.empty() && fView->Ports().ConnectMidiOut(1, fSynth->ID()) != 0)
+            return false;
     } else if (!ConnectByName(0, fOptions.outName)) {
         return false;
     }
@@ -233,6 +313,7 @@ void THeadlessPlayer::MakeView() {
     list->SetAutoSortKind(fPrefs.autoSortKind);
     // What the window shows in its status bar goes to the terminal.
     auto report = [this](const std::string& text) {
+        ClearStatusLine();
         std::fprintf(stderr, "quillmidi: %s\n", text.c_str());
     };
     list->SetStatusFn(report);
@@ -241,6 +322,7 @@ void THeadlessPlayer::MakeView() {
     fView->SetStateHandler([this](int32_t state) { StateChanged(state); });
     // The player passes over a song it cannot load; the terminal hears the whole path.
     fView->SetCannotPlayHandler([this](const fs::path& song, const std::string& reason) {
+        ClearStatusLine();
         std::fprintf(stderr, "quillmidi: %s: %s\n", song.c_str(), reason.c_str());
         fStatus = 1;
     });
@@ -279,7 +361,7 @@ int THeadlessPlayer::Run() {
         return 1;
     }
     StartTrace();
-    fProgress.setInterval(kProgressIntervalMs);
+    fProgress.setInterval(fStatusLine ? kStatusIntervalMs : kProgressIntervalMs);
     QObject::connect(&fProgress, &QTimer::timeout, &fContext, [this] { PrintProgress(false); });
     call_on_interrupt(&fContext, [this] { Finish(true); });
     QTimer::singleShot(0, &fContext, [this] { Start(); });
@@ -309,6 +391,7 @@ void THeadlessPlayer::StateChanged(int32_t state) {
     }
     if (fLastState == kStatePlaying && state != kStatePaused) PrintProgress(true);
     if (fLastState == kStateStopped && state != kStateStopped) SongStarted();
+    if (state == kStatePlaying && fLastState != kStatePlaying) fPlayStartUs = veldan::system_time();
     if (state == kStatePlaying) fProgress.start();
     else fProgress.stop();
     fLastState = state;
@@ -320,8 +403,13 @@ void THeadlessPlayer::SongStarted() {
     fSongTotalUs = fView->SongLengthUs();
     std::string title = fView->SongTitle();
     if (title.empty()) title = fView->OrvickView()->Song(fView->CurSongIdx())->FileName();
-    std::printf("%s\n", title.c_str());
-    std::fflush(stdout);
+    fSongName = title;
+    fLastPlainSecond = -1;
+    if (fPlain) {
+        std::printf("%s\n", title.c_str());
+        std::fflush(stdout);
+    }
+    if (fStatusLine) DrawStatusLine(0, false);
 }
 
 void THeadlessPlayer::CheckStopped() {
@@ -330,9 +418,17 @@ void THeadlessPlayer::CheckStopped() {
 }
 
 void THeadlessPlayer::PrintProgress(bool final) {
-    int64_t now = fView->PositionUs();
+    // The producer's position is the next event's time, ahead of the music through a long
+    // note or rest; nothing here pauses, seeks or changes the rate, so the time since the
+    // song started playing is the song's time, the position its bound if the thread lags.
+    int64_t now = std::min(fView->PositionUs(), veldan::system_time() - fPlayStartUs);
     // At a song's end the producer may already be unloaded.
     if (final && !fFinished) now = fSongTotalUs;
+    if (fStatusLine) DrawStatusLine(now, final);
+    if (!fPlain) return;
+    // The status line comes more often than the plain lines' once a second.
+    if (!final && now / 1000000 == fLastPlainSecond) return;
+    fLastPlainSecond = now / 1000000;
     std::string line = "  " + clock_text(now) + " / " + clock_text(fSongTotalUs);
     if (fTerminal)
         std::printf("\r%s%s", line.c_str(), final ? "\n" : "");
@@ -341,10 +437,28 @@ void THeadlessPlayer::PrintProgress(bool final) {
     std::fflush(stdout);
 }
 
+void THeadlessPlayer::DrawStatusLine(int64_t nowUs, bool final) {
+    const std::string line =
+        status_line(fSongName, nowUs, fSongTotalUs, terminal_columns(STDERR_FILENO));
+    // Erasing to the end of the line after it takes away what a longer line left.
+    std::fprintf(stderr, "\r%s\033[K%s", line.c_str(), final ? "\n" : "");
+    std::fflush(stderr);
+    fStatusShown = !final;
+}
+
+// Before another message on standard error, so that it starts on a line of its own; the
+// next tick draws the status line again below it.
+void THeadlessPlayer::ClearStatusLine() {
+    if (!fStatusShown) return;
+    std::fputs("\r\033[K", stderr);
+    fStatusShown = false;
+}
+
 void THeadlessPlayer::Finish(bool interrupted) {
     if (fFinished) return;
     fFinished = true;
     if (interrupted && fView->State() == kStatePlaying) PrintProgress(true);
+    ClearStatusLine();
     fView->SetStateHandler(nullptr);
     fView->StopSong();
     // Interrupted, the user wants quiet at once: sustain pedals and release tails too.

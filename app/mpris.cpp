@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "app/app_icon.h"
 #include "player/control_bar.h"
 #include "player/play_modes.h"
 #include "player/quill_view.h"
@@ -65,7 +66,7 @@ class TMprisService::TRootAdaptor : public QDBusAbstractAdaptor {
     bool CanRaise() const { return true; }
     bool HasTrackList() const { return false; }
     QString Identity() const { return QString::fromUtf8(TQuillView::kAppDisplayName); }
-    QString DesktopEntry() const { return QStringLiteral("quillmidi"); }
+    QString DesktopEntry() const { return QString::fromLatin1(kAppDesktopId); }
     QStringList SupportedUriSchemes() const { return {QStringLiteral("file")}; }
     QStringList SupportedMimeTypes() const {
         return {QStringLiteral("audio/midi"), QStringLiteral("audio/x-midi"),

@@ -435,8 +435,10 @@ void TQuillWin::RestoreExitState() {
     fExpandedHeight = int(fExitState.expandedHeight);
     fView->ShowList(fExitState.listShown);
     if (firstStart) {
-        // Music at once on a new machine: port A plays through the built-in synthesizer.
+        // Music at once on a new machine: both ports play through the built-in
+        // synthesizer, port B on its channels 17-32, so two-port songs are whole.
         ConnectByNames(0, {TSynthConsumer::kName});
+        ConnectByNames(1, {TSynthConsumer::kName});
     } else {
         for (int port = 0; port < TExitState::kOutputCount; ++port)
             ConnectByNames(port, fExitState.connections[size_t(port)]);

@@ -18,14 +18,15 @@ bool TMidiOutPorts::ToggleMidiOut(int port, int32_t id) {
         out->Connect(consumer);
     } else {
         out->Disconnect(consumer);
-        MuteMidiOut(id);
+        MuteMidiOut(id, port);
     }
     return true;
 }
 
-void TMidiOutPorts::MuteMidiOut(int32_t id) {
+void TMidiOutPorts::MuteMidiOut(int32_t id, int port) {
     TMidiConsumer* consumer = TMidiRoster::Default().FindConsumer(id);
     if (!consumer) return;
+    fSilencer.SetPort(port);
     fSilencer.Connect(consumer);
     for (uint8_t channel = 0; channel < midi::kChannels; ++channel) {
         fSilencer.SprayControlChange(channel, midi::kCtrlAllNotesOff, 0, 0);
@@ -38,7 +39,7 @@ void TMidiOutPorts::MuteMidiOut(int32_t id) {
 void TMidiOutPorts::MuteAllMidiOut() {
     for (int port = 0; port < TOutputChain::kPorts; ++port)
         for (TMidiConsumer* consumer : fChain.PublicOut(port)->Connections())
-            MuteMidiOut(consumer->ID());
+            MuteMidiOut(consumer->ID(), port);
 }
 
 bool TMidiOutPorts::IsPortConnected(int port) const {

@@ -22,9 +22,10 @@ public:
     // consumer. False when the consumer has gone from the roster (nothing happens then).
     bool ToggleMidiOut(int port, int32_t id);
     // Controllers 123, 120 and 121 on all 16 channels, from a producer of its own that is
-    // connected for just that.
-    void MuteMidiOut(int32_t id);
-    // Every consumer of both ports, once per connection.
+    // connected for just that and speaks for port (so a consumer with channels per port
+    // silences that port's).
+    void MuteMidiOut(int32_t id, int port = 0);
+    // Every consumer of both ports, once per connection, as the port it is connected to.
     void MuteAllMidiOut();
     // The port indicator: lit while the port has at least one connection.
     bool IsPortConnected(int port) const;

@@ -30,13 +30,14 @@ class TRenderSink : public TSMFEventSink {
           fTotalUs(producer.TempoMap().TickToUs(producer.CountTicks(), options.tempoPercent)) {}
 
     void Event(const TSMFEvent& e) override {
-        if (fCancelled || e.port != 0 || e.status < 0x80) return;
+        if (fCancelled || e.status < 0x80) return;
         const int64_t us = fProducer.TempoMap().TickToUs(e.tick, fOptions.tempoPercent);
         fSynth.RenderUntilUs(us);
         if (us >= fNextProgressUs) {
             fNextProgressUs = us + kProgressEveryUs;
             if (fProgress && !fProgress(us, fTotalUs)) fCancelled = true;
         }
+        fSynth.SelectPort(int(e.port));
         Send(e);
     }
     bool Cancelled() const { return fCancelled; }

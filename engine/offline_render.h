@@ -1,9 +1,9 @@
 #pragma once
 // Renders a loaded song through the built-in synthesizer into a WAV file, or a FLAC file
-// when the name ends in ".flac", faster than real time: the song is walked with a virtual clock (its tempo map at the chosen rate), and the
-// synthesizer renders the samples between one event and the next. Lane A's events are
-// rendered, as the synthesizer hears them on port A; the key and the volume are applied
-// as the output chain applies them.
+// when the name ends in ".flac", faster than real time: the song is walked with a virtual clock
+// (its tempo map at the chosen rate), and the synthesizer renders the samples between one event and
+// the next. Both lanes are rendered, as the synthesizer hears ports A and B (channels 1-16 and
+// 17-32); the key and the volume are applied as the output chain applies them.
 
 #include <cstdint>
 #include <functional>

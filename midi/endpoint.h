@@ -50,6 +50,15 @@ public:
     // Must not block; allocation is allowed only for system exclusive data larger than
     // a consumer's documented inline size.
     virtual void Receive(const uint8_t* data, size_t length, bool atomic, int64_t time) = 0;
+    // Called instead of Receive when the sending producer speaks for port 1 or above of a
+    // two-port output (TMidiLocalProducer::SetPort). A consumer with one set of sixteen
+    // channels takes every port alike; one with more (the built-in synthesizer) plays
+    // each port on channels of its own. Same contract as Receive.
+    virtual void ReceiveOnPort(int port, const uint8_t* data, size_t length, bool atomic,
+                               int64_t time) {
+        (void)port;
+        Receive(data, length, atomic, time);
+    }
 
     // Told on the connecting thread when a producer starts or stops sending here, so a
     // system backend can mirror the connection (an ALSA subscription, a JACK connection).

@@ -98,7 +98,14 @@ void TMidiLocalProducer::SprayData(const uint8_t* data, size_t length, bool atom
     if (length == 0) return;
     fSprays.fetch_add(1);
     const TConnectionList* route = fConnections.load();
-    for (TMidiConsumer* consumer : route->consumers) consumer->Receive(data, length, atomic, time);
+    const int port = Port();
+    if (port == 0) {
+        for (TMidiConsumer* consumer : route->consumers)
+            consumer->Receive(data, length, atomic, time);
+    } else {
+        for (TMidiConsumer* consumer : route->consumers)
+            consumer->ReceiveOnPort(port, data, length, atomic, time);
+    }
     for (TMidiPortSink* sink : route->sinks) sink->Send(data, length, time);
     fSprays.fetch_sub(1);
 }

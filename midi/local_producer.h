@@ -39,6 +39,12 @@ public:
 
     bool IsLocal() const override { return true; }
 
+    // The port of a two-port output this producer speaks for: 0 for port A (the default),
+    // 1 for port B. Consumers that have sixteen channels per port play it on port B's.
+    // Any thread; a spray already under way may still go out on the old port.
+    void SetPort(int port) { fPort.store(port, std::memory_order_relaxed); }
+    int Port() const { return fPort.load(std::memory_order_relaxed); }
+
     // 0, or -1 when consumer is null or already connected (Connect) / not connected
     // (Disconnect).
     int32_t Connect(TMidiConsumer* consumer);
@@ -80,4 +86,5 @@ private:
     mutable std::mutex fWriteLock;
     std::atomic<TConnectionList*> fConnections;
     mutable std::atomic<int32_t> fSprays{0};
+    std::atomic<int> fPort{0};
 };

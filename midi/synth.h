@@ -16,8 +16,17 @@
 // preset not heard before loads its samples there (5 to 40 ms for FluidR3_GM), and the
 // events behind it wait that long.
 //
+// Two ports: the synthesizer has 32 channels, like a two-port sound module. What a
+// producer speaks for port A (TMidiLocalProducer::Port() 0) plays on channels 1-16, port B
+// on 17-32, so "Quill Synth" is one consumer that both public ports connect to. Each port
+// has its own drum channel (10 and 26), programs and controllers, and a GM, GS, SC-88 or
+// XG reset resets the sixteen channels of the port it came through and sets how that
+// port reads bank selects (GM ignores them, XG takes bank 120 and above as drums).
+//
 // Threads: the hooks run on the consumer's receive thread and call FluidSynth, whose API
-// is thread-safe; Create, Finish and the destructor belong to the owner's thread.
+// is thread-safe; Create, Finish and the destructor belong to the owner's thread. Port B's
+// events cross the same queue as port A's, each led by a port tag, so both ports keep the
+// order they were sent in.
 
 #include <cstdint>
 #include <memory>
@@ -34,6 +43,7 @@ public:
     // The DriverName() of WAV rendering.
     static constexpr const char* kWavDriver = "wav";
     static constexpr int32_t kSampleRate = 44100;
+    static constexpr int kPorts = 2;
     // Real-time, but below the chain and off its core: loading a preset's samples on the
     // first program change takes up to tens of milliseconds, and must hold up only us.
     static constexpr int32_t kReceivePriority = veldan::kRealTimePriority;
@@ -77,6 +87,19 @@ public:
     bool Finish(int64_t tailUs);
     // Offline only, owner's thread: renders the file up to songUs after its first frame.
     void RenderUntilUs(int64_t songUs);
+    // Offline only, owner's thread: the port (0 A, 1 B) that the hooks called directly
+    // from now on come from.
+    void SelectPort(int port);
+
+    // Sending side, any thread: port B's events join the queue behind a two-byte port
+    // tag, put together on the stack; only a SysEx longer than kTaggedInlineBytes is put
+    // together on the heap (besides the queue's own copy of any SysEx that long).
+    void ReceiveOnPort(int port, const uint8_t* data, size_t length, bool atomic,
+                       int64_t time) override;
+    static constexpr size_t kTaggedInlineBytes = 512;
+
+    // Receive thread: takes the port tag off and plays the event on that port's channels.
+    void Data(const uint8_t* data, size_t length, bool atomic, int64_t time) override;
 
     // Receive thread.
     void NoteOff(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) override;
@@ -93,6 +116,11 @@ public:
 private:
     struct TEngine;
     explicit TSynthConsumer(std::unique_ptr<TEngine> engine);
+    // The synthesizer's channel for a channel of the current port.
+    int Channel(uint8_t channel) const;
 
     std::unique_ptr<TEngine> fEngine;
+    // The port of the event being handled: the receive thread's while it plays a tagged
+    // event, the owner's in offline rendering (when nothing is sprayed here).
+    int fPort = 0;
 };

@@ -1,5 +1,7 @@
 #include "player/channel_panel.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QGridLayout>
 #include <QLabel>
 #include <QPainter>
@@ -51,8 +53,52 @@ class TChannelMeter : public QWidget {
     int32_t fLevel = 0;
 };
 
+namespace {
+
+// A meter reads as a progress bar (Qt 6.4 has no level bar) whose value is the notes
+// sounding. It sends no change events: at the display rate they would drown everything
+// else a screen reader says.
+class TChannelMeterAccessible : public QAccessibleWidget, public QAccessibleValueInterface {
+  public:
+    explicit TChannelMeterAccessible(TChannelMeter* meter)
+        : QAccessibleWidget(meter, QAccessible::ProgressBar) {}
+
+    void* interface_cast(QAccessible::InterfaceType type) override {
+        if (type == QAccessible::ValueInterface) {
+            return static_cast<QAccessibleValueInterface*>(this);
+        }
+        return QAccessibleWidget::interface_cast(type);
+    }
+    QString text(QAccessible::Text kind) const override {
+        if (kind == QAccessible::Value) return QString::number(Meter()->Level());
+        return QAccessibleWidget::text(kind);
+    }
+    QVariant currentValue() const override { return Meter()->Level(); }
+    void setCurrentValue(const QVariant&) override {}
+    QVariant maximumValue() const override { return kFullScaleNotes; }
+    QVariant minimumValue() const override { return 0; }
+    QVariant minimumStepSize() const override { return 1; }
+
+  private:
+    TChannelMeter* Meter() const { return static_cast<TChannelMeter*>(widget()); }
+};
+
+QAccessibleInterface* channel_meter_accessible(const QString&, QObject* object) {
+    if (auto* meter = dynamic_cast<TChannelMeter*>(object)) {
+        return new TChannelMeterAccessible(meter);
+    }
+    return nullptr;
+}
+
+}  // namespace
+
 TChannelPanel::TChannelPanel(const veldan::TLLT& texts, TOutputChain& chain, QWidget* parent)
     : QWidget(parent), fChain(chain) {
+    static const bool accessible = [] {
+        QAccessible::installFactory(channel_meter_accessible);
+        return true;
+    }();
+    (void)accessible;
     setObjectName("ChannelPanel");
     auto* grid = new QGridLayout(this);
     grid->setContentsMargins(4, 2, 4, 2);
@@ -100,12 +146,24 @@ void TChannelPanel::ApplyLanguage(const veldan::TLLT& texts) {
     const QString solo = QString::fromUtf8(texts.Text(llt_key("Button_Solo_Short")));
     const QString muteTip = QString::fromUtf8(texts.Text(llt_key("ToolTip_Mute")));
     const QString soloTip = QString::fromUtf8(texts.Text(llt_key("ToolTip_Solo")));
-    for (auto& strips : fStrips)
-        for (TStrip& strip : strips) {
+    // A letter is no name to a screen reader: every button says its port and channel.
+    const QString muteName = QString::fromUtf8(texts.Text(llt_key("Access_Mute")));
+    const QString soloName = QString::fromUtf8(texts.Text(llt_key("Access_Solo")));
+    const QString meterName = QString::fromUtf8(texts.Text(llt_key("Access_Meter")));
+    for (int port = 0; port < TOutputChain::kPorts; ++port)
+        for (int channel = 0; channel < kChannels; ++channel) {
+            TStrip& strip = fStrips[size_t(port)][size_t(channel)];
+            const auto name = [&](QString text) {
+                return text.replace("%p", kPortNames[port])
+                    .replace("%c", QString::number(channel + 1));
+            };
             strip.mute->setText(mute);
             strip.mute->setToolTip(muteTip);
+            strip.mute->setAccessibleName(name(muteName));
             strip.solo->setText(solo);
             strip.solo->setToolTip(soloTip);
+            strip.solo->setAccessibleName(name(soloName));
+            strip.meter->setAccessibleName(name(meterName));
         }
 }
 

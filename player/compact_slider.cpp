@@ -2,15 +2,67 @@
 
 #include "veldan/core/handler.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QStyleOptionSlider>
 
 namespace quill {
 
+namespace {
+
+class TCompactSliderAccessible : public QAccessibleWidget, public QAccessibleValueInterface {
+public:
+    explicit TCompactSliderAccessible(TCompactSlider* slider)
+        : QAccessibleWidget(slider, QAccessible::Slider) {}
+
+    void* interface_cast(QAccessible::InterfaceType type) override {
+        if (type == QAccessible::ValueInterface) {
+            return static_cast<QAccessibleValueInterface*>(this);
+        }
+        return QAccessibleWidget::interface_cast(type);
+    }
+
+    QString text(QAccessible::Text kind) const override {
+        if (kind == QAccessible::Value) return Slider()->ValueText();
+        return QAccessibleWidget::text(kind);
+    }
+
+    QVariant currentValue() const override { return Slider()->value(); }
+    void setCurrentValue(const QVariant& value) override {
+        Slider()->SetValueByUser(value.toInt());
+    }
+    QVariant maximumValue() const override { return Slider()->maximum(); }
+    QVariant minimumValue() const override { return Slider()->minimum(); }
+    QVariant minimumStepSize() const override { return Slider()->singleStep(); }
+
+private:
+    TCompactSlider* Slider() const { return static_cast<TCompactSlider*>(widget()); }
+};
+
+QAccessibleInterface* compact_slider_accessible(const QString&, QObject* object) {
+    if (auto* slider = dynamic_cast<TCompactSlider*>(object)) {
+        return new TCompactSliderAccessible(slider);
+    }
+    return nullptr;
+}
+
+// Qt's own slider interface would read the bare number and set values that post nothing.
+void install_accessible_factory() {
+    static const bool installed = [] {
+        QAccessible::installFactory(compact_slider_accessible);
+        return true;
+    }();
+    (void)installed;
+}
+
+}  // namespace
+
 TCompactSlider::TCompactSlider(const QString& name, std::unique_ptr<veldan::TMessage> message,
                                int32_t minValue, int32_t maxValue, QWidget* parent)
     : QSlider(Qt::Horizontal, parent), fMessage(std::move(message)) {
+    install_accessible_factory();
     setObjectName(name);
     setRange(minValue, maxValue);
     setFocusPolicy(Qt::StrongFocus);
@@ -33,6 +85,15 @@ void TCompactSlider::MouseDownRight() {
     if (!fHasDefault) return;
     setValue(fDefault);
     Invoke(fMessage.get(), value());
+}
+
+void TCompactSlider::SetValueByUser(int32_t value) {
+    setValue(value);
+    Invoke(fMessage.get(), this->value());
+}
+
+QString TCompactSlider::ValueText() const {
+    return fValueText ? fValueText(value()) : QString::number(value());
 }
 
 // Keys, the wheel and clicks beside the thumb move it at once; the new position is known

@@ -4,6 +4,10 @@
 // modification message, when released (or moved by keys or clicks) its message; both
 // carry int32 "be:value". A right click sets the default value, when one is set, and
 // posts the message, as if the user had dragged there. Values set from code post nothing.
+//
+// Keys: the arrows move one step, Page Up and Page Down a page step, Home and End to the
+// ends. Screen readers see a slider with its range, its value in the read-out's unit and
+// the accessible name its owner gives; a value they set counts as the user's own move.
 
 #include "veldan/core/message.h"
 
@@ -13,6 +17,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 namespace quill {
@@ -42,6 +47,13 @@ public:
 
     // With a default set: take it and post the message.
     void MouseDownRight();
+    // Takes value (kept in range) and posts the message, as a move by the user does.
+    void SetValueByUser(int32_t value);
+
+    // The value as a screen reader says it ("100%", "+3"); the bare number without one.
+    using TValueTextFn = std::function<QString(int32_t value)>;
+    void SetValueTextFn(TValueTextFn fn) { fValueText = std::move(fn); }
+    QString ValueText() const;
     // The groove narrowed to a band kBarHeight rows high, centred in the bounds.
     QRect BarFrame() const;
     QRect ThumbFrame() const;
@@ -57,6 +69,7 @@ private:
     std::unique_ptr<veldan::TMessage> fMessage;
     std::unique_ptr<veldan::TMessage> fModificationMessage;
     QPointer<QObject> fTarget;
+    TValueTextFn fValueText;
     int32_t fDefault = 0;
     bool fHasDefault = false;
 };

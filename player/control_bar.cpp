@@ -12,6 +12,7 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <vector>
 
 namespace quill {
 
@@ -43,6 +44,7 @@ struct TSliderItem {
     const char* name;
     const char* readoutName;
     const char* prefixKey;
+    const char* nameKey;  // what a screen reader calls the slider
     uint32_t message;
     uint32_t modification;
     int32_t min;
@@ -52,17 +54,18 @@ struct TSliderItem {
     TReadoutKind kind;
     int stretch;
     int minWidth;  // so that the thumb keeps room to travel in a narrow window
+    int pageStep;  // Page Up and Page Down; the key moves by octaves
 };
 
 constexpr TSliderItem kSliderItems[TControlBar::kSliderCount] = {
-    {"SliderVolume", "StrViewVolume", llt_key("ReadOut_Volume"), kMsgVolumeChanged,
-     kMsgVolumeChanged, 0, 200, 100, true, TReadoutKind::kPercent, 2, 60},
-    {"SliderKey", "StrViewKey", llt_key("ReadOut_Key"), kMsgKeyChanged, kMsgKeyChanging, -12, 12,
-     0, true, TReadoutKind::kSigned, 1, 48},
-    {"SliderTempo", "StrViewTempo", llt_key("ReadOut_Tempo"), kMsgTempoChanged, kMsgTempoChanging,
-     30, 300, 100, true, TReadoutKind::kPercent, 2, 60},
-    {"SliderPos", "StrViewPos", llt_key("ReadOut_Pos"), kMsgPosChanged, kMsgPosChanging, 0, 100,
-     0, false, TReadoutKind::kPercent, 3, 80},
+    {"SliderVolume", "StrViewVolume", llt_key("ReadOut_Volume"), llt_key("Access_Volume"),
+     kMsgVolumeChanged, kMsgVolumeChanged, 0, 200, 100, true, TReadoutKind::kPercent, 2, 60, 10},
+    {"SliderKey", "StrViewKey", llt_key("ReadOut_Key"), llt_key("Access_Key"), kMsgKeyChanged,
+     kMsgKeyChanging, -12, 12, 0, true, TReadoutKind::kSigned, 1, 48, 12},
+    {"SliderTempo", "StrViewTempo", llt_key("ReadOut_Tempo"), llt_key("Access_Tempo"),
+     kMsgTempoChanged, kMsgTempoChanging, 30, 300, 100, true, TReadoutKind::kPercent, 2, 60, 10},
+    {"SliderPos", "StrViewPos", llt_key("ReadOut_Pos"), llt_key("Access_Pos"), kMsgPosChanged,
+     kMsgPosChanging, 0, 100, 0, false, TReadoutKind::kPercent, 3, 80, 10},
 };
 
 struct TIndicatorItem {
@@ -76,9 +79,20 @@ constexpr TIndicatorItem kResetItems[] = {{"StrViewSysGM", "GM"},
                                           {"StrViewSys88", "88"},
                                           {"StrViewSysXG", "XG"}};
 
+constexpr const char* kTitleKey = llt_key("Access_Title");
+constexpr const char* kPortNameKey = llt_key("Access_Port");
+constexpr const char* kResetNameKey = llt_key("Access_Reset");
+// Indicator states as a screen reader says them: unlit, half lit, lit.
+constexpr const char* kPortStateKeys[] = {llt_key("Access_Port_Off"), llt_key("Access_Port_Off"),
+                                          llt_key("Access_Port_On")};
+constexpr const char* kResetStateKeys[] = {llt_key("Access_Reset_Off"),
+                                           llt_key("Access_Reset_Sending"),
+                                           llt_key("Access_Reset_On")};
+
 constexpr int kReadoutPadding = 6;
 constexpr int kGroupSpacing = 8;
 constexpr int kIndicatorSpacing = 2;
+constexpr int kTitleTimeGap = 8;
 
 QHBoxLayout* row_layout(QWidget* owner, int spacing) {
     auto* layout = new QHBoxLayout(owner);
@@ -96,11 +110,7 @@ TControlBar::TControlBar(const veldan::TLLT& texts, QWidget* parent) : QWidget(p
     auto* top = new QWidget(this);
     QHBoxLayout* topRow = row_layout(top, kGroupSpacing);
     topRow->addWidget(MakeTransport());
-    fTitle = new TLCDIndicator("StrViewTitle", QString(), TLit::kLit, top);
-    fTitle->setAlignment(Qt::AlignVCenter | Qt::AlignLeft);
-    // A long title must not widen the window; it is cut at the right.
-    fTitle->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-    topRow->addWidget(fTitle, 1);
+    topRow->addWidget(MakeTitleDisplay(), 1);
     topRow->addWidget(MakeIndicators());
     topRow->addWidget(MakeListButton());
 
@@ -116,7 +126,41 @@ TControlBar::TControlBar(const veldan::TLLT& texts, QWidget* parent) : QWidget(p
     column->addWidget(MakeSliders());
     column->addWidget(fStatusBar);
 
+    ChainFocus();
     ApplyLanguage(texts);
+}
+
+// The title and the time side by side on one black strip: the time keeps its room at
+// the right, and a long title is cut before it, never under it.
+QWidget* TControlBar::MakeTitleDisplay() {
+    auto* display = new QWidget;
+    // The gap between a cut title and the time is part of the same strip.
+    display->setAutoFillBackground(true);
+    QPalette strip = display->palette();
+    strip.setColor(QPalette::Window, TLCDIndicator::Background(TLit::kLit));
+    display->setPalette(strip);
+    QHBoxLayout* row = row_layout(display, kTitleTimeGap);
+    fTitle = new TLCDIndicator("StrViewTitle", QString(), TLit::kLit, display);
+    fTitle->setAlignment(Qt::AlignVCenter | Qt::AlignLeft);
+    // A long title must not widen the window; it is cut at the right.
+    fTitle->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    row->addWidget(fTitle, 1);
+    fTime = new TLCDIndicator("StrViewTime", QString(), TLit::kLit, display);
+    fTime->setAlignment(Qt::AlignVCenter | Qt::AlignRight);
+    fTime->setSizePolicy(QSizePolicy::Minimum, QSizePolicy::Preferred);
+    row->addWidget(fTime);
+    return display;
+}
+
+// Tab runs in reading order: the transport, the list button, then the sliders.
+void TControlBar::ChainFocus() {
+    std::vector<QWidget*> stops;
+    for (int i = 0; i < fTransport->CountItems(); ++i) {
+        if (!fTransport->ItemAt(i)->IsSeparator()) stops.push_back(fTransport->ItemAt(i));
+    }
+    stops.push_back(fListBar->FindItem(kListButton));
+    for (TCompactSlider* slider : fSliders) stops.push_back(slider);
+    for (size_t i = 1; i < stops.size(); ++i) QWidget::setTabOrder(stops[i - 1], stops[i]);
 }
 
 QWidget* TControlBar::MakeTransport() {
@@ -189,6 +233,10 @@ QWidget* TControlBar::MakeSliders() {
         slider->SetModificationMessage(std::make_unique<veldan::TMessage>(item.modification));
         slider->setValue(item.initial);
         slider->setMinimumWidth(item.minWidth);
+        slider->setPageStep(item.pageStep);
+        slider->SetValueTextFn([kind = item.kind](int32_t value) {
+            return QString::fromStdString(readout_text("", value, kind));
+        });
         if (item.hasDefault) slider->SetDefaultValue(item.initial);
         connect(slider, &QSlider::valueChanged, this, [this, i] { UpdateReadout(i); });
         fSliders[size_t(i)] = slider;
@@ -209,9 +257,28 @@ void TControlBar::ApplyLanguage(const veldan::TLLT& texts) {
     }
     fListBar->FindItem(kListButton)->SetTip(texts.Text(kListTipKey));
     for (int i = 0; i < kSliderCount; ++i) {
+        fSliders[size_t(i)]->setAccessibleName(
+            QString::fromStdString(texts.Text(kSliderItems[i].nameKey)));
         fPrefixes[size_t(i)] = texts.Text(kSliderItems[i].prefixKey);
         FitReadout(i);
         UpdateReadout(i);
+    }
+    LabelIndicators(texts);
+}
+
+// The title display reads as the song's title; its description says what it is.
+void TControlBar::LabelIndicators(const veldan::TLLT& texts) {
+    const auto text = [&texts](const char* key) { return QString::fromStdString(texts.Text(key)); };
+    fTitle->setAccessibleDescription(text(kTitleKey));
+    for (size_t i = 0; i < fPorts.size(); ++i) {
+        fPorts[i]->setAccessibleName(text(kPortNameKey).replace("%s", kPortItems[i].text));
+        fPorts[i]->SetStateTexts(text(kPortStateKeys[0]), text(kPortStateKeys[1]),
+                                 text(kPortStateKeys[2]));
+    }
+    for (size_t i = 0; i < fResets.size(); ++i) {
+        fResets[i]->setAccessibleName(text(kResetNameKey).replace("%s", kResetItems[i].text));
+        fResets[i]->SetStateTexts(text(kResetStateKeys[0]), text(kResetStateKeys[1]),
+                                  text(kResetStateKeys[2]));
     }
 }
 
@@ -263,6 +330,11 @@ bool TControlBar::IsSliderDragged(TSlider slider) const {
 void TControlBar::SetTitle(const std::string& title) {
     fTitle->setText(QString::fromStdString(title));
     fTitle->repaint();
+}
+
+void TControlBar::SetTime(int64_t elapsedUs, int64_t totalUs) {
+    const QString text = QString::fromStdString(elapsed_total_text(elapsedUs, totalUs));
+    if (text != fTime->text()) fTime->setText(text);
 }
 
 void TControlBar::SetStatusText(const std::string& text) {

@@ -5,9 +5,9 @@
 // controller decides what they do and tells the bar what to show.
 //
 // Child names: "ToolBarTransport" with "ButtonPlay", "ButtonPause", "ButtonStop",
-// "ButtonPrev", "ButtonNext"; "StrViewTitle"; "StrViewPort" holding "StrViewPortA" and
-// "StrViewPortB"; "StrViewSysGM", "StrViewSysGS", "StrViewSys88", "StrViewSysXG";
-// "StrViewVolume", "StrViewKey", "StrViewTempo", "StrViewPos"; "SliderVolume",
+// "ButtonPrev", "ButtonNext"; "StrViewTitle" with "StrViewTime" at its right; "StrViewPort" holding
+// "StrViewPortA" and "StrViewPortB"; "StrViewSysGM", "StrViewSysGS", "StrViewSys88",
+// "StrViewSysXG"; "StrViewVolume", "StrViewKey", "StrViewTempo", "StrViewPos"; "SliderVolume",
 // "SliderKey", "SliderTempo", "SliderPos"; "StatBar".
 
 #include "player/compact_slider.h"
@@ -80,6 +80,9 @@ public:
 
     // The song title strip; empty for none.
     void SetTitle(const std::string& title);
+    // The song's elapsed and total time at the right of the title strip, "1:23 / 3:45";
+    // a totalUs below 0 (no song) shows none.
+    void SetTime(int64_t elapsedUs, int64_t totalUs);
     // The status bar shows the text after one blank.
     void SetStatusText(const std::string& text);
 
@@ -96,15 +99,19 @@ public:
 
 private:
     QWidget* MakeTransport();
+    QWidget* MakeTitleDisplay();
     QWidget* MakeIndicators();
     QWidget* MakeListButton();
     QWidget* MakeSliders();
+    void ChainFocus();
+    void LabelIndicators(const veldan::TLLT& texts);
     void UpdateReadout(int slider);
     void FitReadout(int slider);
 
     veldan::TToolBar* fTransport = nullptr;
     veldan::TToolBar* fListBar = nullptr;
     TLCDIndicator* fTitle = nullptr;
+    TLCDIndicator* fTime = nullptr;
     std::array<TLCDIndicator*, 2> fPorts{};
     std::array<TLCDIndicator*, 4> fResets{};
     std::array<TCompactSlider*, kSliderCount> fSliders{};

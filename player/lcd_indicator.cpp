@@ -23,6 +23,18 @@ void TLCDIndicator::SetLit(TLit lit) {
     colours.setColor(QPalette::WindowText, kTextColor);
     colours.setColor(QPalette::Window, Background(lit));
     setPalette(colours);
+    DescribeState();
+}
+
+void TLCDIndicator::SetStateTexts(const QString& unlit, const QString& halfLit,
+                                  const QString& lit) {
+    fStateTexts = {unlit, halfLit, lit};
+    DescribeState();
+}
+
+void TLCDIndicator::DescribeState() {
+    const QString& text = fStateTexts[size_t(fLit)];
+    if (accessibleDescription() != text) setAccessibleDescription(text);
 }
 
 QColor TLCDIndicator::Background(TLit lit) {

@@ -6,6 +6,8 @@
 #include <QColor>
 #include <QLabel>
 
+#include <array>
+
 namespace quill {
 
 class TLCDIndicator : public QLabel {
@@ -27,8 +29,15 @@ public:
     TLit Lit() const { return fLit; }
     static QColor Background(TLit lit);
 
+    // What a screen reader says of each state, as the indicator's description; the
+    // colours alone tell nothing to someone who cannot see them.
+    void SetStateTexts(const QString& unlit, const QString& halfLit, const QString& lit);
+
 private:
+    void DescribeState();
+
     TLit fLit;
+    std::array<QString, 3> fStateTexts;
 };
 
 }  // namespace quill

@@ -11,6 +11,7 @@
 #include "app/settings/pref.h"
 #include "midi/roster.h"
 #include "player/channel_panel.h"
+#include "player/list_hint.h"
 #include "player/lyrics_view.h"
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
@@ -83,6 +84,9 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
     fControlBar->SetTarget(this);
     fPlaylist = new TOrvickView(texts, false, loaderFolder, this);
     fPlaylist->SetOwner(this);
+    new TListHint(texts, fPlaylist);
+    // The list has the keys when the window opens; the control bar is a Tab away.
+    fPlaylist->setFocus();
     fPlaylist->SetStatusFn([this](const std::string& text) { fControlBar->SetStatusText(text); });
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -561,6 +565,8 @@ void TQuillView::UpdatePortCompos() {
 }
 
 void TQuillView::UpdatePosCompo() {
+    // The time goes on while the user drags: the song plays on until the thumb is let go.
+    fControlBar->SetTime(PositionUs(), fProducer.CountTracks() > 0 ? SongLengthUs() : -1);
     // The user's drag wins over the song's progress.
     if (fControlBar->IsSliderDragged(TControlBar::kPos)) return;
     uint32_t total = fProducer.CountTicks();
@@ -587,6 +593,7 @@ void TQuillView::LanguageChanged() {
     fChannels->ApplyLanguage(fTexts);
     fLyrics->ApplyLanguage(fTexts);
     fPlaylist->LanguageChanged();
+    if (auto* hint = fPlaylist->findChild<TListHint*>()) hint->ApplyLanguage(fTexts);
     UpdateWinTitle();
 }
 

@@ -21,6 +21,7 @@ constexpr char kUnsupportedKey[] = "Stat_Str_Unsupported_File";
 constexpr char kAlreadyAddedKey[] = "Stat_Str_Already_Added";
 constexpr char kAlreadyDeletedKey[] = "Err_Already_Deled";
 constexpr char kCannotSaveKey[] = "Err_Cannot_Save_List";
+constexpr char kTextPlaylistName[] = "Access_Playlist";  // what a screen reader calls the list
 constexpr char kPlaylistMimeType[] = "text/x-vnd.VELDAN-QuillMIDI-PlayList";
 
 bool names_a_file(const fs::path& ref) {
@@ -58,6 +59,7 @@ TOrvickView::TOrvickView(const veldan::TLLT& texts, bool workView, const fs::pat
     setColumnCount(1);
     setSelectionMode(QAbstractItemView::ExtendedSelection);
     setFocusPolicy(Qt::StrongFocus);
+    setAccessibleName(QString::fromStdString(fTexts.Text(kTextPlaylistName)));
     setDragEnabled(true);
     setAcceptDrops(true);
     setDragDropMode(QAbstractItemView::DragDrop);
@@ -377,6 +379,7 @@ void TOrvickView::SendChangeSongRqtd(int32_t songIndex) {
 }
 
 void TOrvickView::LanguageChanged() {
+    setAccessibleName(QString::fromStdString(fTexts.Text(kTextPlaylistName)));
     BuildFlatList();
     for (TQuillSItem* row : fFlatRows) row->UpdateText(fTexts);
 }

@@ -1,6 +1,8 @@
 #include "app/dialogs/about_win.h"
 
+#include <QApplication>
 #include <QFormLayout>
+#include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QScrollBar>
@@ -23,6 +25,8 @@ using veldan::llt_key;
 constexpr char kTextWinTitle[] = "About_Win_Title";
 constexpr char kTextAppAuthor[] = "App_Author";
 constexpr char kTextVersion[] = "About_Version";
+
+constexpr int kAppIconSize = 64;
 
 enum TTab : int { kTabApp = 0, kTabLanguage, kTabLoader };
 constexpr const char* kTabKeys[] = {llt_key("About_Tab_App"), llt_key("About_Tab_Language"),
@@ -110,8 +114,17 @@ QWidget* TAboutWin::MakeAppTab() {
     fAuthor->setObjectName("StrViewAuthor");
     fAuthor->setWordWrap(true);
 
+    // The application's icon, which is the desktop theme's when one is installed, as the
+    // window and the tray show it.
+    auto* icon = new QLabel(page);
+    icon->setObjectName("StrViewAppIcon");
+    icon->setPixmap(QApplication::windowIcon().pixmap(kAppIconSize));
+    auto* heading = new QHBoxLayout;
+    heading->addWidget(icon);
+    heading->addWidget(fAppName, 1);
+
     auto* column = new QVBoxLayout(page);
-    column->addWidget(fAppName);
+    column->addLayout(heading);
     column->addLayout(version);
     column->addSpacing(fAppName->fontMetrics().height() / 2);
     column->addWidget(fAuthor);

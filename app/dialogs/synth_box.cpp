@@ -207,6 +207,8 @@ void TSynthBox::UpdateCompos() {
 void TSynthBox::LanguageChanged() {
     setTitle(text_of(fTexts, llt_key("Box_Synth")));
     fFontsLabel->setText(text_of(fTexts, llt_key("Label_Sound_Fonts")));
+    // A list takes no name from a buddy label, as the other fields here do.
+    fFonts->setAccessibleName(fFontsLabel->text());
     fAdd->setText(text_of(fTexts, llt_key("Button_Add_Sound_Font")));
     fRemove->setText(text_of(fTexts, llt_key("Button_Remove_Sound_Font")));
     fUp->setText(text_of(fTexts, llt_key("Button_Sound_Font_Up")));

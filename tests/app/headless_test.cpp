@@ -3,12 +3,16 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <pty.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -346,6 +350,173 @@ TEST(Headless, RenderWritesTheSongAsPlayingWouldWithoutWaitingForIt) {
     EXPECT_EQ(broken.exitCode, 1);
     EXPECT_NE(broken.err.find("not a MIDI file"), std::string::npos) << broken.err;
 }
+
+namespace {
+
+// Two-port songs -------------------------------------------------------------------------
+
+TEST(Headless, WithoutOutputsNamedPortBPlaysThroughTheBuiltInSynthesizerToo) {
+    TTempDir dir;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().Port(0, 1).Program(0, 0, 0).NoteOn(0, 0, 60, 100).NoteOff(480, 0, 60);
+    auto song = dir.Write("port-b.mid", smf.Bytes());
+    auto played = dir.Path() / "played.wav";
+    ASSERT_EQ(
+        run_quillmidi("--headless --wav " + quoted(played) + " " + quoted(song), dir).exitCode, 0);
+    EXPECT_GT(wav_facts(played).peak, 100) << "port B's note should be heard";
+    auto rendered = dir.Path() / "rendered.wav";
+    ASSERT_EQ(run_quillmidi("--render " + quoted(rendered) + " " + quoted(song), dir).exitCode, 0);
+    EXPECT_GT(wav_facts(rendered).peak, 100) << "and rendered";
+}
+
+// The status line ------------------------------------------------------------------------
+
+struct TTerminalRun {
+    int exitCode = -1;
+    std::string terminal;  // what reached the pseudo-terminal, byte for byte
+    std::string out;       // standard output, when it went to a file
+};
+
+// Runs the player with standard error on a pseudo-terminal `columns` wide that passes
+// bytes through unchanged; standard output goes to the same terminal or, with
+// outToFile, into a file.
+TTerminalRun run_on_terminal(const std::vector<std::string>& arguments, const TTempDir& dir,
+                             int columns, bool outToFile) {
+    TTerminalRun run;
+    termios mode{};
+    cfmakeraw(&mode);
+    winsize size{};
+    size.ws_row = 24;
+    size.ws_col = uint16_t(columns);
+    int master = -1, slave = -1;
+    if (openpty(&master, &slave, nullptr, &mode, &size) != 0) return run;
+    const std::string outPath = (dir.Path() / "stdout.txt").string();
+    const int outFd = outToFile ? open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600) : slave;
+
+    std::vector<std::string> args{QUILLMIDI_BINARY};
+    args.insert(args.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    std::vector<std::string> env{"XDG_CONFIG_HOME=" + config_home(dir).string()};
+    for (char** e = environ; *e; ++e)
+        if (std::string(*e).rfind("XDG_CONFIG_HOME=", 0) != 0) env.push_back(*e);
+    std::vector<char*> envp;
+    for (std::string& entry : env) envp.push_back(entry.data());
+    envp.push_back(nullptr);
+
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(slave, STDERR_FILENO);
+        dup2(outFd, STDOUT_FILENO);
+        close(master);
+        execve(argv[0], argv.data(), envp.data());
+        _exit(127);
+    }
+    close(slave);
+    if (outToFile) close(outFd);
+    // Until the child's side closes (EIO), bounded so that a hang fails instead.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    std::array<char, 4096> buffer;
+    while (std::chrono::steady_clock::now() < deadline) {
+        pollfd ready{master, POLLIN, 0};
+        if (poll(&ready, 1, 1000) <= 0) continue;
+        const ssize_t n = read(master, buffer.data(), buffer.size());
+        if (n <= 0) break;
+        run.terminal.append(buffer.data(), size_t(n));
+    }
+    close(master);
+    int status = 0;
+    if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status))
+        run.exitCode = WEXITSTATUS(status);
+    if (outToFile) {
+        std::ifstream in(outPath);
+        std::stringstream text;
+        text << in.rdbuf();
+        run.out = text.str();
+    }
+    return run;
+}
+
+// The drawings of the status line: what follows each carriage return, up to the next
+// one or the end.
+std::vector<std::string> status_drawings(const std::string& terminal) {
+    std::vector<std::string> drawings;
+    for (size_t at = terminal.find('\r'); at != std::string::npos;) {
+        const size_t next = terminal.find('\r', at + 1);
+        drawings.push_back(
+            terminal.substr(at + 1, next == std::string::npos ? next : next - at - 1));
+        at = next;
+    }
+    return drawings;
+}
+
+// One second of a note, titled.
+std::filesystem::path second_long_song(const TTempDir& dir, const std::string& title) {
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().Name(0, title).NoteOn(0, 0, 60, 100).NoteOff(960, 0, 60);
+    return dir.Write("second.mid", smf.Bytes());
+}
+
+TEST(Headless, OnATerminalOneStatusLineRewritesItselfWithSongTimeAndBar) {
+    TTempDir dir;
+    // One note held for three seconds: the time must move through it, not leap to the
+    // note's end with the producer's position.
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().Name(0, "Quiet").NoteOn(0, 0, 60, 100).NoteOff(480 * 6, 0, 60);
+    const auto song = dir.Write("held.mid", smf.Bytes());
+    TTerminalRun run = run_on_terminal(
+        {"--headless", "--wav", (dir.Path() / "o.wav").string(), song.string()}, dir, 80, false);
+    ASSERT_EQ(run.exitCode, 0) << run.terminal;
+    const std::vector<std::string> drawings = status_drawings(run.terminal);
+    ASSERT_GE(drawings.size(), 2u) << run.terminal;
+    EXPECT_EQ(drawings.front(), "Quiet  0:00 / 0:03 [--------------------]\033[K")
+        << "drawn as the song starts";
+    EXPECT_EQ(drawings.back(), "Quiet  0:03 / 0:03 [####################]\033[K\n")
+        << "and left whole on its line at the end";
+    EXPECT_NE(
+        std::find_if(drawings.begin(), drawings.end() - 1,
+                     [](const std::string& d) { return d.find("Quiet  0:01 / 0:03 [") == 0; }),
+        drawings.end() - 1)
+        << "a second into the note";
+    for (const std::string& drawing : drawings)
+        EXPECT_LE(drawing.find("\033[K"), 79u) << "never wider than the terminal: " << drawing;
+    EXPECT_EQ(run.terminal.find("Quiet\n"), std::string::npos)
+        << "no plain title line beside the status line";
+}
+
+TEST(Headless, ANarrowTerminalCutsTheTitleAndTheBarAndPlainLinesStillGoToAFile) {
+    TTempDir dir;
+    // Each of the three Kanji takes two columns.
+    const auto song = second_long_song(dir, "夜想曲 A Very Long Song Title");
+    TTerminalRun run = run_on_terminal(
+        {"--headless", "--wav", (dir.Path() / "o.wav").string(), song.string()}, dir, 30, true);
+    ASSERT_EQ(run.exitCode, 0) << run.terminal;
+    const std::vector<std::string> drawings = status_drawings(run.terminal);
+    ASSERT_FALSE(drawings.empty()) << run.terminal;
+    EXPECT_EQ(drawings.back(), "夜想曲 A Very Lo  0:01 / 0:01\033[K\n");
+    const std::vector<std::string> lines = lines_of(run.out);
+    ASSERT_FALSE(lines.empty());
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "夜想曲 A Very Long Song Title"), lines.end())
+        << run.out;
+    EXPECT_EQ(lines.back(), "  0:01 / 0:01") << run.out;
+}
+
+TEST(Headless, WithoutATerminalThePlayerWritesPlainLines) {
+    TTempDir dir;
+    const auto song = second_long_song(dir, "Quiet");
+    TResult result =
+        run_quillmidi("--headless --wav " + quoted(dir.Path() / "o.wav") + " " + quoted(song), dir);
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.err.find('\r'), std::string::npos) << result.err;
+    EXPECT_EQ(result.err.find('\033'), std::string::npos) << result.err;
+    const std::vector<std::string> lines = lines_of(result.out);
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "Quiet"), lines.end()) << result.out;
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back(), "  0:01 / 0:01") << result.out;
+}
+
+}  // namespace
 
 namespace {
 

@@ -121,6 +121,8 @@ TEST_F(QuillAppTest, FirstStartInstallsThePlaylistTypeOnceAndPlaysThroughTheSynt
             app->MainWin()->View()->Chain().PublicOut(0)->Connections();
         ASSERT_EQ(portA.size(), 1u);
         EXPECT_EQ(portA[0]->Name(), TSynthConsumer::kName);
+        EXPECT_EQ(app->MainWin()->View()->Chain().PublicOut(1)->Connections(), portA)
+            << "port B plays through the same synthesizer";
         auto* status = app->MainWin()->findChild<QLabel*>("StatBar");
         ASSERT_NE(status, nullptr);
         EXPECT_TRUE(status->text().endsWith("synth.wav")) << status->text().toStdString();

@@ -10,6 +10,7 @@
 #include <QMenuBar>
 
 #include "app/app_icon.h"
+#include "app/dialogs/about_win.h"
 #include "app/quill_win.h"
 #include "app/settings/exit_state.h"
 #include "app/settings/pref.h"
@@ -91,8 +92,14 @@ TEST_P(QuillWinRenderTest, MainWindowRendersWhole) { Render(GetParam()); }
 INSTANTIATE_TEST_SUITE_P(Languages, QuillWinRenderTest,
                          ::testing::Values("English.llt", "Japanese.llt"));
 
-TEST(AppIcon, IsDrawnInEverySizeWithAClearCornerAndTheFaceInside) {
+TEST(AppIcon, IsReadFromItsSvgInEverySizeWithAClearCornerAndTheFaceInside) {
     widget_application();
+    for (int size : kAppIconSizes) {
+        const QImage image = render_app_icon(size);
+        ASSERT_EQ(image.size(), QSize(size, size)) << "the SVG was not read";
+        EXPECT_EQ(qAlpha(image.pixel(0, 0)), 0) << size;
+        EXPECT_EQ(image.pixelColor(size / 2, size - 1 - size / 16).alpha(), 255) << size;
+    }
     const QIcon icon = app_icon();
     for (int size : {16, 48, 256}) {
         const QPixmap pixmap = icon.pixmap(size, size);
@@ -105,6 +112,22 @@ TEST(AppIcon, IsDrawnInEverySizeWithAClearCornerAndTheFaceInside) {
     }
     QDir().mkpath(QUILL_RENDER_DIR);
     EXPECT_TRUE(icon.pixmap(256, 256).save(QString(QUILL_RENDER_DIR) + "/app_icon.png"));
+}
+
+TEST(AppIcon, TheAboutBoxShowsTheApplicationsIcon) {
+    widget_application();
+    const QIcon before = QApplication::windowIcon();
+    QApplication::setWindowIcon(app_icon());
+    TTempDir folders;
+    TAboutWin about(builtin_language(), TLanguageFolders{folders.Path()}, folders.Path());
+    QApplication::setWindowIcon(before);
+    const auto* icon = about.findChild<QLabel*>("StrViewAppIcon");
+    ASSERT_NE(icon, nullptr);
+    const QImage image = icon->pixmap().toImage();
+    ASSERT_FALSE(image.isNull());
+    EXPECT_EQ(image.pixelColor(image.width() * 3 / 4, image.height() * 3 / 4).name(), "#d8ff4a");
+    about.show();
+    save_render(about, "about_with_icon", QUILL_RENDER_DIR);
 }
 
 }  // namespace

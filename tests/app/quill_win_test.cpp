@@ -284,13 +284,15 @@ TEST_F(QuillWinTest, ExitStateRoundTripRestoresPlaylistSongModeAndConnections) {
     EXPECT_EQ(modes[0]->objectName(), "MItem_Play_Mode_AI_Random");
 }
 
-TEST_F(QuillWinTest, FirstStartConnectsPortAToTheBuiltInSynthesizerByName) {
+// Both ports: two-port songs are whole through the synthesizer's 32 channels.
+TEST_F(QuillWinTest, FirstStartConnectsBothPortsToTheBuiltInSynthesizerByName) {
     TMidiRecorder synth("Quill Synth", 16);
     synth.Register();
     auto win = MakeWin();
     win->RestoreExitState();
     EXPECT_TRUE(win->View()->Chain().PublicOut(0)->IsConnected(&synth));
-    EXPECT_TRUE(win->View()->Chain().PublicOut(1)->Connections().empty());
+    EXPECT_TRUE(win->View()->Chain().PublicOut(1)->IsConnected(&synth));
+    EXPECT_EQ(win->View()->Chain().PublicOut(1)->Connections().size(), 1u);
 }
 
 TEST_F(QuillWinTest, ANeverSavedListComesBackUnnamedWithItsSongs) {

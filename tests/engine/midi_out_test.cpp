@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,53 @@ TEST(MidiOutPorts, AConsumerOnBothPortsIsMutedTwiceAndAVanishedOneIsIgnored) {
     }
     EXPECT_EQ(ports.ConnectMidiOut(0, gone), -1);
     EXPECT_FALSE(ports.ToggleMidiOut(0, gone));
+}
+
+// A consumer that plays each port on channels of its own (the built-in synthesizer): it
+// learns which port an event came through.
+class TTwoPortLog : public TMidiConsumer {
+  public:
+    explicit TTwoPortLog(std::string name) : TMidiConsumer(std::move(name)) { Register(); }
+    ~TTwoPortLog() override { DisconnectAllProducers(); }
+    bool IsLocal() const override { return true; }
+    void Receive(const uint8_t* data, size_t length, bool, int64_t) override {
+        std::lock_guard lock(fLock);
+        events.push_back("A " + hex_bytes(data, length));
+    }
+    void ReceiveOnPort(int port, const uint8_t* data, size_t length, bool, int64_t) override {
+        std::lock_guard lock(fLock);
+        events.push_back(std::string(1, char('A' + port)) + " " + hex_bytes(data, length));
+    }
+    std::vector<std::string> events;
+
+  private:
+    std::mutex fLock;
+};
+
+TEST(MidiOutPorts, EachPublicPortSpeaksForItsOwnPort) {
+    TSMFProducer producer;
+    TOutputChain chain(producer);
+    EXPECT_EQ(chain.PublicOut(0)->Port(), 0);
+    EXPECT_EQ(chain.PublicOut(1)->Port(), 1);
+}
+
+// Letting go of port B silences port B's channels of the consumer, not port A's, which
+// may still be playing there.
+TEST(MidiOutPorts, LettingPortBGoSilencesPortBsChannels) {
+    TSMFProducer producer;
+    TOutputChain chain(producer);
+    TTwoPortLog synth("Test Synth Epsilon");
+    TMidiOutPorts ports(chain);
+    ASSERT_EQ(ports.ConnectMidiOut(0, synth.ID()), 0);
+    ASSERT_TRUE(ports.ToggleMidiOut(1, synth.ID()));
+    ASSERT_TRUE(ports.ToggleMidiOut(1, synth.ID()));
+    ASSERT_EQ(synth.events.size(), 48u);
+    EXPECT_EQ(synth.events[0], "B b0 7b 00");
+    EXPECT_EQ(synth.events[47], "B bf 79 00");
+    synth.events.clear();
+    ports.MuteAllMidiOut();
+    ASSERT_EQ(synth.events.size(), 48u) << "port A's connection only";
+    EXPECT_EQ(synth.events[0], "A b0 7b 00");
 }
 
 TEST(PrepareSequence, ResetsGoOutInFixedOrderEachFollowedByItsWait) {

@@ -5,6 +5,8 @@
 # 15 to 20 seconds (the first run ever also fetches Debian's kernel package through apt,
 # about 10 seconds more). Otherwise it exits 77, which ctest shows as skipped.
 [ "${QUILLMIDI_ALSA_VM:-0}" = 1 ] || { echo "QUILLMIDI_ALSA_VM is not 1: not booting a VM"; exit 77; }
+# The VM script lives beside the repository, not in it; a clone without it cannot boot one.
+[ -x "$2" ] || { echo "no VM script at $2: not booting a VM (skipped)"; exit 77; }
 command -v qemu-system-x86_64 >/dev/null ||
   { echo "qemu-system-x86 is missing: scripts/install-deps --test"; exit 1; }
 cd "$1" && exec "$2" ctest -L '^alsa$' --output-on-failure

@@ -66,6 +66,44 @@ TEST(MidiEndpoints, EverySprayReachesItsHookWithItsArgumentsAndTime) {
                              "tempo 0 0 0 120 @21"}));
 }
 
+// A consumer of one set of sixteen channels hears a port B producer as it hears port A.
+TEST(MidiEndpoints, APortBProducerReachesAnOrdinaryConsumerUnchanged) {
+    TMidiLocalProducer portB("port B");
+    EXPECT_EQ(portB.Port(), 0) << "port A unless told";
+    portB.SetPort(1);
+    THookLog log;
+    ASSERT_EQ(portB.Connect(&log), 0);
+    portB.SprayNoteOn(3, 60, 100, 11);
+    ASSERT_TRUE(log.WaitIdle(2000000));
+    EXPECT_EQ(log.calls, (std::vector<std::string>{"on 3 60 100 @11"}));
+}
+
+// One that plays ports apart is told the port of each event.
+TEST(MidiEndpoints, AConsumerOfTwoPortsLearnsWhichPortSentEachEvent) {
+    class TPortLog : public TMidiConsumer {
+      public:
+        TPortLog() : TMidiConsumer("port log") {}
+        bool IsLocal() const override { return true; }
+        void Receive(const uint8_t* data, size_t, bool, int64_t) override {
+            ports.push_back("A " + std::to_string(data[0]));
+        }
+        void ReceiveOnPort(int port, const uint8_t* data, size_t, bool, int64_t) override {
+            ports.push_back(std::to_string(port) + " " + std::to_string(data[0]));
+        }
+        std::vector<std::string> ports;
+    };
+    TPortLog log;
+    TMidiLocalProducer portA("port A"), portB("port B");
+    portB.SetPort(1);
+    ASSERT_EQ(portA.Connect(&log), 0);
+    ASSERT_EQ(portB.Connect(&log), 0);
+    portA.SprayNoteOn(0, 60, 100, 0);
+    portB.SprayNoteOn(1, 60, 100, 0);
+    EXPECT_EQ(log.ports, (std::vector<std::string>{"A 144", "1 145"}));
+    portA.Disconnect(&log);
+    portB.Disconnect(&log);
+}
+
 TEST(MidiEndpoints, ConnectionsAreCountedOnceAndDieWithTheConsumer) {
     TMidiLocalProducer producer;
     auto recorder = std::make_unique<TMidiRecorder>("r", 16);

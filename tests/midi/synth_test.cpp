@@ -150,6 +150,87 @@ TEST(SynthConsumer, RolandGsResetWithClosingByteRestoresTheVolume) {
     EXPECT_GT(*peak, kSoundPeak);
 }
 
+// Port B's sixteen channels are channels of their own: channel 1 of port A turned down
+// to nothing leaves channel 1 of port B sounding.
+TEST(SynthConsumer, PortBPlaysOnChannelsOfItsOwn) {
+    TSynthInWav s;
+    ASSERT_TRUE(s.synth) << s.error;
+    TMidiLocalProducer portB{"synth test B"};
+    portB.SetPort(1);
+    ASSERT_EQ(portB.Port(), 1);
+    portB.Connect(s.synth.get());
+    s.producer.SprayControlChange(0, kVolume, 0, 0);
+    portB.SprayNoteOn(0, kMiddleC, 100, 0);
+    sleep_ms(300);
+    TWavFile wav = s.Finish(0);
+    ASSERT_TRUE(s.finished);
+    ASSERT_EQ(wav.problem, "");
+    EXPECT_GT(wav.PeakOf(0, wav.Frames()), kSoundPeak);
+}
+
+// A SysEx too long for the tag's stack buffer takes the heap way through port B without
+// disturbing the events behind it, which keep their port.
+TEST(SynthConsumer, ALongSysExThroughPortBLeavesTheNextEventsOnPortB) {
+    TSynthInWav s;
+    ASSERT_TRUE(s.synth) << s.error;
+    TMidiLocalProducer portB{"synth test B"};
+    portB.SetPort(1);
+    portB.Connect(s.synth.get());
+    std::vector<uint8_t> longSysEx(TSynthConsumer::kTaggedInlineBytes + 100, 0x01);
+    longSysEx.front() = 0x7D;  // non-commercial: nobody acts on it
+    longSysEx.back() = 0xF7;
+    s.producer.SprayControlChange(0, kVolume, 0, 0);
+    portB.SpraySystemExclusive(longSysEx.data(), longSysEx.size(), 0);
+    portB.SprayNoteOn(0, kMiddleC, 100, 0);
+    sleep_ms(300);
+    TWavFile wav = s.Finish(0);
+    ASSERT_TRUE(s.finished);
+    EXPECT_GT(wav.PeakOf(0, wav.Frames()), kSoundPeak);
+}
+
+// A reset that reaches the synthesizer through port B resets port B only: port A's
+// channel 1, turned down before it, stays silent.
+TEST(SynthConsumer, ResetOnPortBLeavesPortAAlone) {
+    for (const std::vector<uint8_t>& reset :
+         {std::vector<uint8_t>{0x7E, 0x7F, 0x09, 0x01, 0xF7},
+          std::vector<uint8_t>{0x41, 0x10, 0x42, 0x12, 0x40, 0x00, 0x7F, 0x00, 0x41, 0xF7},
+          std::vector<uint8_t>{0x43, 0x10, 0x4C, 0x00, 0x00, 0x7E, 0x00, 0xF7}}) {
+        TSynthInWav s;
+        ASSERT_TRUE(s.synth) << s.error;
+        TMidiLocalProducer portB{"synth test B"};
+        portB.SetPort(1);
+        portB.Connect(s.synth.get());
+        s.producer.SprayControlChange(0, kVolume, 0, 0);
+        ASSERT_TRUE(s.synth->WaitIdle(1000000));
+        portB.SpraySystemExclusive(reset.data(), reset.size(), 0);
+        ASSERT_TRUE(s.synth->WaitIdle(1000000));
+        s.producer.SprayNoteOn(0, kMiddleC, 100, 0);
+        sleep_ms(300);
+        TWavFile wav = s.Finish(0);
+        ASSERT_TRUE(s.finished);
+        ASSERT_EQ(wav.problem, "");
+        EXPECT_LE(wav.PeakOf(0, wav.Frames()), kSilencePeak)
+            << "reset 0x" << std::hex << int(reset[0]);
+    }
+}
+
+// The same reset through port B does reset port B's own channels.
+TEST(SynthConsumer, ResetOnPortBRestoresPortBsVolume) {
+    TSynthInWav s;
+    ASSERT_TRUE(s.synth) << s.error;
+    TMidiLocalProducer portB{"synth test B"};
+    portB.SetPort(1);
+    portB.Connect(s.synth.get());
+    const std::vector<uint8_t> gmOn{0x7E, 0x7F, 0x09, 0x01, 0xF7};
+    portB.SprayControlChange(0, kVolume, 0, 0);
+    portB.SpraySystemExclusive(gmOn.data(), gmOn.size(), 0);
+    portB.SprayNoteOn(0, kMiddleC, 100, 0);
+    sleep_ms(300);
+    TWavFile wav = s.Finish(0);
+    ASSERT_TRUE(s.finished);
+    EXPECT_GT(wav.PeakOf(0, wav.Frames()), kSoundPeak);
+}
+
 TEST(SynthConsumer, MissingSoundFontGivesNoSynthAndAnErrorNamingTheFile) {
     TTempDir dir;
     TSynthConsumer::TOptions options;

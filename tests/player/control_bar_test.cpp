@@ -42,11 +42,11 @@ protected:
 TEST_F(ControlBar, EveryChildKeepsItsName) {
     EXPECT_EQ(bar.objectName(), "ControlBar");
     for (const char* name :
-         {"StrViewTitle", "StrViewPort", "StrViewPortA", "StrViewPortB", "StrViewSysGM",
-          "StrViewSysGS", "StrViewSys88", "StrViewSysXG", "StrViewVolume", "StrViewKey",
-          "StrViewTempo", "StrViewPos", "SliderVolume", "SliderKey", "SliderTempo", "SliderPos",
-          "StatBar", "ToolBarTransport", "ButtonPlay", "ButtonPause", "ButtonStop", "ButtonPrev",
-          "ButtonNext"}) {
+         {"StrViewTitle", "StrViewTime",  "StrViewPort",  "StrViewPortA",     "StrViewPortB",
+          "StrViewSysGM", "StrViewSysGS", "StrViewSys88", "StrViewSysXG",     "StrViewVolume",
+          "StrViewKey",   "StrViewTempo", "StrViewPos",   "SliderVolume",     "SliderKey",
+          "SliderTempo",  "SliderPos",    "StatBar",      "ToolBarTransport", "ButtonPlay",
+          "ButtonPause",  "ButtonStop",   "ButtonPrev",   "ButtonNext"}) {
         EXPECT_NE(bar.findChild<QWidget*>(name), nullptr) << name;
     }
 }
@@ -200,6 +200,36 @@ TEST_F(ControlBar, StatusTextHasOneLeadingBlankAndTitleIsShownAsGiven) {
     EXPECT_EQ(Text("StrViewTitle"), "Nocturne");
     bar.SetTitle("");
     EXPECT_EQ(Text("StrViewTitle"), "");
+}
+
+// The song's time sits in the title display, at its right, and never covers the title.
+TEST_F(ControlBar, ElapsedAndTotalTimeShowRightAlignedInTheTitleDisplay) {
+    bar.SetTitle("Nocturne");
+    EXPECT_EQ(Text("StrViewTime"), "") << "no song, no time";
+    bar.SetTime(83000000, 225000000);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(Text("StrViewTime"), "1:23 / 3:45");
+    QLabel* time = Child<QLabel>("StrViewTime");
+    QLabel* title = Child<QLabel>("StrViewTitle");
+    EXPECT_TRUE(time->alignment() & Qt::AlignRight);
+    // One display: the time follows the title on one black strip.
+    const QRect timeBox(time->mapTo(&bar, QPoint(0, 0)), time->size());
+    const QRect titleBox(title->mapTo(&bar, QPoint(0, 0)), title->size());
+    EXPECT_GT(timeBox.left(), titleBox.right());
+    EXPECT_EQ(timeBox.top(), titleBox.top());
+    const QWidget* strip = time->parentWidget();
+    EXPECT_EQ(strip, title->parentWidget());
+    EXPECT_TRUE(strip->autoFillBackground());
+    EXPECT_EQ(strip->palette().color(QPalette::Window), TLCDIndicator::kLitBackground)
+        << "the gap between them is black too";
+    EXPECT_EQ(time->geometry().right(), strip->rect().right()) << "at the strip's right end";
+    EXPECT_EQ(time->palette().color(QPalette::Window), TLCDIndicator::kLitBackground);
+    EXPECT_EQ(time->palette().color(QPalette::WindowText), TLCDIndicator::kTextColor);
+    EXPECT_GE(time->contentsRect().width() - 2 * time->margin(),
+              time->fontMetrics().horizontalAdvance(time->text()))
+        << "the time is never cut";
+    bar.SetTime(0, -1);
+    EXPECT_EQ(Text("StrViewTime"), "");
 }
 
 }  // namespace

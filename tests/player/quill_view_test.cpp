@@ -684,6 +684,18 @@ TEST_F(QuillViewTest, PositionsInMicrosecondsFollowTheTempoRate) {
     EXPECT_TRUE(fView->CurSongRef().filename() == "song0.mid") << "stop keeps the song current";
 }
 
+TEST_F(QuillViewTest, TheTitleDisplayShowsElapsedAndTotalTimeAtTheTempoRate) {
+    AddSongs(1, kLongSong);
+    fView->Producer().SetTempoRate(200);
+    ASSERT_TRUE(fView->PlaySong());
+    fView->PauseSong();
+    fView->SetPositionUs(2500000);
+    auto* time = fView->ControlBar()->findChild<QLabel*>("StrViewTime");
+    ASSERT_NE(time, nullptr);
+    EXPECT_EQ(time->text(), "0:02 / 0:10");
+    fView->StopSong();
+}
+
 TEST_F(QuillViewTest, ChaseOnSeekFollowsThePreferenceFromTheNextLoad) {
     EXPECT_FALSE(fView->Producer().IsChaseOn());
     fPrefs.chaseOnSeek = true;

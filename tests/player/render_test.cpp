@@ -24,6 +24,8 @@ constexpr int kTypicalWidth = 640;
 
 void show_everything(TControlBar* bar, const veldan::TLLT& texts) {
     bar->SetTitle("Prelude in C major, BWV 846");
+    // The widest time: a song of over an hour.
+    bar->SetTime(3723000000, 5025000000);
     bar->SetStatusText(texts.Text("Stat_Str_Pref_Changed"));
     bar->SetPlayState(quill::kStatePlaying);
     bar->SetPortLit(0, true);

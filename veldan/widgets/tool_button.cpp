@@ -4,6 +4,9 @@
 #include "veldan/widgets/tool_bar.h"
 #include "veldan/widgets/tool_tip.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 
@@ -40,6 +43,76 @@ void draw_bevel(QPainter* painter, const QRect& r, const QPalette& palette, bool
 
 }  // namespace
 
+class TToolButtonAccessible : public QAccessibleWidget {
+public:
+    explicit TToolButtonAccessible(TToolButton* button)
+        : QAccessibleWidget(button, QAccessible::Button) {}
+
+    QAccessible::Role role() const override {
+        if (Button()->IsSeparator()) return QAccessible::Separator;
+        if (Button()->fRadio) return QAccessible::RadioButton;
+        if (Button()->fBehavior == TToolButton::kToggleButton) return QAccessible::CheckBox;
+        return QAccessible::Button;
+    }
+
+    QString text(QAccessible::Text kind) const override {
+        if (kind == QAccessible::Name && widget()->accessibleName().isEmpty()) {
+            return QString::fromStdString(Button()->Tip());
+        }
+        return QAccessibleWidget::text(kind);
+    }
+
+    QAccessible::State state() const override {
+        QAccessible::State state = QAccessibleWidget::state();
+        if (Button()->fBehavior == TToolButton::kToggleButton) {
+            state.checkable = true;
+            state.checked = Button()->fValue;
+        }
+        state.pressed = Button()->fPressed;
+        return state;
+    }
+
+    QStringList actionNames() const override {
+        if (Button()->IsSeparator() || !widget()->isEnabled()) return {};
+        return {Button()->fBehavior == TToolButton::kToggleButton ? toggleAction()
+                                                                  : pressAction()};
+    }
+
+    void doAction(const QString& action) override {
+        if (actionNames().contains(action)) Button()->Clicked();
+    }
+
+private:
+    TToolButton* Button() const { return static_cast<TToolButton*>(widget()); }
+};
+
+namespace {
+
+QAccessibleInterface* tool_button_accessible(const QString&, QObject* object) {
+    if (auto* button = dynamic_cast<TToolButton*>(object)) {
+        return new TToolButtonAccessible(button);
+    }
+    return nullptr;
+}
+
+// Tool buttons are plain widgets to Qt, which would describe them as an unnamed pane.
+void install_accessible_factory() {
+    static const bool installed = [] {
+        QAccessible::installFactory(tool_button_accessible);
+        return true;
+    }();
+    (void)installed;
+}
+
+void notify_checked(QWidget* button) {
+    QAccessible::State changed;
+    changed.checked = true;
+    QAccessibleStateChangeEvent event(button, changed);
+    QAccessible::updateAccessibility(&event);
+}
+
+}  // namespace
+
 TToolButton::TToolButton(const QString& name, const QIcon& normal, const QIcon& second,
                          std::unique_ptr<TMessage> message, uint32_t behavior, QWidget* parent)
     : QWidget(parent),
@@ -47,7 +120,9 @@ TToolButton::TToolButton(const QString& name, const QIcon& normal, const QIcon& 
       fImages{normal, second},
       fMessage(std::move(message)),
       fToolTip(std::make_unique<TToolTip>()) {
+    install_accessible_factory();
     setObjectName(name);
+    setFocusPolicy(Qt::TabFocus);
     AdjustSize();
     fToolTip->SetTarget(this);
 }
@@ -82,6 +157,7 @@ void TToolButton::SetValue(int32_t value) {
         GetBrothers(&brothers);
         for (TToolButton* brother : brothers) brother->SetValue(0);
     }
+    if (fBehavior == kToggleButton) notify_checked(this);
     update();
 }
 
@@ -98,7 +174,13 @@ void TToolButton::ClearImages() {
     update();
 }
 
-void TToolButton::SetTip(const std::string& tip) { fToolTip->SetTip(tip); }
+void TToolButton::SetTip(const std::string& tip) {
+    fToolTip->SetTip(tip);
+    if (accessibleName().isEmpty()) {
+        QAccessibleEvent event(this, QAccessible::NameChanged);
+        QAccessible::updateAccessibility(&event);
+    }
+}
 
 const std::string& TToolButton::Tip() const { return fToolTip->Tip(); }
 
@@ -148,6 +230,35 @@ void TToolButton::paintEvent(QPaintEvent*) {
     // Pushed images sit one pixel lower right, as if pressed into the bar.
     const int offset = kImageMargin / 2 + (on ? 1 : 0);
     painter.drawPixmap(offset, offset, CurrentPixmap());
+    if (hasFocus()) {
+        painter.setPen(QPen(palette().color(QPalette::Highlight), 1, Qt::DotLine));
+        painter.drawRect(frame.adjusted(1, 1, -1, -1));
+    }
+}
+
+void TToolButton::keyPressEvent(QKeyEvent* event) {
+    switch (event->key()) {
+        case Qt::Key_Space:
+        case Qt::Key_Return:
+        case Qt::Key_Enter:
+            // A held key would otherwise toggle a button on and off at the repeat rate.
+            if (!event->isAutoRepeat() && isEnabled()) Clicked();
+            update();
+            event->accept();
+            return;
+        default:
+            QWidget::keyPressEvent(event);
+    }
+}
+
+void TToolButton::focusInEvent(QFocusEvent* event) {
+    update();
+    QWidget::focusInEvent(event);
+}
+
+void TToolButton::focusOutEvent(QFocusEvent* event) {
+    update();
+    QWidget::focusOutEvent(event);
 }
 
 void TToolButton::mousePressEvent(QMouseEvent* event) {
@@ -210,6 +321,7 @@ void TToolButton::changeEvent(QEvent* event) {
 
 TSeparatorButton::TSeparatorButton(int height, QWidget* parent)
     : TToolButton(QString(), QIcon(), QIcon(), nullptr, kPushButton, parent) {
+    setFocusPolicy(Qt::NoFocus);
     setFixedSize(kWidth, height);
 }
 
