@@ -208,7 +208,6 @@ class THeadlessPlayer {
     QObject fContext;
     QTimer fProgress;
     int32_t fLastState = kStateStopped;
-    int32_t fFailedInRow = 0;
     int64_t fSongTotalUs = 0;
     int64_t fTraceStartUs = 0;
     int64_t fPlayStartUs = 0;
@@ -321,6 +320,12 @@ void THeadlessPlayer::MakeView() {
     list->SetFailureFn(report);
     fView->SetPlayMode(fOptions.playMode);
     fView->SetStateHandler([this](int32_t state) { StateChanged(state); });
+    // The player passes over a song it cannot load; the terminal hears the whole path.
+    fView->SetCannotPlayHandler([this](const fs::path& song, const std::string& reason) {
+        ClearStatusLine();
+        std::fprintf(stderr, "quillmidi: %s: %s\n", song.c_str(), reason.c_str());
+        fStatus = 1;
+    });
     fView->Chain().SetKey(fOptions.key);
     fView->Chain().SetVolume(fOptions.volumePercent);
     fView->Producer().SetTempoRate(fOptions.tempoPercent);
@@ -373,7 +378,7 @@ void THeadlessPlayer::Start() {
 }
 
 void THeadlessPlayer::PlayFrom(int32_t index) {
-    if (fView->ChangeSong(index, false) && fView->PlaySong()) return;
+    if (fView->PlaySongAt(index)) return;
     // Stopped already, so the state handler hears nothing of the failure.
     QTimer::singleShot(0, &fContext, [this] { CheckStopped(); });
 }
@@ -395,7 +400,6 @@ void THeadlessPlayer::StateChanged(int32_t state) {
 }
 
 void THeadlessPlayer::SongStarted() {
-    fFailedInRow = 0;
     fSongTotalUs = fView->SongLengthUs();
     std::string title = fView->SongTitle();
     if (title.empty()) title = fView->OrvickView()->Song(fView->CurSongIdx())->FileName();
@@ -409,25 +413,8 @@ void THeadlessPlayer::SongStarted() {
 }
 
 void THeadlessPlayer::CheckStopped() {
-    if (fFinished || fView->State() != kStateStopped) return;
-    // A song that could not be loaded stops the player, as in the window; here nobody is
-    // there to press next, so the next song is tried, each song at most once in a row.
-    const std::string& error = fView->Producer().LastError();
-    const TQuillSItem* song = fView->OrvickView()->Song(fView->CurSongIdx());
-    if (error.empty() || !song) {
-        Finish(false);
-        return;
-    }
-    ClearStatusLine();
-    std::fprintf(stderr, "quillmidi: %s: %s\n", song->EntryRef().c_str(), error.c_str());
-    fStatus = 1;
-    int32_t index = fView->CurSongIdx();
-    int32_t songs = fView->OrvickView()->Songs();
-    if (++fFailedInRow >= songs || !fView->GetNextSongIdx(true, &index)) {
-        Finish(false);
-        return;
-    }
-    PlayFrom(quill::fold_song_idx(index, songs));
+    // The player itself goes on past songs that cannot be loaded; stopped, none is left.
+    if (!fFinished && fView->State() == kStateStopped) Finish(false);
 }
 
 void THeadlessPlayer::PrintProgress(bool final) {

@@ -5,7 +5,6 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <cstdlib>
-#include <ctime>
 #include <system_error>
 
 #include "app/dialogs/about_win.h"
@@ -58,7 +57,6 @@ QRect rect_of(const veldan::TRect& frame) {
 TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     quill::init_resources();
     StartMidi(options);
-    std::srand(unsigned(std::time(nullptr)));
     LoadLanguage();
     if (!fSynthProblem.empty()) TellSynthProblem(fSynthProblem);
     if (exit_state().version != kAppVersion) InstallPlayListMime();
@@ -205,9 +203,9 @@ void TQuillApp::OpenFiles(const std::vector<fs::path>& files) {
     for (const fs::path& file : files)
         fMainWin->OpenListFolderFileRqtd(veldan::ref_for_path(file), true);
     if (files.empty() || list->Songs() <= firstNew) return;
-    // Play scores the song once; a change request would score it a second time.
-    fMainWin->View()->ChangeSong(firstNew, false);
-    fMainWin->View()->CButtonPlayClicked();
+    // The first song handed over, whatever row is selected. Play scores the song once; a
+    // change request would score it a second time.
+    fMainWin->View()->PlaySongAt(firstNew);
 }
 
 void TQuillApp::ShowStatus(const std::string& text) {

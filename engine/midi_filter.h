@@ -3,9 +3,17 @@
 // of note-ons and note-offs, the percussion channel exempt) and passes everything else
 // on unchanged through its own producer, the public MIDI OUT endpoint of its lane.
 //
-// Threads: hooks on the filter's receive thread; SetKey/SetVolume from the owner's thread.
-// Key and volume are atomics read once per event.
+// A note-off goes to the note that its note-on was sent as, whatever the key has become
+// in between: the filter counts, per channel and incoming note, the note-ons still owed a
+// note-off and remembers the note they went out as. So the key may change at any moment
+// without leaving a note hanging. A note-off that nothing is owed to takes the key in
+// force.
+//
+// Threads: hooks on the filter's receive thread, which alone touches the note table (a
+// fixed array: nothing allocates or locks there); SetKey/SetVolume from the owner's
+// thread. Key and volume are atomics read once per event.
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <string>
@@ -34,6 +42,15 @@ public:
     static uint8_t Transpose(uint8_t channel, uint8_t note, int32_t semitones);
 
 private:
+    // What went out for one incoming note of one channel.
+    struct TSentNote {
+        uint8_t note = 0;
+        uint8_t owed = 0;  // note-ons sent as note that still wait for their note-off
+    };
+    // A note-off, or a note-on of velocity 0 when asNoteOn, for the note of channel.
+    void Release(uint8_t channel, uint8_t note, uint8_t velocity, bool asNoteOn, int64_t time);
+
+    std::array<std::array<TSentNote, 128>, 16> fSent{};
     std::atomic<int32_t> fKey{0};
     std::atomic<int32_t> fVolume{100};
     std::atomic<uint16_t> fMuted{0};

@@ -4,8 +4,9 @@
 #include <QFont>
 #include <QUrl>
 #include <QVBoxLayout>
-#include <cstdlib>
+#include <algorithm>
 #include <mutex>
+#include <vector>
 
 #include "app/settings/pref.h"
 #include "midi/roster.h"
@@ -15,6 +16,7 @@
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
 #include "veldan/base/clock.h"
+#include "veldan/base/random.h"
 #include "veldan/core/llt.h"
 
 namespace quill {
@@ -22,7 +24,6 @@ namespace quill {
 namespace {
 
 constexpr char kStatCannotPlay[] = "Stat_Str_Cannot_Play";
-constexpr int64_t kKeyDrainUs = 200000;
 
 // A timer interval in milliseconds, never shorter than the silence asked for.
 int silence_ms(int64_t us) { return int((us + 999) / 1000); }
@@ -78,7 +79,7 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
       fTexts(texts),
       fPrefs(prefs),
       fClock(veldan::system_time),
-      fRandom([] { return uint32_t(std::rand()); }) {
+      fRandom(veldan::seeded_random()) {
     fControlBar = new TControlBar(texts, this);
     fControlBar->SetTarget(this);
     fPlaylist = new TOrvickView(texts, false, loaderFolder, this);
@@ -156,6 +157,9 @@ void TQuillView::SetState(int32_t state) {
         fPosTimer.start();
     else
         fPosTimer.stop();
+    // Stopped or preparing, the song starts from its beginning; paused, it goes on from
+    // where it stands.
+    UpdatePosCompo();
     if (fStateHandler) fStateHandler(state);
 }
 
@@ -163,7 +167,10 @@ void TQuillView::SetState(int32_t state) {
 
 bool TQuillView::PlaySong() {
     if (fPlaylist->Songs() == 0 || fProducer.CountTracks() == 0) return false;
-    if (fState == kStateStopped || IsPreparing()) StepStateToPlay();
+    // During a silence only its end moves on: a second play would cut it short, and a
+    // synthesizer still busy with its reset would lose the song's first notes.
+    if (fState == kStateStopped || (IsPreparing() && !fSilenceTimer.isActive()))
+        StepStateToPlay();
     UpdateTransportCompos();
     return true;
 }
@@ -200,8 +207,18 @@ void TQuillView::PauseSong() {
     if (fState == kStatePlaying) {
         fProducer.Pause();
         fChain.QuickAllNotesOff();
+        // A play thread that had sent the song's last event has ended instead of pausing;
+        // its report of the end comes while paused and is passed over.
+        fSongEndedBeforePause = !fProducer.IsPaused();
         SetState(kStatePaused);
     } else if (fState == kStatePaused) {
+        if (fSongEndedBeforePause) {
+            // Resuming a thread that has ended would play silence for ever.
+            fSongEndedBeforePause = false;
+            SetState(kStatePlaying);
+            GoOnAfterSongEnd();
+            return;
+        }
         StartMidiOut();
         SetState(kStatePlaying);
     }
@@ -223,6 +240,7 @@ void TQuillView::StartMidiOut() {
 }
 
 void TQuillView::StopMidiOut() {
+    fSongEndedBeforePause = false;
     fSilenceTimer.stop();
     fProducer.Stop();
     fChain.QuickAllNotesOff();
@@ -230,10 +248,16 @@ void TQuillView::StopMidiOut() {
 
 bool TQuillView::SetProducer() {
     fSongTitle.clear();
+    fLoadError.clear();
     const TQuillSItem* song = fPlaylist->Song(fPlaylist->CurSongIdx());
     if (!song) return false;
     fSongSerial.fetch_add(1, std::memory_order_relaxed);
-    if (fProducer.SetTo(song->EntryRef().string()) != 0) {
+    if (fProducer.SetTo(song->EntryRef().string()) != 0)
+        fLoadError = fProducer.LastError();
+    else if (fProducer.CountTracks() == 0)
+        // It would load and then refuse to play without a word.
+        fLoadError = "the file has no tracks";
+    if (!fLoadError.empty()) {
         // Tracks read before the failure would otherwise stay.
         UnsetProducer();
         return false;
@@ -248,34 +272,80 @@ void TQuillView::UnsetProducer() {
     fLyrics->SongChanged();
 }
 
-bool TQuillView::ChangeSong(int32_t index, bool betweenSongs) {
+bool TQuillView::LoadSong(int32_t index) {
     StopMidiOut();
     UnsetProducer();
     MarkNowPlaying(false);
     fPlaylist->SetCurSongIdx(index);
-    if (!SetProducer()) {
-        ExpSongTitle();
+    const bool loaded = SetProducer();
+    ExpSongTitle();
+    if (!loaded) {
         ShowCannotPlay();
+        return false;
+    }
+    MarkNowPlaying(true);
+    fControlBar->TurnOffAllSysReset();
+    return true;
+}
+
+bool TQuillView::LoadSongOnward(int32_t index, bool onward, bool forward) {
+    const int32_t songs = fPlaylist->Songs();
+    std::vector<bool> tried(size_t(std::max(songs, 0)), false);
+    while (!LoadSong(index)) {
+        if (!onward || songs <= 0) return false;
+        int32_t current = fPlaylist->CurSongIdx();
+        if (current >= 0 && current < songs) tried[size_t(current)] = true;
+        int32_t next = current;
+        // As the next button would: the single-song modes move on too.
+        if (!(forward ? GetNextSongIdx(false, &next) : GetPrevSongIdx(&next))) return false;
+        next = fold_song_idx(next, songs);
+        if (tried[size_t(next)]) {
+            // Only a random draw comes back to a song already tried while others are left:
+            // the first one left after it. In the other modes every song has been tried.
+            if (fPlayMode != kPlayModeRandom && fPlayMode != kPlayModeAIRandom) return false;
+            auto left = std::find(tried.begin() + next, tried.end(), false);
+            if (left == tried.end()) left = std::find(tried.begin(), tried.end(), false);
+            if (left == tried.end()) return false;
+            next = int32_t(left - tried.begin());
+        }
+        index = next;
+    }
+    return true;
+}
+
+bool TQuillView::ChangeSong(int32_t index, bool betweenSongs) {
+    return ChangeSongTo(index, betweenSongs, true, false);
+}
+
+bool TQuillView::ChangeSongTo(int32_t index, bool betweenSongs, bool forward, bool play) {
+    if (!LoadSongOnward(index, play || fState != kStateStopped, forward)) {
         if (fState != kStateStopped) SetState(kStateStopped);
+        UpdatePosCompo();
         UpdateTransportCompos();
         UpdateDeskBarTitle();
         return false;
     }
-    MarkNowPlaying(true);
-    ExpSongTitle();
-    fControlBar->TurnOffAllSysReset();
     bool started = true;
     if (fState == kStatePlaying || IsPreparing()) {
         SetState(betweenSongs ? kStateStopped : kStateAfterSilence);
         started = PlaySong();
+    } else if (play) {
+        // From the start of the sequence, the silence between songs included.
+        if (fState != kStateStopped) SetState(kStateStopped);
+        started = PlaySong();
     }
+    UpdatePosCompo();
+    UpdateTransportCompos();
     UpdateDeskBarTitle();
     return started;
 }
 
 void TQuillView::ShowCannotPlay() {
     const TQuillSItem* song = fPlaylist->Song(fPlaylist->CurSongIdx());
-    if (song) fControlBar->SetStatusText(fTexts.Text(kStatCannotPlay) + song->FileName());
+    if (!song) return;
+    fControlBar->SetStatusText(fTexts.Text(kStatCannotPlay) + song->FileName() + " (" +
+                               fLoadError + ")");
+    if (fCannotPlay) fCannotPlay(song->EntryRef(), fLoadError);
 }
 
 // Play modes -----------------------------------------------------------------------------
@@ -298,8 +368,8 @@ bool TQuillView::GetNextSongIdx(bool atEnd, int32_t* index) {
 
 bool TQuillView::GetPrevSongIdx(int32_t* index) { return prev_song_idx(Pick(), index); }
 
-void TQuillView::MoveToSong(int32_t index) {
-    ChangeSong(fold_song_idx(index, fPlaylist->Songs()), false);
+void TQuillView::MoveToSong(int32_t index, bool forward) {
+    ChangeSongTo(fold_song_idx(index, fPlaylist->Songs()), false, forward, false);
     ScrollToSong(fPlaylist->CurSongIdx());
 }
 
@@ -308,6 +378,10 @@ void TQuillView::PlaySongEnded(const veldan::TMessage& message) {
     message.FindInt32(kSongSerialField, &serial);
     // The song may have been left after its end was reported and before the report came.
     if (serial != fSongSerial.load(std::memory_order_relaxed) || fState != kStatePlaying) return;
+    GoOnAfterSongEnd();
+}
+
+void TQuillView::GoOnAfterSongEnd() {
     int32_t index = fPlaylist->CurSongIdx();
     if (!GetNextSongIdx(true, &index)) {
         StopSong();
@@ -320,12 +394,12 @@ void TQuillView::PlaySongEnded(const veldan::TMessage& message) {
 void TQuillView::CButtonNextClicked() {
     ScoreDownCurrentSong();
     int32_t index = fPlaylist->CurSongIdx();
-    if (GetNextSongIdx(false, &index)) MoveToSong(index);
+    if (GetNextSongIdx(false, &index)) MoveToSong(index, true);
 }
 
 void TQuillView::CButtonPrevClicked() {
     int32_t index = fPlaylist->CurSongIdx();
-    if (GetPrevSongIdx(&index)) MoveToSong(index);
+    if (GetPrevSongIdx(&index)) MoveToSong(index, false);
 }
 
 void TQuillView::CButtonPlayClicked() {
@@ -333,13 +407,27 @@ void TQuillView::CButtonPlayClicked() {
         PauseSong();
         return;
     }
-    // The selected song, else the current one; stop unloads the song, so play loads it.
+    // The selected song, else the current one.
     int32_t index = fPlaylist->SelectedSongIdx(0);
-    if (index < 0) index = fPlaylist->CurSongIdx();
-    if (index != fPlaylist->CurSongIdx() || fProducer.CountTracks() == 0)
-        if (!ChangeSong(index, false)) return;
+    PlaySongAt(index < 0 ? fPlaylist->CurSongIdx() : index);
+}
+
+bool TQuillView::PlaySongAt(int32_t index) {
+    if (fPlaylist->Songs() == 0) return false;
+    // Stop unloads the song, so play loads it. Play means going on: a song that cannot be
+    // loaded gives way to the next.
+    if (index != fPlaylist->CurSongIdx() || fProducer.CountTracks() == 0) {
+        // The change starts the song itself, through its whole preparing sequence.
+        if (!ChangeSongTo(index, false, true, true)) return false;
+        ScoreUpCurrentSong();
+        return true;
+    }
     ScoreUpCurrentSong();
-    PlaySong();
+    if (fState == kStatePaused) {
+        PauseSong();
+        return true;
+    }
+    return PlaySong();
 }
 
 void TQuillView::ChangeSongRqtd(const veldan::TMessage& message) {
@@ -401,10 +489,10 @@ void TQuillView::SliderChangedRqtd(const veldan::TMessage& message) {
             fChain.SetVolume(value);
             break;
         case kMsgKeyChanged:
-            // Notes started in the old key would get their note-offs in the new one, and so
-            // would the silencing note-offs still queued in the filters.
+            // The notes of the old key stop with it rather than clash with the new one. The
+            // filters send every note-off where its note-on went, so nothing needs to
+            // drain between the two.
             fChain.QuickAllNotesOff();
-            fChain.WaitIdle(kKeyDrainUs);
             fChain.SetKey(value);
             break;
         case kMsgTempoChanged:
@@ -414,6 +502,9 @@ void TQuillView::SliderChangedRqtd(const veldan::TMessage& message) {
             fChain.QuickAllNotesOff();
             fProducer.SetCurrentTick(
                 uint32_t(uint64_t(fProducer.CountTicks()) * uint32_t(value) / 100));
+            // Stopped, the producer has no place to keep a position: the thumb goes back
+            // to where playing will start.
+            UpdatePosCompo();
             break;
         default:
             break;

@@ -90,9 +90,12 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
 
     // Microseconds of a monotonic clock.
     using TClockFn = std::function<int64_t()>;
-    // A non-negative random number, as rand() gives.
+    // A random number from 0 to 2^32 - 1.
     using TRandomFn = std::function<uint32_t()>;
     using TStateFn = std::function<void(int32_t state)>;
+    // A song that could not be loaded, and why (the reader's words).
+    using TCannotPlayFn =
+        std::function<void(const std::filesystem::path& song, const std::string& reason)>;
 
     // texts and prefs are read, never copied, so a change of either takes effect at the
     // next use; both must outlive the view.
@@ -111,10 +114,13 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     TMidiOutPorts& Ports() { return fPorts; }
 
     void SetClock(TClockFn clock) { fClock = std::move(clock); }
-    // Also the selector's source, so AI random runs can be replayed.
+    // The one source of every random choice, the selector's included, so that random
+    // runs can be replayed; by default an engine seeded anew on every start.
     void SetRandom(TRandomFn random);
     // Told every change of the player state (the application keeps a copy for others).
     void SetStateHandler(TStateFn handler) { fStateHandler = std::move(handler); }
+    // Told of every song that could not be loaded, besides the status line.
+    void SetCannotPlayHandler(TCannotPlayFn handler) { fCannotPlay = std::move(handler); }
     // The main window, told of a new Deskbar title ('sdtr').
     void SetTitleTarget(QObject* target) { fTitleTarget = target; }
 
@@ -137,9 +143,14 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     void PauseSong();
     void StopSong();
     // Loads the song at index; keeps the player going when it was playing or preparing,
-    // through the silence between songs when betweenSongs. False when the song could not
-    // be loaded or not started.
+    // through the silence between songs when betweenSongs. A song that cannot be loaded
+    // is named on the status line; unless the player was stopped, the songs the play mode
+    // gives after it are tried in its place, each at most once, and the player stops only
+    // when none of them can be loaded. False when no song was loaded or started.
     bool ChangeSong(int32_t index, bool betweenSongs);
+    // Plays the song at index as the play button plays the selected one; when it cannot be
+    // loaded, the next one the play mode gives. False when no song could be started.
+    bool PlaySongAt(int32_t index);
     void StartMidiOut();
     void StopMidiOut();
 
@@ -194,9 +205,19 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     void StepStateToPlay();
     bool SetProducer();
     void UnsetProducer();
+    // Stops output and makes index the current song, loaded if it can be.
+    bool LoadSong(int32_t index);
+    // LoadSong, and when onward, the songs the play mode gives after (or, unless forward,
+    // before) one that cannot be loaded, each at most once; false when none could be.
+    bool LoadSongOnward(int32_t index, bool onward, bool forward);
+    // ChangeSong, trying further songs in the given direction; play also starts the song
+    // (and goes on past songs that cannot be loaded) when the player was stopped or paused.
+    bool ChangeSongTo(int32_t index, bool betweenSongs, bool forward, bool play);
     TPrepareSettings PrepareSettings() const;
     TSongPick Pick();
-    void MoveToSong(int32_t index);
+    void MoveToSong(int32_t index, bool forward);
+    // The song has played to its end while playing: the next one per play mode, or stop.
+    void GoOnAfterSongEnd();
     void MarkNowPlaying(bool playing);
     void ScrollToSong(int32_t index);
     void UpdateTransportCompos();
@@ -225,12 +246,17 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     TClockFn fClock;
     TRandomFn fRandom;
     TStateFn fStateHandler;
+    TCannotPlayFn fCannotPlay;
     QPointer<QObject> fTitleTarget;
 
     int32_t fState = kStateStopped;
     int32_t fPlayMode = kPlayModeSeq;
     int64_t fPlayStartUs = 0;
     std::string fSongTitle;
+    // Paused after the play thread had already sent the song's last event.
+    bool fSongEndedBeforePause = false;
+    // Why the last song could not be loaded.
+    std::string fLoadError;
     // Told to the play thread's report, so a report of a song already left is ignored.
     std::atomic<int32_t> fSongSerial{0};
 };

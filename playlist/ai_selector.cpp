@@ -8,6 +8,7 @@
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
 #include "veldan/base/ini_file.h"
+#include "veldan/base/random.h"
 #include "veldan/core/entry.h"
 
 namespace {
@@ -30,7 +31,7 @@ bool parse_long(const std::string& text, long* value) {
 
 }  // namespace
 
-TAISelector::TAISelector() : fRandom([] { return uint32_t(std::rand()); }) {}
+TAISelector::TAISelector() : fRandom(veldan::seeded_random()) {}
 
 int32_t TAISelector::SetOrvickView(const TOrvickView* view) {
     fView = view;

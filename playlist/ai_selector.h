@@ -39,10 +39,11 @@ class TAISelector {
     };
     // Hashed, for one look-up per song and call; Save writes the keys in byte-wise order.
     using TScoreTable = std::unordered_map<std::string, TScore>;
-    // Returns a non-negative random number, as rand() does.
+    // Returns a random number from 0 to 2^32 - 1.
     using TRandomFn = std::function<uint32_t()>;
 
-    // Draws with std::rand, which the application seeds once at start-up.
+    // Draws from an engine of its own, seeded anew on every start, until SetRandom gives
+    // it the player's.
     TAISelector();
 
     // The view is not owned and must outlive the selector's use of it.

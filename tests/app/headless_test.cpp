@@ -103,6 +103,21 @@ TEST(Headless, AnUnreadableFileIsNamedWithItsReasonAndTheNextOnePlays) {
     EXPECT_NE(result.out.find("Good Song"), std::string::npos) << result.out;
 }
 
+TEST(Headless, AFileWithoutTracksIsNamedAndPassedOver) {
+    TTempDir dir;
+    TSmfBuilder good(1, 480);
+    good.AddTrack().Name(0, "After The Empty One").NoteOn(0, 0, 60, 100).NoteOff(96, 0, 60);
+    auto empty = dir.Write("empty.mid", TSmfBuilder(1, 480).Bytes());
+    auto song = dir.Write("good.mid", good.Bytes());
+    TResult result = run_quillmidi("--headless --wav " + quoted(dir.Path() / "out.wav") + " " +
+                                       quoted(empty) + " " + quoted(song),
+                                   dir);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.err.find("empty.mid: the file has no tracks"), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.out.find("After The Empty One"), std::string::npos) << result.out;
+}
+
 TEST(Headless, PlaysToTheBuiltInSynthesizerIntoAWavFileAndTracesWhatLeft) {
     TTempDir dir;
     TSmfBuilder smf(1, 480);
@@ -502,3 +517,78 @@ TEST(Headless, WithoutATerminalThePlayerWritesPlainLines) {
 }
 
 }  // namespace
+
+namespace {
+
+// The first count song titles a run prints; then the run is interrupted, as a user stops a
+// random mode that would play for ever. Empty when the titles did not come in time.
+std::vector<std::string> first_titles(const std::vector<std::string>& arguments, size_t count,
+                                      const TTempDir& dir) {
+    TScopedEnv configHome("XDG_CONFIG_HOME", config_home(dir).c_str());
+    std::vector<std::string> args = {QUILLMIDI_BINARY};
+    args.insert(args.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    int out[2];
+    if (pipe(out) != 0) return {};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    posix_spawn_file_actions_addclose(&actions, out[0]);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    pid_t pid;
+    const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(out[1]);
+    if (spawned != 0) {
+        close(out[0]);
+        return {};
+    }
+    std::string text;
+    std::vector<std::string> titles;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (titles.size() < count && std::chrono::steady_clock::now() < deadline) {
+        pollfd ready{out[0], POLLIN, 0};
+        if (poll(&ready, 1, 100) <= 0) continue;
+        char buffer[1024];
+        ssize_t n = read(out[0], buffer, sizeof buffer);
+        if (n <= 0) break;
+        text.append(buffer, size_t(n));
+        titles = titles_in(text.substr(0, text.rfind('\n') + 1));
+    }
+    kill(pid, SIGINT);
+    close(out[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    if (titles.size() < count) return {};
+    titles.resize(count);
+    return titles;
+}
+
+}  // namespace
+
+TEST(Headless, RandomModeDrawsAnotherOrderOnEveryRun) {
+    TTempDir dir;
+    std::vector<std::string> arguments = {"--headless", "--mode", "4", "--wav",
+                                          (dir.Path() / "o.wav").string()};
+    for (int i = 0; i < 8; ++i) {
+        std::string title = "Song " + std::to_string(i);
+        arguments.push_back(dir.Write("song" + std::to_string(i) + ".mid",
+                                      titled_song(title.c_str()))
+                                .string());
+    }
+    // Two orders of six songs out of eight agree by chance once in 7^6 (118000) runs; a
+    // third run makes a false alarm about as rare as that squared.
+    constexpr size_t kTitles = 6;
+    std::vector<std::vector<std::string>> orders;
+    bool differ = false;
+    for (int run = 0; run < 3 && !differ; ++run) {
+        orders.push_back(first_titles(arguments, kTitles, dir));
+        ASSERT_EQ(orders.back().size(), kTitles) << "run " << run << " did not play on";
+        for (size_t earlier = 0; earlier + 1 < orders.size(); ++earlier)
+            if (orders[earlier] != orders.back()) differ = true;
+    }
+    EXPECT_TRUE(differ) << "every run played the same order, starting with "
+                        << orders.front().front();
+}

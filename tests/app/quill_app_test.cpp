@@ -155,6 +155,20 @@ TEST_F(QuillAppTest, SongsGivenAtStartPlayAndAKeyChangeReachesTheConsumer) {
     EXPECT_FALSE(app->IsRunning());
 }
 
+TEST_F(QuillAppTest, FilesHandedOverLaterPlayThemselvesNotTheSelectedRow) {
+    TMidiRecorder recorder("Handed Over Synth", 1 << 12);
+    recorder.Register();
+    auto app = Start({fOut.Write("runner.mid", running_song())});
+    TQuillView* view = app->MainWin()->View();
+    ASSERT_EQ(view->Ports().ConnectMidiOut(0, recorder.ID()), 0);
+    view->OrvickView()->Song(0)->setSelected(true);
+    app->OpenFiles({fOut.Write("other.mid", other_song())});
+    EXPECT_EQ(view->CurSongIdx(), 1);
+    EXPECT_EQ(view->SongTitle(), "Other");
+    EXPECT_TRUE(process_until([&] { return NoteOns(recorder, 64) >= 1; }));
+    app->Quit();
+}
+
 TEST_F(QuillAppTest, QuittingAndStartingAgainRestoresTheSameState) {
     TMidiRecorder recorder("Remembered Synth", 256);
     recorder.Register();

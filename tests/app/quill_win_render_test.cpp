@@ -48,6 +48,9 @@ class QuillWinRenderTest : public TWidgetTest, public ::testing::WithParamInterf
         win.show();
         ASSERT_TRUE(process_until([&] { return !win.View()->SongTitle().empty(); }));
         win.View()->ExpSongTitle();
+        // Loading the song set texts (the time read-out among them) whose new room the
+        // layout takes on its next pass.
+        QCoreApplication::sendPostedEvents();
         const QString name = QString("main_window_") + QString(language).section('.', 0, 0);
         const QImage image(save_render(win, name, QUILL_RENDER_DIR));
         EXPECT_TRUE(has_more_than_one_colour(image));

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "engine/midi_filter.h"
 #include "engine/sys_reset.h"
 #include "tests/engine/chain_fixture.h"
+#include "tests/support/note_balance.h"
 
 namespace {
 
@@ -46,6 +49,73 @@ TEST(MidiFilter, KeyTransposesNotesClampsAndLeavesPercussionAlone) {
     f.in.SprayKeyPressure(0, 60, 10, 0);
     EXPECT_EQ(f.Out(),
               (std::vector<std::string>{"90 7f 40", "99 78 40", "80 48 00", "a0 3c 0a"}));
+}
+
+TEST(MidiFilter, ANoteOffGoesToTheNoteItsNoteOnWasSentAs) {
+    TLaneFixture f;
+    f.in.SprayNoteOn(0, 60, 100, 0);
+    f.in.SprayNoteOn(1, 62, 100, 0);
+    f.Drain();
+    f.chain.SetKey(3);
+    f.in.SprayNoteOff(0, 60, 0, 0);
+    f.in.SprayNoteOn(1, 62, 0, 0);  // a release written as a note-on
+    f.in.SprayNoteOn(0, 60, 100, 0);
+    f.Drain();
+    f.chain.SetKey(-2);
+    f.in.SprayNoteOff(0, 60, 0, 0);
+    EXPECT_EQ(f.Out(), (std::vector<std::string>{"90 3c 64", "91 3e 64", "80 3c 00", "91 3e 00",
+                                                 "90 3f 64", "80 3f 00"}));
+    EXPECT_EQ(sounding_notes(f.portA), 0);
+}
+
+TEST(MidiFilter, EachNoteOnOfANoteNeedsItsOwnNoteOff) {
+    TLaneFixture f;
+    f.in.SprayNoteOn(0, 60, 100, 0);
+    f.in.SprayNoteOn(0, 60, 100, 0);
+    f.Drain();
+    f.chain.SetKey(5);
+    f.in.SprayNoteOff(0, 60, 0, 0);
+    f.in.SprayNoteOff(0, 60, 0, 0);
+    // Nothing of note 60 sounds any more: a third release is sent in the key in force.
+    f.in.SprayNoteOff(0, 60, 0, 0);
+    EXPECT_EQ(f.Out(), (std::vector<std::string>{"90 3c 64", "90 3c 64", "80 3c 00", "80 3c 00",
+                                                 "80 41 00"}));
+}
+
+TEST(MidiFilter, ANoteStruckAgainInANewKeyEndsItsOldSoundFirst) {
+    TLaneFixture f;
+    f.in.SprayNoteOn(0, 60, 100, 0);
+    f.Drain();
+    f.chain.SetKey(2);
+    f.in.SprayNoteOn(0, 60, 90, 0);
+    f.in.SprayNoteOff(0, 60, 0, 0);
+    EXPECT_EQ(f.Out(),
+              (std::vector<std::string>{"90 3c 64", "80 3c 40", "90 3e 5a", "80 3e 00"}));
+    EXPECT_EQ(sounding_notes(f.portA), 0);
+}
+
+TEST(OutputChain, KeyChangesAtAnyMomentLeaveNoNoteHanging) {
+    TChainFixture f;
+    ASSERT_EQ(f.producer.SetTo(dense_song(1500)), 0);
+    ASSERT_EQ(f.producer.Play(), 0);
+    std::mt19937 random(std::random_device{}());
+    std::uniform_int_distribution<int32_t> key(-12, 12);
+    std::uniform_int_distribution<int> pauseUs(0, 3000);
+    int changes = 0;
+    // On the test's thread while the play thread and both lanes' receive threads run.
+    while (f.ended.load() == 0 && changes < 100000) {
+        f.chain.SetKey(key(random));
+        ++changes;
+        std::this_thread::sleep_for(std::chrono::microseconds(pauseUs(random)));
+    }
+    ASSERT_TRUE(wait_for([&] { return f.ended.load() > 0; }));
+    f.Drain();
+    EXPECT_GT(changes, 100);
+    EXPECT_GT(f.portA.Count(), 1000u);
+    EXPECT_GT(f.portB.Count(), 1000u);
+    EXPECT_EQ(f.portA.Dropped() + f.portB.Dropped(), 0u);
+    EXPECT_EQ(sounding_notes(f.portA), 0) << "port A, after " << changes << " key changes";
+    EXPECT_EQ(sounding_notes(f.portB), 0) << "port B";
 }
 
 TEST(OutputChain, AMutedChannelDropsNoteOnsReleasesWhatSoundsAndPassesTheRest) {

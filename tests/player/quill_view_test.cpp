@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,7 @@
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
 #include "tests/support/message_recorder.h"
+#include "tests/support/note_balance.h"
 #include "tests/support/scoped_env.h"
 #include "tests/support/smf_builder.h"
 #include "tests/support/temp_dir.h"
@@ -31,6 +33,7 @@ using quill::kMsgKeyChanged;
 using quill::kMsgPosChanged;
 using quill::kMsgTempoChanged;
 using quill::kMsgVolumeChanged;
+using quill::kPlayModeAIRandom;
 using quill::kPlayModeMonoRepeat;
 using quill::kPlayModeRandom;
 using quill::kPlayModeSeq;
@@ -76,6 +79,21 @@ class QuillViewTest : public TWidgetTest {
     }
     ~QuillViewTest() override { fView.reset(); }
 
+    // Whatever a test did, a stop leaves no note sounding on either port.
+    void TearDown() override {
+        fView->StopSong();
+        ExpectNothingSounds("the final stop");
+    }
+
+    // Every note that reached a port has been released, once the lanes and the recorders
+    // have handled everything sent so far.
+    void ExpectNothingSounds(const std::string& after) {
+        ASSERT_TRUE(fView->Chain().WaitIdle(2000000));
+        ASSERT_TRUE(fPortA.WaitIdle(2000000) && fPortB.WaitIdle(2000000));
+        EXPECT_EQ(sounding_notes(fPortA), 0) << "port A, after " << after;
+        EXPECT_EQ(sounding_notes(fPortB), 0) << "port B, after " << after;
+    }
+
     std::filesystem::path WriteSong(int number, uint32_t noteTicks, bool withGSReset = false) {
         TSmfBuilder smf(1, 480);
         TTrackBuilder& track = smf.AddTrack().Name(0, "Song " + std::to_string(number));
@@ -92,6 +110,40 @@ class QuillViewTest : public TWidgetTest {
     }
     void AddSong(const std::filesystem::path& file) {
         ASSERT_TRUE(fView->OrvickView()->AddListFolderFileToTopLevel(file)) << file;
+    }
+    // kNote held through the whole of kLongSong on channel 0, and a short note on channel 1
+    // every beat, so that the play position moves in steps of a beat.
+    std::filesystem::path WriteHeldNoteWithBeats() {
+        TSmfBuilder smf(1, 480);
+        smf.AddTrack().Name(0, "Held").NoteOn(0, 0, kNote, 100).NoteOff(kLongSong, 0, kNote);
+        TTrackBuilder& beats = smf.AddTrack();
+        for (uint32_t beat = 0; beat < kLongSong / 480; ++beat)
+            beats.NoteOn(beat == 0 ? 0 : 360, 1, 48, 80).NoteOff(120, 1, 48);
+        return fTemp.Write("held.mid", smf.Bytes());
+    }
+    // Songs that cannot be loaded, each for its own reason.
+    std::filesystem::path WriteFormat2(const std::string& name) {
+        TSmfBuilder smf(2, 480);
+        smf.AddTrack().NoteOn(0, 0, kNote, 100).NoteOff(48, 0, kNote);
+        return fTemp.Write(name, smf.Bytes());
+    }
+    std::filesystem::path WriteWithoutTracks(const std::string& name) {
+        return fTemp.Write(name, TSmfBuilder(1, 480).Bytes());
+    }
+    // Listed while it exists, then gone.
+    void AddMissingSong(const std::string& name) {
+        std::filesystem::path file = WriteSong(99, kShortSong);
+        std::filesystem::path renamed = fTemp.Path() / name;
+        std::filesystem::rename(file, renamed);
+        AddSong(renamed);
+        std::filesystem::remove(renamed);
+    }
+    std::string StatusText() const {
+        return fView->ControlBar()->findChild<QLabel*>("StatBar")->text().toStdString();
+    }
+    void SelectSong(int32_t index) {
+        fView->OrvickView()->clearSelection();
+        fView->OrvickView()->Song(index)->setSelected(true);
     }
 
     bool WaitForState(int32_t state) {
@@ -127,8 +179,8 @@ class QuillViewTest : public TWidgetTest {
     veldan::TLLT fTexts;
     TPref fPrefs;
     int64_t fNow = 1000 * kSecondUs;
-    TMidiRecorder fPortA{"port A", 1 << 12};
-    TMidiRecorder fPortB{"port B", 1 << 12};
+    TMidiRecorder fPortA{"port A", 1 << 16};
+    TMidiRecorder fPortB{"port B", 1 << 16};
     std::unique_ptr<TQuillView> fView;
 };
 
@@ -164,6 +216,8 @@ TEST_F(QuillViewTest, MonoRepeatRestartsTheSongButNextMovesOn) {
     fView->CButtonNextClicked();
     EXPECT_EQ(fView->CurSongIdx(), 1);
     EXPECT_EQ(fView->State(), kStatePlaying);
+    fView->PauseSong();
+    ExpectNothingSounds("next, then pause");
 }
 
 TEST_F(QuillViewTest, RandomWithOneSongPicksItAgain) {
@@ -187,6 +241,32 @@ TEST_F(QuillViewTest, RandomDrawsFromTheInjectedSource) {
     fView->CButtonNextClicked();
     EXPECT_EQ(fView->CurSongIdx(), 2);
     EXPECT_EQ(next, 3u);
+}
+
+TEST_F(QuillViewTest, AnInjectedGeneratorReplaysTheSameRandomOrderInBothRandomModes) {
+    AddSongs(6, kLongSong);
+    auto engine = std::make_shared<std::mt19937>();
+    fView->SetRandom([engine] { return uint32_t((*engine)()); });
+    auto order = [&] {
+        engine->seed(20261124);
+        std::vector<int32_t> picked;
+        if (!fView->ChangeSong(0, false)) return picked;
+        for (int i = 0; i < 12; ++i) {
+            fView->CButtonNextClicked();
+            picked.push_back(fView->CurSongIdx());
+        }
+        return picked;
+    };
+    for (int32_t mode : {int32_t(kPlayModeRandom), int32_t(kPlayModeAIRandom)}) {
+        fView->SetPlayMode(mode);
+        // The selector weighs a song it meets for the first time lower: meet them all.
+        fView->CButtonNextClicked();
+        std::vector<int32_t> first = order();
+        ASSERT_EQ(first.size(), 12u);
+        EXPECT_EQ(order(), first) << "mode " << mode;
+        std::sort(first.begin(), first.end());
+        EXPECT_GE(std::unique(first.begin(), first.end()) - first.begin(), 3) << "mode " << mode;
+    }
 }
 
 TEST_F(QuillViewTest, NextEarlyLowersTheScoreLateDoesNot) {
@@ -249,6 +329,47 @@ TEST_F(QuillViewTest, ResetsGoOutInOrderWithTheirSilences) {
     EXPECT_TRUE(is_reset(fPortB.EventBytes(1), 8));
 }
 
+TEST_F(QuillViewTest, PlayOnAnotherSongWhilePlayingStartsItOnceWithItsWholeResetWait) {
+    fPrefs.sendSysResets = true;
+    fPrefs.sysResetCombination = 0x02;  // GS
+    fPrefs.silenceAfterResetsUs = 150000;
+    AddSongs(2, kLongSong);
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(WaitForState(kStatePlaying));
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+    SelectSong(1);
+    fView->CButtonPlayClicked();
+    EXPECT_EQ(fView->CurSongIdx(), 1);
+    EXPECT_EQ(fView->State(), kStateAfterGS) << "waiting after the reset";
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 2));
+    auto entries = fPortA.Entries();
+    size_t reset = 0;
+    size_t note = 0;
+    for (size_t i = 0; i < entries.size(); ++i) {
+        if (is_reset(fPortA.EventBytes(i), 2)) reset = i;
+        if (is_note_on(fPortA.EventBytes(i))) note = i;
+    }
+    ASSERT_LT(reset, note);
+    EXPECT_GE(entries[note].arrivalUs - entries[reset].arrivalUs, 140000)
+        << "the second song's first note came before the silence after its reset";
+}
+
+TEST_F(QuillViewTest, PlayAgainWhilePreparingLeavesTheWaitAlone) {
+    fPrefs.sendSysResets = true;
+    fPrefs.sysResetCombination = 0x02;  // GS
+    fPrefs.silenceAfterResetsUs = 150000;
+    AddSongs(1, kLongSong);
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_EQ(fView->State(), kStateAfterGS);
+    fView->CButtonPlayClicked();  // as the media keys' Play does while not playing yet
+    EXPECT_EQ(fView->State(), kStateAfterGS);
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+    auto entries = fPortA.Entries();
+    ASSERT_GE(entries.size(), 2u);
+    EXPECT_TRUE(is_reset(fPortA.EventBytes(0), 2));
+    EXPECT_GE(entries[1].arrivalUs - entries[0].arrivalUs, 140000);
+}
+
 TEST_F(QuillViewTest, WithoutSilencesOrResetsASongStartsAtOnce) {
     AddSongs(1, kLongSong);
     ASSERT_TRUE(fView->PlaySong());
@@ -275,6 +396,7 @@ TEST_F(QuillViewTest, StopSilencesTheSoundingNoteAndUnloads) {
     EXPECT_EQ(fView->State(), kStateStopped);
     EXPECT_EQ(fView->Producer().CountTracks(), 0u);
     EXPECT_TRUE(WaitForCount(fPortA, is_note_off, 1));
+    ExpectNothingSounds("stop");
 }
 
 TEST_F(QuillViewTest, PauseSilencesAndResumes) {
@@ -285,9 +407,28 @@ TEST_F(QuillViewTest, PauseSilencesAndResumes) {
     EXPECT_EQ(fView->State(), kStatePaused);
     EXPECT_TRUE(fView->Producer().IsPaused());
     EXPECT_TRUE(WaitForCount(fPortA, is_note_off, 1));
+    ExpectNothingSounds("pause");
     fView->CButtonPlayClicked();
     EXPECT_EQ(fView->State(), kStatePlaying);
     EXPECT_FALSE(fView->Producer().IsPaused());
+}
+
+TEST_F(QuillViewTest, APauseAfterTheLastEventEndsTheSongOnPlay) {
+    AddSongs(2, kShortSong);
+    fView->SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->PlaySong());
+    // The song plays to its end and reports it; the report waits in the queue while the
+    // user pauses.
+    ASSERT_TRUE(wait_for([this] { return !fView->Producer().IsPlaying(); }));
+    fView->PauseSong();
+    EXPECT_EQ(fView->State(), kStatePaused);
+    QCoreApplication::sendPostedEvents();
+    EXPECT_EQ(fView->State(), kStatePaused);
+    fView->CButtonPlayClicked();
+    EXPECT_EQ(fView->CurSongIdx(), 1) << "the song had ended";
+    EXPECT_EQ(fView->State(), kStatePlaying);
+    EXPECT_TRUE(WaitForCount(fPortA, is_note_on, 2));
+    EXPECT_TRUE(WaitForState(kStateStopped)) << "the last song ends the sequence";
 }
 
 TEST_F(QuillViewTest, ChangeWhileStoppedLoadsButDoesNotStart) {
@@ -302,17 +443,99 @@ TEST_F(QuillViewTest, ChangeWhileStoppedLoadsButDoesNotStart) {
     EXPECT_EQ(fPortA.Count(), 0u);
 }
 
-TEST_F(QuillViewTest, AnUnloadableSongLeavesTheProducerEmpty) {
+TEST_F(QuillViewTest, AnUnloadableSongChosenWhileStoppedLeavesTheProducerEmpty) {
     AddSongs(1, kLongSong);
     AddSong(fTemp.Write("truncated.mid", std::string("MThd")));
-    ASSERT_TRUE(fView->PlaySong());
     ASSERT_EQ(fView->OrvickView()->Songs(), 2);
     EXPECT_FALSE(fView->ChangeSong(1, false));
     EXPECT_EQ(fView->Producer().CountTracks(), 0u);
     EXPECT_FALSE(fView->Producer().IsPlaying());
     EXPECT_EQ(fView->State(), kStateStopped);
+    EXPECT_EQ(fView->CurSongIdx(), 1);
     EXPECT_EQ(fView->SongTitle(), "");
+    EXPECT_NE(StatusText().find("truncated.mid"), std::string::npos) << StatusText();
     EXPECT_FALSE(fView->PlaySong());
+}
+
+TEST_F(QuillViewTest, NextPassesOverSongsThatCannotPlayAndNamesThem) {
+    AddSongs(1, kLongSong);
+    AddSong(WriteFormat2("format2.mid"));
+    AddMissingSong("gone.mid");
+    AddSong(WriteWithoutTracks("empty.mid"));
+    AddSong(WriteSong(4, kLongSong));
+    ASSERT_EQ(fView->OrvickView()->Songs(), 5);
+    fView->SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+    std::vector<std::string> passed;
+    fView->SetCannotPlayHandler([&](const std::filesystem::path& song, const std::string& reason) {
+        passed.push_back(song.filename().string() + ": " + reason);
+    });
+    fView->CButtonNextClicked();
+    EXPECT_EQ(passed, (std::vector<std::string>{
+                          "format2.mid: format 2 is not supported",
+                          "gone.mid: cannot open the file: No such file or directory",
+                          "empty.mid: the file has no tracks"}));
+    EXPECT_EQ(fView->CurSongIdx(), 4);
+    EXPECT_EQ(fView->State(), kStatePlaying);
+    EXPECT_EQ(fView->SongTitle(), "Song 4");
+    EXPECT_TRUE(WaitForCount(fPortA, is_note_on, 2));
+    // The last song passed over, with its reason.
+    EXPECT_NE(StatusText().find("empty.mid"), std::string::npos) << StatusText();
+    EXPECT_NE(StatusText().find("no tracks"), std::string::npos) << StatusText();
+}
+
+TEST_F(QuillViewTest, AtASongsEndTheSongsThatCannotPlayAreSkipped) {
+    AddSongs(1, kShortSong);
+    AddSong(WriteFormat2("format2.mid"));
+    AddSong(WriteSong(2, kShortSong));
+    fView->SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(process_until([this] { return fView->CurSongIdx() == 2; }));
+    EXPECT_TRUE(WaitForCount(fPortA, is_note_on, 2));
+    EXPECT_NE(StatusText().find("format2.mid"), std::string::npos) << StatusText();
+    EXPECT_NE(StatusText().find("format 2"), std::string::npos) << StatusText();
+    EXPECT_TRUE(WaitForState(kStateStopped)) << "the last song ends the sequence";
+}
+
+TEST_F(QuillViewTest, PlayOnASongThatCannotPlayStartsTheNextOneThatCan) {
+    AddSongs(1, kLongSong);
+    AddSong(WriteWithoutTracks("empty.mid"));
+    AddSong(WriteSong(2, kLongSong));
+    fView->SetPlayMode(kPlayModeSeq);
+    SelectSong(1);
+    fView->CButtonPlayClicked();
+    EXPECT_EQ(fView->CurSongIdx(), 2);
+    EXPECT_EQ(fView->State(), kStatePlaying);
+    EXPECT_TRUE(WaitForCount(fPortA, is_note_on, 1));
+}
+
+TEST_F(QuillViewTest, AFileDeclaringNoTracksCannotPlayAndSaysSo) {
+    AddSongs(1, kLongSong);
+    AddSong(WriteWithoutTracks("empty.mid"));
+    EXPECT_FALSE(fView->ChangeSong(1, false));
+    EXPECT_EQ(fView->Producer().CountTracks(), 0u);
+    EXPECT_NE(StatusText().find("empty.mid"), std::string::npos) << StatusText();
+}
+
+TEST_F(QuillViewTest, WhenNoSongCanPlayEachIsTriedOnceAndThePlayerStops) {
+    AddSong(WriteFormat2("a.mid"));
+    AddSong(WriteWithoutTracks("b.mid"));
+    AddSong(WriteFormat2("c.mid"));
+    ASSERT_EQ(fView->OrvickView()->Songs(), 3);
+    std::vector<std::string> tried;
+    fView->SetCannotPlayHandler([&](const std::filesystem::path& song, const std::string&) {
+        tried.push_back(song.filename().string());
+    });
+    for (int32_t mode : {int32_t(kPlayModeSeqRepeat), int32_t(kPlayModeRandom)}) {
+        tried.clear();
+        fView->SetPlayMode(mode);
+        fView->CButtonPlayClicked();
+        EXPECT_EQ(fView->State(), kStateStopped) << "mode " << mode;
+        EXPECT_EQ(fView->Producer().CountTracks(), 0u);
+        std::sort(tried.begin(), tried.end());
+        EXPECT_EQ(tried, (std::vector<std::string>{"a.mid", "b.mid", "c.mid"})) << "mode " << mode;
+    }
 }
 
 TEST_F(QuillViewTest, AResetInTheSongLightsItsIndicator) {
@@ -325,7 +548,8 @@ TEST_F(QuillViewTest, AResetInTheSongLightsItsIndicator) {
 }
 
 TEST_F(QuillViewTest, SlidersReachTheChainAndTheProducer) {
-    AddSongs(1, kLongSong);
+    AddSong(WriteHeldNoteWithBeats());
+    ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
     Post(kMsgVolumeChanged, TQuillView::kSliderValueField, 150);
     EXPECT_EQ(fView->Chain().Filter(0).Volume(), 150);
     EXPECT_EQ(fView->Chain().Filter(1).Volume(), 150);
@@ -336,11 +560,37 @@ TEST_F(QuillViewTest, SlidersReachTheChainAndTheProducer) {
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
     Post(kMsgKeyChanged, TQuillView::kSliderValueField, 3);
     EXPECT_EQ(fView->Chain().Filter(0).Key(), 3);
-    // The note started in the old key is silenced in it.
+    // The held note, started in the old key, is silenced in it at once.
     EXPECT_TRUE(WaitForCount(fPortA, is_note_off, 1));
 
+    fView->PauseSong();  // the play position stays where the seek puts it
+    ASSERT_LT(fView->Producer().CurrentTick(), kLongSong / 2);
     Post(kMsgPosChanged, TQuillView::kSliderValueField, 50);
-    EXPECT_GE(fView->Producer().CurrentTick(), kLongSong / 2);
+    EXPECT_EQ(fView->Producer().CurrentTick(), kLongSong / 2);
+}
+
+TEST_F(QuillViewTest, KeyChangesAtRandomMomentsOfADenseSongLeaveNoNoteHanging) {
+    AddSong(fTemp.Write("dense.mid", dense_song(1500)));
+    ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
+    fView->SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->PlaySong());
+    std::mt19937 random(std::random_device{}());
+    std::uniform_int_distribution<int32_t> key(-12, 12);
+    std::uniform_int_distribution<int> pauseMs(0, 20);
+    int changes = 0;
+    while (fView->State() != kStateStopped && changes < 1000) {
+        Post(kMsgKeyChanged, TQuillView::kSliderValueField, key(random));
+        ++changes;
+        QTest::qWait(pauseMs(random));
+    }
+    ASSERT_TRUE(WaitForState(kStateStopped));
+    ASSERT_TRUE(fView->Chain().WaitIdle(2000000));
+    ASSERT_TRUE(fPortA.WaitIdle(2000000) && fPortB.WaitIdle(2000000));
+    EXPECT_GT(changes, 20);
+    EXPECT_GT(fPortA.Count(), 1000u);
+    EXPECT_EQ(fPortA.Dropped() + fPortB.Dropped(), 0u);
+    EXPECT_EQ(sounding_notes(fPortA), 0) << "after " << changes << " key changes";
+    EXPECT_EQ(sounding_notes(fPortB), 0);
 }
 
 TEST_F(QuillViewTest, APortMenuItemConnectsThenLetsGoWithSilence) {
@@ -366,12 +616,50 @@ TEST_F(QuillViewTest, APortMenuItemConnectsThenLetsGoWithSilence) {
 }
 
 TEST_F(QuillViewTest, PositionSliderFollowsTheSongWhilePlaying) {
-    AddSongs(1, kLongSong);
+    AddSong(WriteHeldNoteWithBeats());
+    ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
+    fView->Producer().SetTempoRate(300);
+    ASSERT_EQ(fView->ControlBar()->SliderValue(quill::TControlBar::kPos), 0);
     ASSERT_TRUE(fView->PlaySong());
-    fView->Producer().SetCurrentTick(kLongSong / 2);
+    // A tenth of the song lies four beats in, two thirds of a second at this rate.
     EXPECT_TRUE(process_until(
-        [&] { return fView->ControlBar()->SliderValue(quill::TControlBar::kPos) >= 50; }));
+        [&] { return fView->ControlBar()->SliderValue(quill::TControlBar::kPos) >= 10; }));
     fView->StopSong();
+}
+
+TEST_F(QuillViewTest, AfterStopAChangeOrASeekWhileStoppedThePositionShowsWhereItWouldStart) {
+    using quill::TControlBar;
+    AddSongs(2, kLongSong);
+    TControlBar* bar = fView->ControlBar();
+    auto* readout = bar->findChild<QLabel*>("StrViewPos");
+    ASSERT_NE(readout, nullptr);
+    // As the user drags the thumb and lets go.
+    auto seek = [&](int32_t percent) {
+        bar->SetSliderValue(TControlBar::kPos, percent);
+        Post(kMsgPosChanged, TQuillView::kSliderValueField, percent);
+    };
+    ASSERT_TRUE(fView->PlaySong());
+    seek(50);
+    ASSERT_TRUE(process_until([&] { return bar->SliderValue(TControlBar::kPos) >= 50; }));
+    fView->StopSong();
+    EXPECT_EQ(bar->SliderValue(TControlBar::kPos), 0) << "after stop";
+    EXPECT_TRUE(readout->text().endsWith(" 0%") || readout->text() == "0%")
+        << readout->text().toStdString();
+
+    fView->CButtonPlayClicked();
+    seek(50);
+    fView->PauseSong();
+    ASSERT_TRUE(process_until([&] { return bar->SliderValue(TControlBar::kPos) >= 50; }));
+    fView->CButtonNextClicked();
+    ASSERT_EQ(fView->CurSongIdx(), 1);
+    EXPECT_EQ(bar->SliderValue(TControlBar::kPos), 0) << "after a change of song while paused";
+
+    fView->StopSong();
+    ASSERT_TRUE(fView->ChangeSong(0, false));
+    seek(70);
+    EXPECT_EQ(bar->SliderValue(TControlBar::kPos), 0) << "a seek while stopped does not hold";
+    EXPECT_TRUE(readout->text().endsWith(" 0%") || readout->text() == "0%")
+        << readout->text().toStdString();
 }
 
 TEST_F(QuillViewTest, PositionsInMicrosecondsFollowTheTempoRate) {
