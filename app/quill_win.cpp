@@ -1,6 +1,8 @@
 #include "app/quill_win.h"
 
 #include <QActionGroup>
+#include <QApplication>
+#include <QKeyEvent>
 #include <QCloseEvent>
 #include <QGuiApplication>
 #include <QLayout>
@@ -75,8 +77,12 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
     fOpenPanel->setOption(QFileDialog::DontUseNativeDialog);
     fOpenPanel->setFileMode(QFileDialog::ExistingFiles);
     connect(fOpenPanel, &QFileDialog::filesSelected, this, [this](const QStringList& files) {
-        for (const QString& file : files)
-            OpenListFolderFileRqtd(fs::path(file.toStdString()), fOpenPanelAdds);
+        // Open replaces the playlist with the first file; the others join it.
+        bool add = fOpenPanelAdds;
+        for (const QString& file : files) {
+            if (!OpenListFolderFileRqtd(fs::path(file.toStdString()), add) && !add) return;
+            add = true;
+        }
     });
     fOpenPanel->setDirectory(qs(exitState.panelFolder));
 
@@ -156,6 +162,11 @@ QMenu* TQuillWin::CreateMenuFile() {
     fMenuOpen->setObjectName("Menu_Open");
     fMenuAdd = menu->addMenu(fTexts.Text("Menu_Add"));
     fMenuAdd->setObjectName("Menu_Add");
+    for (QMenu* recent : {fMenuOpen, fMenuAdd}) {
+        // The recent items' tool tip tells how to remove one.
+        recent->setToolTipsVisible(true);
+        recent->installEventFilter(this);
+    }
     menu->addSeparator();
     AddItem(menu, "MItem_Save", veldan::TMessage(kMsgSave), this, QKeySequence("Ctrl+S"));
     // Kept: Save As answers the digit 2, not a letter.
@@ -279,6 +290,7 @@ void TQuillWin::FillRecentMenu(QMenu* menu, uint32_t what) {
         if (char key = fMRUF.ItemShortcut(i); key && opens)
             item->setShortcut(QKeySequence(QString("Ctrl+Shift+%1").arg(QChar(key))));
         std::string path = fMRUF.MRUFAt(i);
+        item->setData(qs(path));
         connect(item, &QAction::triggered, this,
                 [this, path, what] { RecentItemChosen(path, what); });
     }
@@ -288,14 +300,34 @@ void TQuillWin::FillRecentMenu(QMenu* menu, uint32_t what) {
 }
 
 void TQuillWin::RecentItemChosen(const std::string& path, uint32_t what) {
-    // Control held: the entry is to be removed, not opened.
-    if (QGuiApplication::keyboardModifiers() & Qt::ControlModifier) {
-        if (fAsk(format_text(fTexts.Text(kTextAskDelOne), path))) RemoveHistoryRqtd(path);
-        return;
-    }
+    // No held key turns this into a removal: the items' own short-cuts hold Control, so
+    // a Control gesture could not tell "open" from "remove". Delete on the item removes.
     veldan::TMessage message(what);
     message.AddRef(kRefsField, path);
     veldan::post_message(this, message);
+}
+
+bool TQuillWin::eventFilter(QObject* watched, QEvent* event) {
+    auto* menu = qobject_cast<QMenu*>(watched);
+    if (event->type() != QEvent::KeyPress || !menu || (menu != fMenuOpen && menu != fMenuAdd))
+        return TMessageHandler<QMainWindow>::eventFilter(watched, event);
+    const int key = static_cast<QKeyEvent*>(event)->key();
+    QAction* highlighted = menu->activeAction();
+    if ((key != Qt::Key_Delete && key != Qt::Key_Backspace) || !highlighted ||
+        highlighted->data().toString().isEmpty())
+        return TMessageHandler<QMainWindow>::eventFilter(watched, event);
+    // The question is a modal alert: it comes once the menus are closed.
+    for (QWidget* popup = QApplication::activePopupWidget(); popup;
+         popup = QApplication::activePopupWidget())
+        popup->close();
+    veldan::TMessage ask(kMsgAskRemoveHistory);
+    ask.AddRef(kRefsField, highlighted->data().toString().toStdString());
+    veldan::post_message(this, ask);
+    return true;
+}
+
+void TQuillWin::AskRemoveHistoryRqtd(const fs::path& ref) {
+    if (fAsk(format_text(fTexts.Text(kTextAskDelOne), ref.string()))) RemoveHistoryRqtd(ref);
 }
 
 void TQuillWin::RemoveHistoryRqtd(const fs::path& ref) {
@@ -344,20 +376,50 @@ bool TQuillWin::LoadListFolderFile(const fs::path& ref, bool add) {
     }
     bool added = add || !isPlaylist ? list->AddListFolderFileToTopLevel(ref)
                                     : list->AddListFolderFile(ref, nullptr, -1);
+    auto* first = static_cast<TQuillSItem*>(list->topLevelItem(0));
+    if (added && add && first && !first->UnnamedNewList()) {
+        // Its file no longer holds what it shows; quitting offers to save it, as after a drop.
+        first->SetModified(true);
+        first->UpdateText(fTexts);
+    }
     if (list->topLevelItemCount() == 0) list->AddNewList(nullptr);
     fView->UpdateWinTitle();
     return added && isPlaylist;
 }
 
-void TQuillWin::OpenListFolderFileRqtd(const fs::path& ref, bool add) {
+bool TQuillWin::AskSaveChangedLists() {
+    // A list never saved is kept at quit, so quitting need not ask about it; replacing it
+    // loses it, so here its songs count as changes.
+    auto* first = static_cast<TQuillSItem*>(fView->OrvickView()->topLevelItem(0));
+    const bool markUnnamed =
+        first && first->UnnamedNewList() && !first->Modified() && first->childCount() > 0;
+    if (markUnnamed) first->SetModified(true);
+    const bool goOn = fView->OrvickView()->AskSaveAllList(veldan::TMessage(kMsgNew), this);
+    if (!goOn && markUnnamed && first->Modified()) first->SetModified(false);
+    return goOn;
+}
+
+bool TQuillWin::OpenListFolderFileRqtd(const fs::path& ref, bool add) {
+    if (!add) {
+        std::error_code error;
+        if (!fs::exists(ref, error)) {
+            // Nothing would take the playlist's place, so it stays as it is.
+            fView->ControlBar()->SetStatusText(fTexts.Text("Stat_Str_File_Not_Found") +
+                                               ref.filename().string());
+            return false;
+        }
+        if (!AskSaveChangedLists()) return false;
+    }
     if (LoadListFolderFile(ref, add)) {
         fMRUF.AddMRUF(ref.string());
         GenerateMenuMRUF();
     }
     fOpenPanel->setDirectory(qs(ref.parent_path().string()));
+    return true;
 }
 
 void TQuillWin::MItemNewClicked() {
+    if (!AskSaveChangedLists()) return;
     fView->StopSong();
     fView->OrvickView()->ClearList();
     fView->OrvickView()->AddNewList(nullptr);
@@ -547,6 +609,9 @@ void TQuillWin::MessageReceived(veldan::TMessage* message) {
             break;
         case kMsgRemoveHistory:
             RemoveHistoryRqtd(ref);
+            break;
+        case kMsgAskRemoveHistory:
+            AskRemoveHistoryRqtd(ref);
             break;
         case kMsgDelAllMRUF:
             MItemDelAllMRUFClicked();

@@ -53,6 +53,8 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     static constexpr uint32_t kMsgOpenRecent = 'olfr';
     static constexpr uint32_t kMsgAddRecent = 'alfr';
     static constexpr uint32_t kMsgRemoveHistory = '_rhr';
+    // Delete on a highlighted recent item: ask, then remove it (ref kRefsField).
+    static constexpr uint32_t kMsgAskRemoveHistory = 'arhr';
     static constexpr uint32_t kMsgDelAllMRUF = '_dam';
     static constexpr uint32_t kMsgPrefs = '_prf';
     static constexpr uint32_t kMsgDrvCvtPrefs = '_dcs';
@@ -99,13 +101,17 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     // still unnamed, at the next start.
     void WriteExitState();
 
-    // Opens (replacing the playlist) or adds a playlist file, a folder or a song.
-    void OpenListFolderFileRqtd(const std::filesystem::path& ref, bool add);
+    // Opens (replacing the playlist) or adds a playlist file, a folder or a song. Opening
+    // first offers to save the changed lists; false when the user cancelled or ref is gone,
+    // and the playlist is left as it was.
+    bool OpenListFolderFileRqtd(const std::filesystem::path& ref, bool add);
+    // Offers to save the changed lists first, as quitting does.
     void MItemNewClicked();
     void MItemSaveClicked(bool saveAs);
     // The current song as a WAV file, rendered faster than real time.
     void MItemExportClicked();
     void RemoveHistoryRqtd(const std::filesystem::path& ref);
+    void AskRemoveHistoryRqtd(const std::filesystem::path& ref);
     void MItemDelAllMRUFClicked();
     void RecreateMenuMidiOutRqtd();
     void UpdateMenuMidiOutRqtd();
@@ -120,6 +126,8 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
 
   protected:
     void closeEvent(QCloseEvent* event) override;
+    // Delete or Backspace on a highlighted item of the recent menus.
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
     void ShowTrayIcon();
@@ -137,6 +145,8 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     QAction* AddItem(QMenu* menu, const char* key, const veldan::TMessage& message, QObject* target,
                      const QKeySequence& shortcut = {});
     void ShowOpenPanel(bool add);
+    // Before the playlist is replaced; false when the user cancelled.
+    bool AskSaveChangedLists();
     void LabelFilePanels();
     void SaveRecentLists() const;
     void ConnectByNames(int port, const std::vector<std::string>& names);

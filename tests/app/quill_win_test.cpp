@@ -70,6 +70,10 @@ class QuillWinTest : public TWidgetTest {
             fQuestions.push_back(question);
             return fAnswer;
         });
+        // No modal alert may wait for a click: a changed list is given up unless a test
+        // answers otherwise.
+        win->View()->OrvickView()->SetAskSaveFn(
+            [](const TQuillSItem&) { return TOrvickView::TSaveAnswer::kNo; });
         return win;
     }
 
@@ -397,4 +401,131 @@ TEST_F(QuillWinTest, ExportWritesTheCurrentSongAtTheSlidersTempoAndCancelLeavesN
     QCoreApplication::sendPostedEvents();
     EXPECT_TRUE(cancelled);
     EXPECT_FALSE(fs::exists(target)) << "a cancelled export leaves no file";
+}
+
+namespace {
+
+QAction* recent_item(TQuillWin& win, const char* menu, const char* name) {
+    for (QAction* action : win.findChild<QMenu*>(menu)->actions())
+        if (action->text().endsWith(name)) return action;
+    return nullptr;
+}
+
+}  // namespace
+
+TEST_F(QuillWinTest, ARecentListsShortcutOpensItWithoutAskingToRemoveIt) {
+    fs::path list = Playlist("list.qml", {Song("a.mid"), Song("b.mid")});
+    fs::path other = Playlist("other.qml", {Song("c.mid")});
+    auto win = MakeWin();
+    win->OpenListFolderFileRqtd(list, false);
+    win->OpenListFolderFileRqtd(other, false);
+    win->show();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(win.get()));
+    QAction* older = recent_item(*win, "Menu_Open", "list.qml");
+    ASSERT_NE(older, nullptr);
+    ASSERT_EQ(older->shortcut(), QKeySequence("Ctrl+Shift+1"));
+
+    QTest::keyClick(win.get(), Qt::Key_1, Qt::ControlModifier | Qt::ShiftModifier);
+    ASSERT_TRUE(process_until([&] { return win->View()->OrvickView()->Songs() == 2; }))
+        << "the short-cut opens the list; questions: " << fQuestions.size();
+    EXPECT_TRUE(fQuestions.empty());
+    EXPECT_EQ(win->RecentLists().CountMRUFs(), 2);
+    EXPECT_EQ(win->RecentLists().MRUFAt(0), list.string());
+}
+
+TEST_F(QuillWinTest, DeleteOnAHighlightedRecentListAsksAndRemovesOnlyIt) {
+    fs::path list = Playlist("list.qml", {Song("a.mid")});
+    fs::path other = Playlist("other.qml", {Song("c.mid")});
+    auto win = MakeWin();
+    win->OpenListFolderFileRqtd(list, false);
+    win->OpenListFolderFileRqtd(other, false);
+    for (bool answer : {false, true}) {
+        fAnswer = answer;
+        QMenu* open = win->findChild<QMenu*>("Menu_Open");
+        QAction* older = recent_item(*win, "Menu_Open", "list.qml");
+        ASSERT_NE(older, nullptr);
+        open->popup(QPoint(0, 0));
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(open));
+        open->setActiveAction(older);
+        QTest::keyClick(open, Qt::Key_Delete);
+        ASSERT_TRUE(process_until([&] { return fQuestions.size() == (answer ? 2u : 1u); }));
+        EXPECT_NE(fQuestions.back().find(list.string()), std::string::npos) << fQuestions.back();
+        QCoreApplication::sendPostedEvents();
+        if (open->isVisible()) open->close();
+    }
+    ASSERT_EQ(win->RecentLists().CountMRUFs(), 1);
+    EXPECT_EQ(win->RecentLists().MRUFAt(0), other.string());
+    EXPECT_EQ(recent_item(*win, "Menu_Add", "list.qml"), nullptr);
+    EXPECT_EQ(win->View()->OrvickView()->Songs(), 1) << "nothing was opened";
+}
+
+TEST_F(QuillWinTest, NewAndOpenAskToSaveAChangedListAndCancelKeepsIt) {
+    fs::path list = Playlist("list.qml", {Song("a.mid")});
+    fs::path other = Playlist("other.qml", {Song("b.mid"), Song("c.mid")});
+    auto win = MakeWin();
+    TOrvickView* view = win->View()->OrvickView();
+    std::vector<std::string> asked;
+    view->SetAskSaveFn([&](const TQuillSItem& row) {
+        asked.push_back(row.EntryRef().filename().string());
+        return TOrvickView::TSaveAnswer::kCancel;
+    });
+    win->OpenListFolderFileRqtd(list, false);
+    win->OpenListFolderFileRqtd(Song("d.mid"), true);  // File > Add changes the list
+    ASSERT_EQ(view->Songs(), 2);
+
+    item(top_menu(*win, "Menu_File"), "MItem_New")->trigger();
+    QCoreApplication::sendPostedEvents();
+    EXPECT_EQ(asked, std::vector<std::string>{"list.qml"});
+    EXPECT_EQ(view->Songs(), 2) << "cancelled: the changed list stays";
+
+    win->OpenListFolderFileRqtd(other, false);
+    EXPECT_EQ(asked.size(), 2u);
+    EXPECT_EQ(view->Songs(), 2);
+    EXPECT_EQ(static_cast<TQuillSItem*>(view->topLevelItem(0))->EntryRef(), list);
+
+    // No: the list is given up and the other one opens.
+    view->SetAskSaveFn([&](const TQuillSItem&) { return TOrvickView::TSaveAnswer::kNo; });
+    win->OpenListFolderFileRqtd(other, false);
+    EXPECT_EQ(static_cast<TQuillSItem*>(view->topLevelItem(0))->EntryRef(), other);
+}
+
+TEST_F(QuillWinTest, NewAsksAboutANeverSavedListThatHoldsSongs) {
+    auto win = MakeWin();
+    TOrvickView* view = win->View()->OrvickView();
+    int asked = 0;
+    view->SetAskSaveFn([&](const TQuillSItem&) {
+        ++asked;
+        return TOrvickView::TSaveAnswer::kCancel;
+    });
+    win->MItemNewClicked();
+    EXPECT_EQ(asked, 0) << "an empty new list holds nothing to lose";
+    win->OpenListFolderFileRqtd(Song("a.mid"), true);
+    win->MItemNewClicked();
+    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(view->Songs(), 1);
+    EXPECT_FALSE(static_cast<TQuillSItem*>(view->topLevelItem(0))->Modified())
+        << "kept at quit anyway: quitting need not ask about it";
+}
+
+TEST_F(QuillWinTest, ARecentListWhoseFileIsGoneLeavesThePlaylistAsItIs) {
+    fs::path list = Playlist("list.qml", {Song("a.mid")});
+    fs::path gone = Playlist("gone.qml", {Song("b.mid")});
+    auto win = MakeWin();
+    win->OpenListFolderFileRqtd(gone, false);
+    win->OpenListFolderFileRqtd(list, false);
+    TOrvickView* view = win->View()->OrvickView();
+    ASSERT_TRUE(view->AddListFolderFileToTopLevel(Song("c.mid")));
+    bool asked = false;
+    view->SetAskSaveFn([&](const TQuillSItem&) {
+        asked = true;
+        return TOrvickView::TSaveAnswer::kNo;
+    });
+    fs::remove(gone);
+    recent_item(*win, "Menu_Open", "gone.qml")->trigger();
+    QCoreApplication::sendPostedEvents();
+    EXPECT_FALSE(asked) << "nothing would replace the list";
+    EXPECT_EQ(view->Songs(), 2);
+    EXPECT_EQ(static_cast<TQuillSItem*>(view->topLevelItem(0))->EntryRef(), list);
+    auto* status = win->findChild<QLabel*>("StatBar");
+    EXPECT_TRUE(status->text().contains("gone.qml")) << status->text().toStdString();
 }
