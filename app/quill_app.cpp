@@ -264,16 +264,24 @@ void TQuillApp::TransferMessage(const veldan::TMessage& message, QObject* window
 void TQuillApp::LoadLanguage() {
     veldan::TLLT& texts = language_table();
     texts = veldan::TLLT();
+    veldan::TLLT builtin;
+    builtin.LoadResource(QString::fromUtf8(quill::kBuiltinLanguagePath));
     const std::string& file = pref().languageFile;
     if (file.empty()) {
-        texts.LoadResource(QString::fromUtf8(quill::kBuiltinLanguagePath));
+        texts = builtin;
         return;
     }
     fs::path path = find_lang_file(LanguageFolders(), file);
     if (path.empty()) path = fExeFolder / kLanguageFolder / file;  // named in the alert
-    if (texts.Load(path.c_str()) != 0)
+    if (texts.Load(path.c_str()) != 0) {
         veldan::show_alert(kNoLanguageCaption, (kNoLanguageText + path.string()).c_str(),
                            kNoLanguageButton, nullptr, nullptr, 0, veldan::TAlertType::kWarning);
+        // Better than the empty table the original left: every menu would be blank.
+        texts = builtin;
+        return;
+    }
+    // A translation made for an older version lacks the newer texts.
+    texts.AddMissingTexts(builtin);
 }
 
 void TQuillApp::SetNodeMonitorLanguage() {

@@ -255,6 +255,22 @@ TEST_F(QuillAppTest, AMissingLanguageFileIsToldInTheFixedAlertAndTheProgramGoesO
                          "|U - Understand");
     EXPECT_TRUE(app->IsRunning());
     EXPECT_TRUE(app->MainWin()->isVisible());
+    QStringList menus;
+    for (QAction* menu : app->MainWin()->menuBar()->actions()) menus << menu->text();
+    EXPECT_EQ(menus, QStringList({"File", "Play", "MIDI OUT", "Tools", "Help"}))
+        << "the built-in texts stand in";
+}
+
+TEST_F(QuillAppTest, ATranslationThatLacksTextsShowsTheBuiltInOnesForThem) {
+    fExe.Write("Language/Partial.llt",
+               std::string("[Informations]\nHeader = LLT File Format 100\nLanguage = Partial\n"
+                           "[Data]\nMenu_File = Datei\n"));
+    pref().languageFile = "Partial.llt";
+    auto app = Start();
+    QStringList menus;
+    for (QAction* menu : app->MainWin()->menuBar()->actions()) menus << menu->text();
+    EXPECT_EQ(menus, QStringList({"Datei", "Play", "MIDI OUT", "Tools", "Help"}));
+    EXPECT_EQ(language_table().LanguageName(), "Partial");
 }
 
 // Answers the next alert with its default button and gives its text.
