@@ -325,11 +325,15 @@ void TQuillApp::LanguageChanged() {
 void TQuillApp::LanguageFileDropped(const veldan::TMessage& message) {
     fs::path source;
     if (!message.FindRef(TPrefView::kRefsField, &source)) return;
-    fs::path folder = lang_drop_folder(LanguageFolders());
+    const fs::path folder = lang_drop_folder(LanguageFolders(), source.filename().string());
+    const fs::path target = folder / source.filename();
     std::error_code error;
+    // A file dropped from where it already lies is chosen as it is: copying a file onto
+    // itself fails.
+    const bool inPlace = !folder.empty() && fs::equivalent(source, target, error);
     if (folder.empty() ||
-        !fs::copy_file(source, folder / source.filename(), fs::copy_options::overwrite_existing,
-                       error)) {
+        (!inPlace &&
+         !fs::copy_file(source, target, fs::copy_options::overwrite_existing, error))) {
         ShowStatus(language_table().Text(kStatCannotAddLanguage) + source.filename().string());
         return;
     }

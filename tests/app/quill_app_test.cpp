@@ -236,6 +236,30 @@ TEST_F(QuillAppTest, ALanguageDroppedOnAnInstalledProgramGoesToTheUsersFolder) {
     EXPECT_EQ(first_menu(*again), QString::fromUtf8("ファイル"));
 }
 
+TEST_F(QuillAppTest, DroppingALanguageFileThatAlreadyLiesInTheLanguageFolderChoosesIt) {
+    auto app = Start();
+    veldan::TMessage message(TQuillApp::kMsgLanguageFileDropped);
+    message.AddRef(TPrefView::kRefsField, fExe.Path() / "Language" / "Japanese.llt");
+    veldan::post_message(app.get(), message);
+    EXPECT_TRUE(process_until([&] { return first_menu(*app) == QString::fromUtf8("ファイル"); }))
+        << first_menu(*app).toStdString();
+    EXPECT_EQ(pref().languageFile, "Japanese.llt");
+    EXPECT_GT(fs::file_size(fExe.Path() / "Language" / "Japanese.llt"), 0u);
+}
+
+TEST_F(QuillAppTest, ADroppedLanguageIsNotHiddenByAnOlderCopyOfTheSameNameInTheUsersFolder) {
+    // An English copy named Mine.llt, added when the program's folder could not be written.
+    const fs::path user = fData.Path() / "quillmidi/Language";
+    fs::create_directories(user);
+    fs::copy_file(fExe.Path() / "Language" / "English.llt", user / "Mine.llt");
+    auto app = Start();
+    TTempDir elsewhere;
+    drop_language(*app, elsewhere);  // a Japanese Mine.llt
+    EXPECT_TRUE(process_until([&] { return first_menu(*app) == QString::fromUtf8("ファイル"); }))
+        << first_menu(*app).toStdString();
+    EXPECT_EQ(pref().languageFile, "Mine.llt");
+}
+
 TEST_F(QuillAppTest, AMissingLanguageFileIsToldInTheFixedAlertAndTheProgramGoesOn) {
     pref().languageFile = "Gone.llt";
     // The alert comes while the application is being made: a timer looks for it.
