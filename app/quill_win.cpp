@@ -98,6 +98,12 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
         if (chosen.isEmpty()) return std::nullopt;
         return fs::path(chosen.toStdString());
     };
+    // Every save, from the menu, the pop-up menu or the questions at quit, makes the list
+    // the newest recent one.
+    fView->OrvickView()->SetSavedFn([this](const TQuillSItem& list) {
+        fMRUF.AddMRUF(list.EntryRef().string());
+        GenerateMenuMRUF();
+    });
     fMRUF.SetShowSC(true);
     fMRUF.SetMaxMRUF(kMaxRecentLists);
     if (fs::path entry; settings_entry(kMRUPlaylistsFile, &entry)) fMRUF.Load(entry);
@@ -434,8 +440,6 @@ void TQuillWin::MItemSaveClicked(bool saveAs) {
     save.AddInt32(TOrvickView::kListIdField, first->ListId());
     TOrvickView* list = fView->OrvickView();
     if (!(saveAs ? list->SaveListAs(save) : list->SaveList(save))) return;
-    fMRUF.AddMRUF(first->EntryRef().string());
-    GenerateMenuMRUF();
     fView->UpdateWinTitle();
 }
 

@@ -529,3 +529,30 @@ TEST_F(QuillWinTest, ARecentListWhoseFileIsGoneLeavesThePlaylistAsItIs) {
     auto* status = win->findChild<QLabel*>("StatBar");
     EXPECT_TRUE(status->text().contains("gone.qml")) << status->text().toStdString();
 }
+
+TEST_F(QuillWinTest, SavesFromThePopUpMenuAndAtQuitMakeTheListTheNewestRecentOne) {
+    fs::path list = Playlist("list.qml", {Song("a.mid")});
+    fs::path other = Playlist("other.qml", {Song("b.mid")});
+    auto win = MakeWin();
+    TOrvickView* view = win->View()->OrvickView();
+    win->OpenListFolderFileRqtd(list, false);
+    win->OpenListFolderFileRqtd(other, false);
+    win->OpenListFolderFileRqtd(Song("c.mid"), true);
+    ASSERT_EQ(win->RecentLists().MRUFAt(0), other.string());
+    // The recent order changes without a save; then the pop-up menu's save brings it back.
+    win->RecentLists().AddMRUF(list.string());
+    view->topLevelItem(0)->setSelected(true);
+    view->PopupSaveListClicked();
+    EXPECT_EQ(win->RecentLists().MRUFAt(0), other.string()) << "the pop-up menu's save";
+
+    win->RecentLists().AddMRUF(list.string());
+    win->OpenListFolderFileRqtd(Song("d.mid"), true);
+    view->SetAskSaveFn([](const TQuillSItem&) { return TOrvickView::TSaveAnswer::kYes; });
+    EXPECT_TRUE(win->QuitRequested());
+    EXPECT_EQ(win->RecentLists().MRUFAt(0), other.string()) << "the save at quit";
+    fs::path stored;
+    ASSERT_TRUE(settings_entry(kMRUPlaylistsFile, &stored));
+    TMRUF again;
+    ASSERT_TRUE(again.Load(stored));
+    EXPECT_EQ(again.MRUFAt(0), other.string());
+}
