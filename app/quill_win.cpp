@@ -567,11 +567,32 @@ void TQuillWin::FitHeightToList() {
 }
 
 void TQuillWin::SetDeskBarTitleRqtd(const std::string& title) {
-    // The window title names the playlist; the song goes where the desktop shows the
-    // program in its task list and tray.
+    // The song goes where the desktop shows the program: its task list reads the window
+    // title (the icon text alone reaches no taskbar), and the tray where there is one.
+    const bool hasSong = fView->OrvickView()->Song(fView->CurSongIdx()) != nullptr;
+    fSongTitle = hasSong ? title : std::string();
     setWindowIconText(qs(title));
+    ShowWinTitle();
     if (fTray) fTray->setToolTip(qs(title));
     if (fPlayerChanged) fPlayerChanged(TQuillView::kMsgDeskBarTitle);
+}
+
+void TQuillWin::ShowWinTitle() {
+    if (fShowingTitle) return;
+    fShowingTitle = true;
+    std::string title = fView->WinTitle();
+    // A cleared playlist has no current song, though no new title came for it.
+    if (!fSongTitle.empty() && fView->OrvickView()->Song(fView->CurSongIdx()))
+        title = fSongTitle + " - " + title;
+    setWindowTitle(qs(title));
+    fShowingTitle = false;
+}
+
+void TQuillWin::changeEvent(QEvent* event) {
+    // The main view names the list in the title whenever the list changes; the song is
+    // put back in front of it.
+    if (event->type() == QEvent::WindowTitleChange) ShowWinTitle();
+    TMessageHandler<QMainWindow>::changeEvent(event);
 }
 
 void TQuillWin::ShowTrayIcon() {

@@ -126,11 +126,14 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
 
   protected:
     void closeEvent(QCloseEvent* event) override;
+    void changeEvent(QEvent* event) override;
     // Delete or Backspace on a highlighted item of the recent menus.
     bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
     void ShowTrayIcon();
+    // "Song - List - Quill MIDI" while a song is current, else the main view's title.
+    void ShowWinTitle();
     void CreateMenu();
     QMenu* CreateMenuFile();
     QMenu* CreateMenuPlay();
@@ -176,4 +179,6 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     int fExpandedHeight = 0;
     // Only where the desktop has a tray: its tool tip names the song.
     QSystemTrayIcon* fTray = nullptr;
+    std::string fSongTitle;  // of the current song; empty when there is none
+    bool fShowingTitle = false;
 };

@@ -556,3 +556,25 @@ TEST_F(QuillWinTest, SavesFromThePopUpMenuAndAtQuitMakeTheListTheNewestRecentOne
     ASSERT_TRUE(again.Load(stored));
     EXPECT_EQ(again.MRUFAt(0), other.string());
 }
+
+TEST_F(QuillWinTest, TheWindowTitleNamesTheCurrentSongBeforeTheList) {
+    fs::path list = Playlist("list.qml", {Song("a.mid")});
+    auto win = MakeWin();
+    win->OpenListFolderFileRqtd(list, false);
+    const QString expected = QString::fromStdString("Tune - " + win->View()->WinTitle());
+    ASSERT_TRUE(process_until([&] { return win->windowTitle() == expected; }))
+        << win->windowTitle().toStdString();
+    // The list's name changes (a save under another name): the song stays in front.
+    const fs::path renamed = fTemp.Path() / "renamed.qml";
+    win->View()->OrvickView()->SetSavePanelFn([&](const TQuillSItem&) { return renamed; });
+    win->MItemSaveClicked(true);
+    ASSERT_TRUE(process_until([&] {
+        return win->windowTitle().toStdString() == "Tune - " + win->View()->WinTitle();
+    })) << win->windowTitle().toStdString();
+    EXPECT_TRUE(win->windowTitle().contains("renamed"));
+
+    win->MItemNewClicked();
+    ASSERT_TRUE(process_until([&] {
+        return win->windowTitle().toStdString() == win->View()->WinTitle();
+    })) << win->windowTitle().toStdString();
+}
