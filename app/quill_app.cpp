@@ -3,7 +3,9 @@
 #include <QApplication>
 #include <QFile>
 #include <QProcess>
+#include <QScreen>
 #include <QStandardPaths>
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <system_error>
@@ -53,6 +55,25 @@ QRect rect_of(const veldan::TRect& frame) {
                  QPoint(int(frame.right), int(frame.bottom)));
 }
 
+// A frame kept from a monitor that is no longer there comes back onto the primary screen.
+// One that still shows a good part of its title band on some screen stays, even partly
+// off an edge: the user may have put it there.
+QRect on_screen(QRect frame) {
+    constexpr int kGrip = 40;  // of the title band that must show, in each direction
+    const QRect band(frame.topLeft(), QSize(frame.width(), kGrip));
+    for (const QScreen* screen : QGuiApplication::screens()) {
+        const QRect shown = screen->availableGeometry().intersected(band);
+        if (shown.width() >= kGrip && shown.height() >= kGrip / 2) return frame;
+    }
+    const QScreen* primary = QGuiApplication::primaryScreen();
+    if (!primary) return frame;
+    const QRect area = primary->availableGeometry();
+    frame.setSize(frame.size().boundedTo(area.size()));
+    frame.moveTo(std::clamp(frame.left(), area.left(), area.right() - frame.width() + 1),
+                 std::clamp(frame.top(), area.top(), area.bottom() - frame.height() + 1));
+    return frame;
+}
+
 }  // namespace
 
 TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
@@ -66,6 +87,7 @@ TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     // The window opens at its expanded height whatever it was at exit.
     QRect frame = rect_of(exit_state().frame);
     frame.setHeight(int(exit_state().expandedHeight));
+    frame = on_screen(frame);
     fMainWin =
         new TQuillWin(language_table(), pref(), exit_state(), this, fExeFolder / kLoaderFolder);
     fMainWin->setGeometry(frame);

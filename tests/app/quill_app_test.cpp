@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <QLabel>
+#include <QScreen>
 #include <QMenu>
 #include <QMenuBar>
 #include <QAbstractButton>
@@ -185,6 +186,24 @@ TEST_F(QuillAppTest, QuittingAndStartingAgainRestoresTheSameState) {
     EXPECT_TRUE(view->Chain().PublicOut(1)->IsConnected(&recorder));
     EXPECT_EQ(view->Chain().PublicOut(0)->Connections().size(), 1u);  // the synthesizer
     EXPECT_EQ(app->MainWin()->geometry(), QRect(40, 60, 640, 420));
+}
+
+TEST_F(QuillAppTest, AFrameLeftOnAMonitorThatIsGoneComesBackOnScreen) {
+    exit_state().frame = veldan::TRect{5000, 4000, 5399, 4299};
+    exit_state().expandedHeight = 300;
+    auto app = Start();
+    const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
+    const QRect frame = app->MainWin()->geometry();
+    EXPECT_TRUE(screen.contains(frame.topLeft())) << frame.x() << "," << frame.y();
+    EXPECT_EQ(frame.height(), 300) << "the size is kept";
+
+    // A frame partly off a screen edge stays where the user put it.
+    app->Quit();
+    app.reset();
+    exit_state().frame = veldan::TRect{float(screen.right() - 200), 40,
+                                       float(screen.right() + 199), 339};
+    auto again = Start();
+    EXPECT_EQ(again->MainWin()->geometry().topLeft(), QPoint(screen.right() - 200, 40));
 }
 
 TEST_F(QuillAppTest, ALanguageChangeReachesTheMenus) {
