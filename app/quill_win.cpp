@@ -64,7 +64,8 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
       fTexts(texts),
       fPrefs(prefs),
       fExitState(exitState),
-      fApplication(application) {
+      fApplication(application),
+      fPanelFolder(exitState.panelFolder) {
     setObjectName("QuillWin");
     menuBar()->setObjectName("MenuBar");
     fView = new TQuillView(texts, prefs, loaderFolder, this);
@@ -84,7 +85,13 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
             add = true;
         }
     });
-    fOpenPanel->setDirectory(qs(exitState.panelFolder));
+    // Both panels start in the last folder either one showed.
+    fOpenPanel->setDirectory(qs(fPanelFolder.string()));
+    connect(fOpenPanel, &QDialog::finished, this, [this] {
+        fPanelFolder = fOpenPanel->directory().absolutePath().toStdString();
+    });
+    fView->OrvickView()->SetSavePanelFn(
+        [this](const TQuillSItem& list) { return RunSavePanel(list); });
 
     fAsk = [this](const std::string& text) {
         return veldan::show_alert(fTexts.Text("Alert_Caption"), text.c_str(),
@@ -366,8 +373,30 @@ void TQuillWin::LabelFilePanels() {
 void TQuillWin::ShowOpenPanel(bool add) {
     fOpenPanelAdds = add;
     LabelFilePanels();
+    fOpenPanel->setDirectory(qs(fPanelFolder.string()));
     fOpenPanel->show();
     fOpenPanel->raise();
+}
+
+std::optional<fs::path> TQuillWin::RunSavePanel(const TQuillSItem& list) {
+    QFileDialog panel(this, fTexts.Text("Save_Panel_Title"));
+    panel.setObjectName("SavePanel");
+    panel.setOption(QFileDialog::DontUseNativeDialog);
+    panel.setAcceptMode(QFileDialog::AcceptSave);
+    panel.setFileMode(QFileDialog::AnyFile);
+    // A list with a file of its own is saved beside it; any other starts in the last folder.
+    const bool ownFolder = !list.UnnamedNewList() && !list.EntryRef().empty();
+    panel.setDirectory(qs((ownFolder ? list.EntryRef().parent_path() : fPanelFolder).string()));
+    // A folder's name may hold a full stop that is no extension.
+    fs::path name(list.ExpFName(fTexts));
+    if (list.Kind() != kFmtFolderList) name.replace_extension();
+    name += TOrvickView::kPlaylistExtension;
+    panel.selectFile(qs(name.string()));
+    const bool accepted = panel.exec() == QDialog::Accepted && !panel.selectedFiles().isEmpty();
+    fPanelFolder = panel.directory().absolutePath().toStdString();
+    fOpenPanel->setDirectory(qs(fPanelFolder.string()));
+    if (!accepted) return std::nullopt;
+    return fs::path(panel.selectedFiles().front().toStdString());
 }
 
 bool TQuillWin::LoadListFolderFile(const fs::path& ref, bool add) {
@@ -420,7 +449,6 @@ bool TQuillWin::OpenListFolderFileRqtd(const fs::path& ref, bool add) {
         fMRUF.AddMRUF(ref.string());
         GenerateMenuMRUF();
     }
-    fOpenPanel->setDirectory(qs(ref.parent_path().string()));
     return true;
 }
 
@@ -515,7 +543,7 @@ void TQuillWin::WriteExitState() {
     fExitState.frame = frame_of(geometry());
     fExitState.listShown = fView->IsListShown();
     fExitState.expandedHeight = float(fView->IsListShown() ? height() : fExpandedHeight);
-    fExitState.panelFolder = fOpenPanel->directory().absolutePath().toStdString();
+    fExitState.panelFolder = fPanelFolder.string();
     fExitState.playMode = fView->PlayMode();
     fExitState.currentSongIndex = std::max(0, fView->CurSongIdx());
     fExitState.mainListFile = MainListFileForExit();

@@ -30,6 +30,7 @@ class QMenu;
 class QActionGroup;
 class QSystemTrayIcon;
 class TExitState;
+class TQuillSItem;
 class TPref;
 
 namespace veldan {
@@ -151,6 +152,9 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     // Before the playlist is replaced; false when the user cancelled.
     bool AskSaveChangedLists();
     void LabelFilePanels();
+    // Where to save list; none when the user cancelled. Wherever it ends, the open panel
+    // starts there next.
+    std::optional<std::filesystem::path> RunSavePanel(const TQuillSItem& list);
     void SaveRecentLists() const;
     void ConnectByNames(int port, const std::vector<std::string>& names);
     // true when ref was a playlist file that now is the list or part of it.
@@ -171,6 +175,8 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     std::array<QMenu*, 2> fMenuMidiOut{};
     QFileDialog* fOpenPanel = nullptr;
     bool fOpenPanelAdds = false;
+    // Shared by the open and save panels, and kept in the exit state.
+    std::filesystem::path fPanelFolder;
     TMRUF fMRUF;
     TAskFn fAsk;
     TPlayerChangeFn fPlayerChanged;

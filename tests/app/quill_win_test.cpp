@@ -578,3 +578,70 @@ TEST_F(QuillWinTest, TheWindowTitleNamesTheCurrentSongBeforeTheList) {
         return win->windowTitle().toStdString() == win->View()->WinTitle();
     })) << win->windowTitle().toStdString();
 }
+
+namespace {
+
+// The folder the next save panel starts in; it is cancelled, or saves to the file named
+// in that folder when one is given.
+class TSavePanelSpy {
+  public:
+    explicit TSavePanelSpy(std::string saveAs = {}) : fSaveAs(std::move(saveAs)) {
+        QObject::connect(&fWatcher, &QTimer::timeout, [this] {
+            auto* panel = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+            if (!panel || panel->objectName() != "SavePanel") return;
+            fWatcher.stop();
+            folder = panel->directory().absolutePath().toStdString();
+            if (fSaveAs.empty()) {
+                panel->reject();
+                return;
+            }
+            panel->selectFile(QString::fromStdString(fSaveAs));
+            QMetaObject::invokeMethod(panel, "accept");
+        });
+        fWatcher.start(10);
+    }
+    std::string folder;
+
+  private:
+    std::string fSaveAs;
+    QTimer fWatcher;
+};
+
+}  // namespace
+
+TEST_F(QuillWinTest, TheOpenAndSavePanelsShareTheLastFolderAndARestoredListKeepsIt) {
+    const fs::path music = fTemp.Path() / "music";
+    const fs::path lists = fTemp.Path() / "lists";
+    const fs::path elsewhere = fTemp.Path() / "elsewhere";
+    for (const fs::path& folder : {music, lists, elsewhere}) fs::create_directories(folder);
+    fExitState.version = kAppVersion;
+    fExitState.panelFolder = music.string();
+    fExitState.mainListFile = Playlist("elsewhere/list.qml", {Song("a.mid")}).string();
+    auto win = MakeWin();
+    win->RestoreExitState();
+    EXPECT_EQ(win->OpenPanel()->directory().absolutePath().toStdString(), music.string())
+        << "the restored list's folder is not the last folder used";
+
+    // An unnamed list's Save As starts in the last folder, not the working folder.
+    win->MItemNewClicked();
+    {
+        TSavePanelSpy spy;
+        win->MItemSaveClicked(true);
+        EXPECT_EQ(spy.folder, music.string());
+    }
+
+    // The open panel shows another folder and is closed: the save panel starts there.
+    std::string failure;
+    win->View()->OrvickView()->SetFailureFn([&](const std::string& text) { failure = text; });
+    win->OpenPanel()->setDirectory(QString::fromStdString(lists.string()));
+    win->OpenPanel()->open();
+    win->OpenPanel()->reject();
+    {
+        TSavePanelSpy spy((lists / "new.qml").string());
+        win->MItemSaveClicked(true);
+        EXPECT_EQ(spy.folder, lists.string());
+    }
+    ASSERT_TRUE(fs::exists(lists / "new.qml")) << failure;
+    win->WriteExitState();
+    EXPECT_EQ(fExitState.panelFolder, lists.string());
+}
