@@ -10,6 +10,7 @@
 #include <QMenuBar>
 #include <QScreen>
 #include <QSystemTrayIcon>
+#include <algorithm>
 #include <system_error>
 
 #include "app/settings/exit_state.h"
@@ -56,6 +57,28 @@ veldan::TRect frame_of(const QRect& rect) {
                          float(rect.bottom())};
 }
 
+// Open and Add take folders as well as files, so the panel's button takes a chosen folder
+// instead of entering it; a double click still enters it.
+class TOpenPanel : public QFileDialog {
+  public:
+    using QFileDialog::QFileDialog;
+
+  protected:
+    void accept() override {
+        const QStringList chosen = selectedFiles();
+        const bool folder = std::any_of(chosen.begin(), chosen.end(), [](const QString& path) {
+            std::error_code error;
+            return fs::is_directory(fs::path(path.toStdString()), error);
+        });
+        if (!folder) {
+            QFileDialog::accept();
+            return;
+        }
+        emit filesSelected(chosen);
+        QDialog::accept();
+    }
+};
+
 }  // namespace
 
 TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& exitState,
@@ -74,7 +97,7 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
     fView->OrvickView()->SetAutoSortKind(prefs.autoSortKind);
     setCentralWidget(fView);
 
-    fOpenPanel = new QFileDialog(this);
+    fOpenPanel = new TOpenPanel(this);
     fOpenPanel->setOption(QFileDialog::DontUseNativeDialog);
     fOpenPanel->setFileMode(QFileDialog::ExistingFiles);
     connect(fOpenPanel, &QFileDialog::filesSelected, this, [this](const QStringList& files) {

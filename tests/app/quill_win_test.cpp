@@ -8,7 +8,11 @@
 
 #include <QAction>
 #include <QMenu>
+#include <QDialogButtonBox>
+#include <QFileSystemModel>
 #include <QLabel>
+#include <QListView>
+#include <QPushButton>
 #include <QMenuBar>
 #include <QProgressDialog>
 #include <QTimer>
@@ -644,4 +648,41 @@ TEST_F(QuillWinTest, TheOpenAndSavePanelsShareTheLastFolderAndARestoredListKeeps
     ASSERT_TRUE(fs::exists(lists / "new.qml")) << failure;
     win->WriteExitState();
     EXPECT_EQ(fExitState.panelFolder, lists.string());
+}
+
+TEST_F(QuillWinTest, TheOpenPanelTakesAFolder) {
+    const fs::path folder = fTemp.Path() / "album";
+    fs::create_directories(folder);
+    Song("album/one.mid");
+    Song("album/two.mid");
+    // Folders are read by the folder loader, as in the installed program.
+    fs::copy_file(FOLDER_LOADER_PLUGIN, fLoaders / fs::path(FOLDER_LOADER_PLUGIN).filename());
+    auto win = MakeWin();
+    win->show();
+    win->MessageReceived(std::make_unique<veldan::TMessage>(TQuillWin::kMsgAdd).get());
+    QFileDialog* panel = win->OpenPanel();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(panel));
+    panel->setDirectory(QString::fromStdString(fTemp.Path().string()));
+    // As a user picks it: one click on the folder in the panel's list.
+    auto* files = panel->findChild<QListView*>("listView");
+    auto* model = panel->findChild<QFileSystemModel*>();
+    ASSERT_TRUE(files && model);
+    QModelIndex album;
+    ASSERT_TRUE(process_until([&] {
+        album = model->index(QString::fromStdString(folder.string()));
+        return album.isValid() && !files->visualRect(album).isEmpty();
+    }));
+    QTest::mouseClick(files->viewport(), Qt::LeftButton, Qt::NoModifier,
+                      files->visualRect(album).center());
+    auto* buttons = panel->findChild<QDialogButtonBox*>();
+    ASSERT_NE(buttons, nullptr);
+    QPushButton* accept = buttons->button(QDialogButtonBox::Open);
+    ASSERT_NE(accept, nullptr);
+    ASSERT_TRUE(process_until([&] { return accept->isEnabled(); }))
+        << accept->text().toStdString() << " " << panel->selectedFiles().join(",").toStdString();
+    accept->click();
+    EXPECT_TRUE(process_until([&] { return win->View()->OrvickView()->Songs() == 2; }))
+        << win->View()->OrvickView()->Songs() << " songs; panel in "
+        << panel->directory().absolutePath().toStdString();
+    EXPECT_FALSE(panel->isVisible());
 }
