@@ -11,6 +11,7 @@
 #include <QDialogButtonBox>
 #include <QFileSystemModel>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListView>
 #include <QPushButton>
 #include <QMenuBar>
@@ -585,8 +586,8 @@ TEST_F(QuillWinTest, TheWindowTitleNamesTheCurrentSongBeforeTheList) {
 
 namespace {
 
-// The folder the next save panel starts in; it is cancelled, or saves to the file named
-// in that folder when one is given.
+// The folder the next save panel starts in; it is cancelled, or saves under the name given
+// in that folder.
 class TSavePanelSpy {
   public:
     explicit TSavePanelSpy(std::string saveAs = {}) : fSaveAs(std::move(saveAs)) {
@@ -599,7 +600,10 @@ class TSavePanelSpy {
                 panel->reject();
                 return;
             }
-            panel->selectFile(QString::fromStdString(fSaveAs));
+            // Typed, as a user does: selectFile leaves a focused name field alone.
+            auto* name = panel->findChild<QLineEdit*>("fileNameEdit");
+            ASSERT_NE(name, nullptr);
+            name->setText(QString::fromStdString(fSaveAs));
             QMetaObject::invokeMethod(panel, "accept");
         });
         fWatcher.start(10);
@@ -641,7 +645,7 @@ TEST_F(QuillWinTest, TheOpenAndSavePanelsShareTheLastFolderAndARestoredListKeeps
     win->OpenPanel()->open();
     win->OpenPanel()->reject();
     {
-        TSavePanelSpy spy((lists / "new.qml").string());
+        TSavePanelSpy spy("new.qml");
         win->MItemSaveClicked(true);
         EXPECT_EQ(spy.folder, lists.string());
     }
