@@ -690,3 +690,13 @@ TEST_F(QuillWinTest, TheOpenPanelTakesAFolder) {
         << panel->directory().absolutePath().toStdString();
     EXPECT_FALSE(panel->isVisible());
 }
+
+TEST_F(QuillWinTest, OpeningSeveralFilesFromThePanelKeepsThemAll) {
+    const fs::path a = Song("a.mid");
+    const fs::path b = Song("b.mid");
+    auto win = MakeWin();
+    win->MessageReceived(std::make_unique<veldan::TMessage>(TQuillWin::kMsgOpen).get());
+    emit win->OpenPanel()->filesSelected(
+        {QString::fromStdString(a.string()), QString::fromStdString(b.string())});
+    EXPECT_EQ(win->View()->OrvickView()->Songs(), 2) << "the second file does not replace the first";
+}
