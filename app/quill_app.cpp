@@ -354,8 +354,7 @@ void TQuillApp::LanguageFileDropped(const veldan::TMessage& message) {
     // itself fails.
     const bool inPlace = !folder.empty() && fs::equivalent(source, target, error);
     if (folder.empty() ||
-        (!inPlace &&
-         !fs::copy_file(source, target, fs::copy_options::overwrite_existing, error))) {
+        (!inPlace && !fs::copy_file(source, target, fs::copy_options::overwrite_existing, error))) {
         ShowStatus(language_table().Text(kStatCannotAddLanguage) + source.filename().string());
         return;
     }

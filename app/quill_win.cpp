@@ -2,9 +2,9 @@
 
 #include <QActionGroup>
 #include <QApplication>
-#include <QKeyEvent>
 #include <QCloseEvent>
 #include <QGuiApplication>
+#include <QKeyEvent>
 #include <QLayout>
 #include <QMenu>
 #include <QMenuBar>
@@ -110,9 +110,8 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
     });
     // Both panels start in the last folder either one showed.
     fOpenPanel->setDirectory(qs(fPanelFolder.string()));
-    connect(fOpenPanel, &QDialog::finished, this, [this] {
-        fPanelFolder = fOpenPanel->directory().absolutePath().toStdString();
-    });
+    connect(fOpenPanel, &QDialog::finished, this,
+            [this] { fPanelFolder = fOpenPanel->directory().absolutePath().toStdString(); });
     fView->OrvickView()->SetSavePanelFn(
         [this](const TQuillSItem& list) { return RunSavePanel(list); });
 
