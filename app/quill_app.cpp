@@ -3,7 +3,9 @@
 #include <QApplication>
 #include <QFile>
 #include <QProcess>
+#include <QScreen>
 #include <QStandardPaths>
+#include <algorithm>
 #include <cstdlib>
 #include <system_error>
 
@@ -52,6 +54,25 @@ QRect rect_of(const veldan::TRect& frame) {
                  QPoint(int(frame.right), int(frame.bottom)));
 }
 
+// A frame kept from a monitor that is no longer there comes back onto the primary screen.
+// One that still shows a good part of its title band on some screen stays, even partly
+// off an edge: the user may have put it there.
+QRect on_screen(QRect frame) {
+    constexpr int kGrip = 40;  // of the title band that must show, in each direction
+    const QRect band(frame.topLeft(), QSize(frame.width(), kGrip));
+    for (const QScreen* screen : QGuiApplication::screens()) {
+        const QRect shown = screen->availableGeometry().intersected(band);
+        if (shown.width() >= kGrip && shown.height() >= kGrip / 2) return frame;
+    }
+    const QScreen* primary = QGuiApplication::primaryScreen();
+    if (!primary) return frame;
+    const QRect area = primary->availableGeometry();
+    frame.setSize(frame.size().boundedTo(area.size()));
+    frame.moveTo(std::clamp(frame.left(), area.left(), area.right() - frame.width() + 1),
+                 std::clamp(frame.top(), area.top(), area.bottom() - frame.height() + 1));
+    return frame;
+}
+
 }  // namespace
 
 TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
@@ -64,6 +85,7 @@ TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     // The window opens at its expanded height whatever it was at exit.
     QRect frame = rect_of(exit_state().frame);
     frame.setHeight(int(exit_state().expandedHeight));
+    frame = on_screen(frame);
     fMainWin =
         new TQuillWin(language_table(), pref(), exit_state(), this, fExeFolder / kLoaderFolder);
     fMainWin->setGeometry(frame);
@@ -264,16 +286,24 @@ void TQuillApp::TransferMessage(const veldan::TMessage& message, QObject* window
 void TQuillApp::LoadLanguage() {
     veldan::TLLT& texts = language_table();
     texts = veldan::TLLT();
+    veldan::TLLT builtin;
+    builtin.LoadResource(QString::fromUtf8(quill::kBuiltinLanguagePath));
     const std::string& file = pref().languageFile;
     if (file.empty()) {
-        texts.LoadResource(QString::fromUtf8(quill::kBuiltinLanguagePath));
+        texts = builtin;
         return;
     }
     fs::path path = find_lang_file(LanguageFolders(), file);
     if (path.empty()) path = fExeFolder / kLanguageFolder / file;  // named in the alert
-    if (texts.Load(path.c_str()) != 0)
+    if (texts.Load(path.c_str()) != 0) {
         veldan::show_alert(kNoLanguageCaption, (kNoLanguageText + path.string()).c_str(),
                            kNoLanguageButton, nullptr, nullptr, 0, veldan::TAlertType::kWarning);
+        // Better than the empty table the original left: every menu would be blank.
+        texts = builtin;
+        return;
+    }
+    // A translation made for an older version lacks the newer texts.
+    texts.AddMissingTexts(builtin);
 }
 
 void TQuillApp::SetNodeMonitorLanguage() {
@@ -317,11 +347,14 @@ void TQuillApp::LanguageChanged() {
 void TQuillApp::LanguageFileDropped(const veldan::TMessage& message) {
     fs::path source;
     if (!message.FindRef(TPrefView::kRefsField, &source)) return;
-    fs::path folder = lang_drop_folder(LanguageFolders());
+    const fs::path folder = lang_drop_folder(LanguageFolders(), source.filename().string());
+    const fs::path target = folder / source.filename();
     std::error_code error;
+    // A file dropped from where it already lies is chosen as it is: copying a file onto
+    // itself fails.
+    const bool inPlace = !folder.empty() && fs::equivalent(source, target, error);
     if (folder.empty() ||
-        !fs::copy_file(source, folder / source.filename(), fs::copy_options::overwrite_existing,
-                       error)) {
+        (!inPlace && !fs::copy_file(source, target, fs::copy_options::overwrite_existing, error))) {
         ShowStatus(language_table().Text(kStatCannotAddLanguage) + source.filename().string());
         return;
     }

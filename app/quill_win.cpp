@@ -1,13 +1,16 @@
 #include "app/quill_win.h"
 
 #include <QActionGroup>
+#include <QApplication>
 #include <QCloseEvent>
 #include <QGuiApplication>
+#include <QKeyEvent>
 #include <QLayout>
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
 #include <QSystemTrayIcon>
+#include <algorithm>
 #include <system_error>
 
 #include "app/settings/exit_state.h"
@@ -54,6 +57,28 @@ veldan::TRect frame_of(const QRect& rect) {
                          float(rect.bottom())};
 }
 
+// Open and Add take folders as well as files, so the panel's button takes a chosen folder
+// instead of entering it; a double click still enters it.
+class TOpenPanel : public QFileDialog {
+  public:
+    using QFileDialog::QFileDialog;
+
+  protected:
+    void accept() override {
+        const QStringList chosen = selectedFiles();
+        const bool folder = std::any_of(chosen.begin(), chosen.end(), [](const QString& path) {
+            std::error_code error;
+            return fs::is_directory(fs::path(path.toStdString()), error);
+        });
+        if (!folder) {
+            QFileDialog::accept();
+            return;
+        }
+        emit filesSelected(chosen);
+        QDialog::accept();
+    }
+};
+
 }  // namespace
 
 TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& exitState,
@@ -62,7 +87,8 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
       fTexts(texts),
       fPrefs(prefs),
       fExitState(exitState),
-      fApplication(application) {
+      fApplication(application),
+      fPanelFolder(exitState.panelFolder) {
     setObjectName("QuillWin");
     menuBar()->setObjectName("MenuBar");
     fView = new TQuillView(texts, prefs, loaderFolder, this);
@@ -71,14 +97,23 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
     fView->OrvickView()->SetAutoSortKind(prefs.autoSortKind);
     setCentralWidget(fView);
 
-    fOpenPanel = new QFileDialog(this);
+    fOpenPanel = new TOpenPanel(this);
     fOpenPanel->setOption(QFileDialog::DontUseNativeDialog);
     fOpenPanel->setFileMode(QFileDialog::ExistingFiles);
     connect(fOpenPanel, &QFileDialog::filesSelected, this, [this](const QStringList& files) {
-        for (const QString& file : files)
-            OpenListFolderFileRqtd(fs::path(file.toStdString()), fOpenPanelAdds);
+        // Open replaces the playlist with the first file; the others join it.
+        bool add = fOpenPanelAdds;
+        for (const QString& file : files) {
+            if (!OpenListFolderFileRqtd(fs::path(file.toStdString()), add) && !add) return;
+            add = true;
+        }
     });
-    fOpenPanel->setDirectory(qs(exitState.panelFolder));
+    // Both panels start in the last folder either one showed.
+    fOpenPanel->setDirectory(qs(fPanelFolder.string()));
+    connect(fOpenPanel, &QDialog::finished, this,
+            [this] { fPanelFolder = fOpenPanel->directory().absolutePath().toStdString(); });
+    fView->OrvickView()->SetSavePanelFn(
+        [this](const TQuillSItem& list) { return RunSavePanel(list); });
 
     fAsk = [this](const std::string& text) {
         return veldan::show_alert(fTexts.Text("Alert_Caption"), text.c_str(),
@@ -92,6 +127,12 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
         if (chosen.isEmpty()) return std::nullopt;
         return fs::path(chosen.toStdString());
     };
+    // Every save, from the menu, the pop-up menu or the questions at quit, makes the list
+    // the newest recent one.
+    fView->OrvickView()->SetSavedFn([this](const TQuillSItem& list) {
+        fMRUF.AddMRUF(list.EntryRef().string());
+        GenerateMenuMRUF();
+    });
     fMRUF.SetShowSC(true);
     fMRUF.SetMaxMRUF(kMaxRecentLists);
     if (fs::path entry; settings_entry(kMRUPlaylistsFile, &entry)) fMRUF.Load(entry);
@@ -156,6 +197,11 @@ QMenu* TQuillWin::CreateMenuFile() {
     fMenuOpen->setObjectName("Menu_Open");
     fMenuAdd = menu->addMenu(fTexts.Text("Menu_Add"));
     fMenuAdd->setObjectName("Menu_Add");
+    for (QMenu* recent : {fMenuOpen, fMenuAdd}) {
+        // The recent items' tool tip tells how to remove one.
+        recent->setToolTipsVisible(true);
+        recent->installEventFilter(this);
+    }
     menu->addSeparator();
     AddItem(menu, "MItem_Save", veldan::TMessage(kMsgSave), this, QKeySequence("Ctrl+S"));
     // Kept: Save As answers the digit 2, not a letter.
@@ -279,6 +325,7 @@ void TQuillWin::FillRecentMenu(QMenu* menu, uint32_t what) {
         if (char key = fMRUF.ItemShortcut(i); key && opens)
             item->setShortcut(QKeySequence(QString("Ctrl+Shift+%1").arg(QChar(key))));
         std::string path = fMRUF.MRUFAt(i);
+        item->setData(qs(path));
         connect(item, &QAction::triggered, this,
                 [this, path, what] { RecentItemChosen(path, what); });
     }
@@ -288,14 +335,34 @@ void TQuillWin::FillRecentMenu(QMenu* menu, uint32_t what) {
 }
 
 void TQuillWin::RecentItemChosen(const std::string& path, uint32_t what) {
-    // Control held: the entry is to be removed, not opened.
-    if (QGuiApplication::keyboardModifiers() & Qt::ControlModifier) {
-        if (fAsk(format_text(fTexts.Text(kTextAskDelOne), path))) RemoveHistoryRqtd(path);
-        return;
-    }
+    // No held key turns this into a removal: the items' own short-cuts hold Control, so
+    // a Control gesture could not tell "open" from "remove". Delete on the item removes.
     veldan::TMessage message(what);
     message.AddRef(kRefsField, path);
     veldan::post_message(this, message);
+}
+
+bool TQuillWin::eventFilter(QObject* watched, QEvent* event) {
+    auto* menu = qobject_cast<QMenu*>(watched);
+    if (event->type() != QEvent::KeyPress || !menu || (menu != fMenuOpen && menu != fMenuAdd))
+        return TMessageHandler<QMainWindow>::eventFilter(watched, event);
+    const int key = static_cast<QKeyEvent*>(event)->key();
+    QAction* highlighted = menu->activeAction();
+    if ((key != Qt::Key_Delete && key != Qt::Key_Backspace) || !highlighted ||
+        highlighted->data().toString().isEmpty())
+        return TMessageHandler<QMainWindow>::eventFilter(watched, event);
+    // The question is a modal alert: it comes once the menus are closed.
+    for (QWidget* popup = QApplication::activePopupWidget(); popup;
+         popup = QApplication::activePopupWidget())
+        popup->close();
+    veldan::TMessage ask(kMsgAskRemoveHistory);
+    ask.AddRef(kRefsField, highlighted->data().toString().toStdString());
+    veldan::post_message(this, ask);
+    return true;
+}
+
+void TQuillWin::AskRemoveHistoryRqtd(const fs::path& ref) {
+    if (fAsk(format_text(fTexts.Text(kTextAskDelOne), ref.string()))) RemoveHistoryRqtd(ref);
 }
 
 void TQuillWin::RemoveHistoryRqtd(const fs::path& ref) {
@@ -328,8 +395,30 @@ void TQuillWin::LabelFilePanels() {
 void TQuillWin::ShowOpenPanel(bool add) {
     fOpenPanelAdds = add;
     LabelFilePanels();
+    fOpenPanel->setDirectory(qs(fPanelFolder.string()));
     fOpenPanel->show();
     fOpenPanel->raise();
+}
+
+std::optional<fs::path> TQuillWin::RunSavePanel(const TQuillSItem& list) {
+    QFileDialog panel(this, fTexts.Text("Save_Panel_Title"));
+    panel.setObjectName("SavePanel");
+    panel.setOption(QFileDialog::DontUseNativeDialog);
+    panel.setAcceptMode(QFileDialog::AcceptSave);
+    panel.setFileMode(QFileDialog::AnyFile);
+    // A list with a file of its own is saved beside it; any other starts in the last folder.
+    const bool ownFolder = !list.UnnamedNewList() && !list.EntryRef().empty();
+    panel.setDirectory(qs((ownFolder ? list.EntryRef().parent_path() : fPanelFolder).string()));
+    // A folder's name may hold a full stop that is no extension.
+    fs::path name(list.ExpFName(fTexts));
+    if (list.Kind() != kFmtFolderList) name.replace_extension();
+    name += TOrvickView::kPlaylistExtension;
+    panel.selectFile(qs(name.string()));
+    const bool accepted = panel.exec() == QDialog::Accepted && !panel.selectedFiles().isEmpty();
+    fPanelFolder = panel.directory().absolutePath().toStdString();
+    fOpenPanel->setDirectory(qs(fPanelFolder.string()));
+    if (!accepted) return std::nullopt;
+    return fs::path(panel.selectedFiles().front().toStdString());
 }
 
 bool TQuillWin::LoadListFolderFile(const fs::path& ref, bool add) {
@@ -344,20 +433,49 @@ bool TQuillWin::LoadListFolderFile(const fs::path& ref, bool add) {
     }
     bool added = add || !isPlaylist ? list->AddListFolderFileToTopLevel(ref)
                                     : list->AddListFolderFile(ref, nullptr, -1);
+    auto* first = static_cast<TQuillSItem*>(list->topLevelItem(0));
+    if (added && add && first && !first->UnnamedNewList()) {
+        // Its file no longer holds what it shows; quitting offers to save it, as after a drop.
+        first->SetModified(true);
+        first->UpdateText(fTexts);
+    }
     if (list->topLevelItemCount() == 0) list->AddNewList(nullptr);
     fView->UpdateWinTitle();
     return added && isPlaylist;
 }
 
-void TQuillWin::OpenListFolderFileRqtd(const fs::path& ref, bool add) {
+bool TQuillWin::AskSaveChangedLists() {
+    // A list never saved is kept at quit, so quitting need not ask about it; replacing it
+    // loses it, so here its songs count as changes.
+    auto* first = static_cast<TQuillSItem*>(fView->OrvickView()->topLevelItem(0));
+    const bool markUnnamed =
+        first && first->UnnamedNewList() && !first->Modified() && first->childCount() > 0;
+    if (markUnnamed) first->SetModified(true);
+    const bool goOn = fView->OrvickView()->AskSaveAllList(veldan::TMessage(kMsgNew), this);
+    if (!goOn && markUnnamed && first->Modified()) first->SetModified(false);
+    return goOn;
+}
+
+bool TQuillWin::OpenListFolderFileRqtd(const fs::path& ref, bool add) {
+    if (!add) {
+        std::error_code error;
+        if (!fs::exists(ref, error)) {
+            // Nothing would take the playlist's place, so it stays as it is.
+            fView->ControlBar()->SetStatusText(fTexts.Text("Stat_Str_File_Not_Found") +
+                                               ref.filename().string());
+            return false;
+        }
+        if (!AskSaveChangedLists()) return false;
+    }
     if (LoadListFolderFile(ref, add)) {
         fMRUF.AddMRUF(ref.string());
         GenerateMenuMRUF();
     }
-    fOpenPanel->setDirectory(qs(ref.parent_path().string()));
+    return true;
 }
 
 void TQuillWin::MItemNewClicked() {
+    if (!AskSaveChangedLists()) return;
     fView->StopSong();
     fView->OrvickView()->ClearList();
     fView->OrvickView()->AddNewList(nullptr);
@@ -372,8 +490,6 @@ void TQuillWin::MItemSaveClicked(bool saveAs) {
     save.AddInt32(TOrvickView::kListIdField, first->ListId());
     TOrvickView* list = fView->OrvickView();
     if (!(saveAs ? list->SaveListAs(save) : list->SaveList(save))) return;
-    fMRUF.AddMRUF(first->EntryRef().string());
-    GenerateMenuMRUF();
     fView->UpdateWinTitle();
 }
 
@@ -451,7 +567,7 @@ void TQuillWin::WriteExitState() {
     fExitState.frame = frame_of(geometry());
     fExitState.listShown = fView->IsListShown();
     fExitState.expandedHeight = float(fView->IsListShown() ? height() : fExpandedHeight);
-    fExitState.panelFolder = fOpenPanel->directory().absolutePath().toStdString();
+    fExitState.panelFolder = fPanelFolder.string();
     fExitState.playMode = fView->PlayMode();
     fExitState.currentSongIndex = std::max(0, fView->CurSongIdx());
     fExitState.mainListFile = MainListFileForExit();
@@ -503,11 +619,32 @@ void TQuillWin::FitHeightToList() {
 }
 
 void TQuillWin::SetDeskBarTitleRqtd(const std::string& title) {
-    // The window title names the playlist; the song goes where the desktop shows the
-    // program in its task list and tray.
+    // The song goes where the desktop shows the program: its task list reads the window
+    // title (the icon text alone reaches no taskbar), and the tray where there is one.
+    const bool hasSong = fView->OrvickView()->Song(fView->CurSongIdx()) != nullptr;
+    fSongTitle = hasSong ? title : std::string();
     setWindowIconText(qs(title));
+    ShowWinTitle();
     if (fTray) fTray->setToolTip(qs(title));
     if (fPlayerChanged) fPlayerChanged(TQuillView::kMsgDeskBarTitle);
+}
+
+void TQuillWin::ShowWinTitle() {
+    if (fShowingTitle) return;
+    fShowingTitle = true;
+    std::string title = fView->WinTitle();
+    // A cleared playlist has no current song, though no new title came for it.
+    if (!fSongTitle.empty() && fView->OrvickView()->Song(fView->CurSongIdx()))
+        title = fSongTitle + " - " + title;
+    setWindowTitle(qs(title));
+    fShowingTitle = false;
+}
+
+void TQuillWin::changeEvent(QEvent* event) {
+    // The main view names the list in the title whenever the list changes; the song is
+    // put back in front of it.
+    if (event->type() == QEvent::WindowTitleChange) ShowWinTitle();
+    TMessageHandler<QMainWindow>::changeEvent(event);
 }
 
 void TQuillWin::ShowTrayIcon() {
@@ -549,6 +686,9 @@ void TQuillWin::MessageReceived(veldan::TMessage* message) {
             break;
         case kMsgRemoveHistory:
             RemoveHistoryRqtd(ref);
+            break;
+        case kMsgAskRemoveHistory:
+            AskRemoveHistoryRqtd(ref);
             break;
         case kMsgDelAllMRUF:
             MItemDelAllMRUFClicked();

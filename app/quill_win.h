@@ -30,6 +30,7 @@ class QMenu;
 class QActionGroup;
 class QSystemTrayIcon;
 class TExitState;
+class TQuillSItem;
 class TPref;
 
 namespace veldan {
@@ -53,6 +54,8 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     static constexpr uint32_t kMsgOpenRecent = 'olfr';
     static constexpr uint32_t kMsgAddRecent = 'alfr';
     static constexpr uint32_t kMsgRemoveHistory = '_rhr';
+    // Delete on a highlighted recent item: ask, then remove it (ref kRefsField).
+    static constexpr uint32_t kMsgAskRemoveHistory = 'arhr';
     static constexpr uint32_t kMsgDelAllMRUF = '_dam';
     static constexpr uint32_t kMsgPrefs = '_prf';
     static constexpr uint32_t kMsgDrvCvtPrefs = '_dcs';
@@ -99,13 +102,17 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     // still unnamed, at the next start.
     void WriteExitState();
 
-    // Opens (replacing the playlist) or adds a playlist file, a folder or a song.
-    void OpenListFolderFileRqtd(const std::filesystem::path& ref, bool add);
+    // Opens (replacing the playlist) or adds a playlist file, a folder or a song. Opening
+    // first offers to save the changed lists; false when the user cancelled or ref is gone,
+    // and the playlist is left as it was.
+    bool OpenListFolderFileRqtd(const std::filesystem::path& ref, bool add);
+    // Offers to save the changed lists first, as quitting does.
     void MItemNewClicked();
     void MItemSaveClicked(bool saveAs);
     // The current song as a WAV file, rendered faster than real time.
     void MItemExportClicked();
     void RemoveHistoryRqtd(const std::filesystem::path& ref);
+    void AskRemoveHistoryRqtd(const std::filesystem::path& ref);
     void MItemDelAllMRUFClicked();
     void RecreateMenuMidiOutRqtd();
     void UpdateMenuMidiOutRqtd();
@@ -120,9 +127,14 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
 
   protected:
     void closeEvent(QCloseEvent* event) override;
+    void changeEvent(QEvent* event) override;
+    // Delete or Backspace on a highlighted item of the recent menus.
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
     void ShowTrayIcon();
+    // "Song - List - Quill MIDI" while a song is current, else the main view's title.
+    void ShowWinTitle();
     void CreateMenu();
     QMenu* CreateMenuFile();
     QMenu* CreateMenuPlay();
@@ -137,7 +149,12 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     QAction* AddItem(QMenu* menu, const char* key, const veldan::TMessage& message, QObject* target,
                      const QKeySequence& shortcut = {});
     void ShowOpenPanel(bool add);
+    // Before the playlist is replaced; false when the user cancelled.
+    bool AskSaveChangedLists();
     void LabelFilePanels();
+    // Where to save list; none when the user cancelled. Wherever it ends, the open panel
+    // starts there next.
+    std::optional<std::filesystem::path> RunSavePanel(const TQuillSItem& list);
     void SaveRecentLists() const;
     void ConnectByNames(int port, const std::vector<std::string>& names);
     // true when ref was a playlist file that now is the list or part of it.
@@ -158,6 +175,8 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     std::array<QMenu*, 2> fMenuMidiOut{};
     QFileDialog* fOpenPanel = nullptr;
     bool fOpenPanelAdds = false;
+    // Shared by the open and save panels, and kept in the exit state.
+    std::filesystem::path fPanelFolder;
     TMRUF fMRUF;
     TAskFn fAsk;
     TPlayerChangeFn fPlayerChanged;
@@ -166,4 +185,6 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     int fExpandedHeight = 0;
     // Only where the desktop has a tray: its tool tip names the song.
     QSystemTrayIcon* fTray = nullptr;
+    std::string fSongTitle;  // of the current song; empty when there is none
+    bool fShowingTitle = false;
 };

@@ -99,6 +99,8 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     using TAskSaveFn = std::function<TSaveAnswer(const TQuillSItem&)>;
     // Tells the user why a list was not written.
     using TFailureFn = std::function<void(const std::string&)>;
+    // Told of each list a save has written to its file.
+    using TSavedFn = std::function<void(const TQuillSItem&)>;
 
     // texts must outlive the view. A work view starts with one empty native list row, the
     // main playlist with one new list. The loader list is built from loaderFolder, which is
@@ -121,6 +123,7 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     void SetSavePanelFn(TSavePanelFn panel) { fSavePanel = std::move(panel); }
     void SetAskSaveFn(TAskSaveFn ask) { fAskSave = std::move(ask); }
     void SetFailureFn(TFailureFn failure) { fFailure = std::move(failure); }
+    void SetSavedFn(TSavedFn saved) { fSaved = std::move(saved); }
     bool IsWorkView() const { return fWorkView; }
 
     // The song sequence.
@@ -319,6 +322,7 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     TFailureFn fFailure;
     const TDrvCvt* fDrvCvt = nullptr;
     mutable std::unique_ptr<TDrvCvt> fOwnDrvCvt;
+    TSavedFn fSaved;
     int32_t fAutoSortKind = kAutoSortByNameUp;
     int32_t fNextListId = 1;
     int32_t fNextNewListNumber = 1;

@@ -145,6 +145,7 @@ bool TOrvickView::WriteList(int32_t listId, const fs::path& target) {
         ReportFailure(error);
         return false;
     }
+    if (const TQuillSItem* list = FindList(listId); list && fSaved) fSaved(*list);
     // The window title names the first list, which may have a new name now.
     if (FindList(listId) == topLevelItem(0)) {
         veldan::post_message(fOwner, veldan::TMessage(kMsgUpdateWinTitle));

@@ -73,6 +73,17 @@ fs::path lang_drop_folder(const TLanguageFolders& folders) {
     return {};
 }
 
+fs::path lang_drop_folder(const TLanguageFolders& folders, const std::string& name) {
+    size_t from = 0;
+    for (size_t i = 0; i < folders.size(); ++i) {
+        std::error_code error;
+        if (fs::is_regular_file(folders[i] / name, error)) from = i;
+    }
+    for (size_t i = from; i < folders.size(); ++i)
+        if (is_writable_folder(folders[i])) return folders[i];
+    return {};
+}
+
 fs::path default_language_folder() { return veldan::app_dir() / kLanguageFolder; }
 
 fs::path user_language_folder() {

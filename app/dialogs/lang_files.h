@@ -27,6 +27,11 @@ std::filesystem::path find_lang_file(const TLanguageFolders& folders, const std:
 // Where a language the user adds is copied: the first folder that can be written (made
 // when missing); empty when none can.
 std::filesystem::path lang_drop_folder(const TLanguageFolders& folders);
+// Where a language file of that leaf name is copied so that it is the one found: the
+// first writable folder (made when missing) not below the folder that holds the name
+// now, so that an older copy in a folder of higher precedence can't hide the new one.
+// Empty when there is no such folder.
+std::filesystem::path lang_drop_folder(const TLanguageFolders& folders, const std::string& name);
 
 // "Language" beside the executable.
 std::filesystem::path default_language_folder();

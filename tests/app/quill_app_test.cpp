@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <QLabel>
+#include <QScreen>
 #include <QMenu>
 #include <QMenuBar>
 #include <QAbstractButton>
@@ -203,6 +204,24 @@ TEST_F(QuillAppTest, QuittingAndStartingAgainRestoresTheSameState) {
     EXPECT_EQ(app->MainWin()->geometry(), QRect(40, 60, 640, 420));
 }
 
+TEST_F(QuillAppTest, AFrameLeftOnAMonitorThatIsGoneComesBackOnScreen) {
+    exit_state().frame = veldan::TRect{5000, 4000, 5399, 4299};
+    exit_state().expandedHeight = 300;
+    auto app = Start();
+    const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
+    const QRect frame = app->MainWin()->geometry();
+    EXPECT_TRUE(screen.contains(frame.topLeft())) << frame.x() << "," << frame.y();
+    EXPECT_EQ(frame.height(), 300) << "the size is kept";
+
+    // A frame partly off a screen edge stays where the user put it.
+    app->Quit();
+    app.reset();
+    exit_state().frame = veldan::TRect{float(screen.right() - 200), 40,
+                                       float(screen.right() + 199), 339};
+    auto again = Start();
+    EXPECT_EQ(again->MainWin()->geometry().topLeft(), QPoint(screen.right() - 200, 40));
+}
+
 TEST_F(QuillAppTest, ALanguageChangeReachesTheMenus) {
     auto app = Start();
     EXPECT_EQ(app->MainWin()->menuBar()->actions()[0]->text(), "File");
@@ -252,6 +271,30 @@ TEST_F(QuillAppTest, ALanguageDroppedOnAnInstalledProgramGoesToTheUsersFolder) {
     EXPECT_EQ(first_menu(*again), QString::fromUtf8("ファイル"));
 }
 
+TEST_F(QuillAppTest, DroppingALanguageFileThatAlreadyLiesInTheLanguageFolderChoosesIt) {
+    auto app = Start();
+    veldan::TMessage message(TQuillApp::kMsgLanguageFileDropped);
+    message.AddRef(TPrefView::kRefsField, fExe.Path() / "Language" / "Japanese.llt");
+    veldan::post_message(app.get(), message);
+    EXPECT_TRUE(process_until([&] { return first_menu(*app) == QString::fromUtf8("ファイル"); }))
+        << first_menu(*app).toStdString();
+    EXPECT_EQ(pref().languageFile, "Japanese.llt");
+    EXPECT_GT(fs::file_size(fExe.Path() / "Language" / "Japanese.llt"), 0u);
+}
+
+TEST_F(QuillAppTest, ADroppedLanguageIsNotHiddenByAnOlderCopyOfTheSameNameInTheUsersFolder) {
+    // An English copy named Mine.llt, added when the program's folder could not be written.
+    const fs::path user = fData.Path() / "quillmidi/Language";
+    fs::create_directories(user);
+    fs::copy_file(fExe.Path() / "Language" / "English.llt", user / "Mine.llt");
+    auto app = Start();
+    TTempDir elsewhere;
+    drop_language(*app, elsewhere);  // a Japanese Mine.llt
+    EXPECT_TRUE(process_until([&] { return first_menu(*app) == QString::fromUtf8("ファイル"); }))
+        << first_menu(*app).toStdString();
+    EXPECT_EQ(pref().languageFile, "Mine.llt");
+}
+
 TEST_F(QuillAppTest, AMissingLanguageFileIsToldInTheFixedAlertAndTheProgramGoesOn) {
     pref().languageFile = "Gone.llt";
     // The alert comes while the application is being made: a timer looks for it.
@@ -271,6 +314,22 @@ TEST_F(QuillAppTest, AMissingLanguageFileIsToldInTheFixedAlertAndTheProgramGoesO
                          "|U - Understand");
     EXPECT_TRUE(app->IsRunning());
     EXPECT_TRUE(app->MainWin()->isVisible());
+    QStringList menus;
+    for (QAction* menu : app->MainWin()->menuBar()->actions()) menus << menu->text();
+    EXPECT_EQ(menus, QStringList({"File", "Play", "MIDI OUT", "Tools", "Help"}))
+        << "the built-in texts stand in";
+}
+
+TEST_F(QuillAppTest, ATranslationThatLacksTextsShowsTheBuiltInOnesForThem) {
+    fExe.Write("Language/Partial.llt",
+               std::string("[Informations]\nHeader = LLT File Format 100\nLanguage = Partial\n"
+                           "[Data]\nMenu_File = Datei\n"));
+    pref().languageFile = "Partial.llt";
+    auto app = Start();
+    QStringList menus;
+    for (QAction* menu : app->MainWin()->menuBar()->actions()) menus << menu->text();
+    EXPECT_EQ(menus, QStringList({"Datei", "Play", "MIDI OUT", "Tools", "Help"}));
+    EXPECT_EQ(language_table().LanguageName(), "Partial");
 }
 
 // Answers the next alert with its default button and gives its text.

@@ -8,7 +8,12 @@
 
 #include <QAction>
 #include <QMenu>
+#include <QDialogButtonBox>
+#include <QFileSystemModel>
 #include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QPushButton>
 #include <QMenuBar>
 #include <QProgressDialog>
 #include <QTimer>
@@ -70,6 +75,10 @@ class QuillWinTest : public TWidgetTest {
             fQuestions.push_back(question);
             return fAnswer;
         });
+        // No modal alert may wait for a click: a changed list is given up unless a test
+        // answers otherwise.
+        win->View()->OrvickView()->SetAskSaveFn(
+            [](const TQuillSItem&) { return TOrvickView::TSaveAnswer::kNo; });
         return win;
     }
 
@@ -399,4 +408,297 @@ TEST_F(QuillWinTest, ExportWritesTheCurrentSongAtTheSlidersTempoAndCancelLeavesN
     QCoreApplication::sendPostedEvents();
     EXPECT_TRUE(cancelled);
     EXPECT_FALSE(fs::exists(target)) << "a cancelled export leaves no file";
+}
+
+namespace {
+
+QAction* recent_item(TQuillWin& win, const char* menu, const char* name) {
+    for (QAction* action : win.findChild<QMenu*>(menu)->actions())
+        if (action->text().endsWith(name)) return action;
+    return nullptr;
+}
+
+}  // namespace
+
+TEST_F(QuillWinTest, ARecentListsShortcutOpensItWithoutAskingToRemoveIt) {
+    fs::path list = Playlist("list.qml", {Song("a.mid"), Song("b.mid")});
+    fs::path other = Playlist("other.qml", {Song("c.mid")});
+    auto win = MakeWin();
+    win->OpenListFolderFileRqtd(list, false);
+    win->OpenListFolderFileRqtd(other, false);
+    win->show();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(win.get()));
+    QAction* older = recent_item(*win, "Menu_Open", "list.qml");
+    ASSERT_NE(older, nullptr);
+    ASSERT_EQ(older->shortcut(), QKeySequence("Ctrl+Shift+1"));
+
+    QTest::keyClick(win.get(), Qt::Key_1, Qt::ControlModifier | Qt::ShiftModifier);
+    ASSERT_TRUE(process_until([&] { return win->View()->OrvickView()->Songs() == 2; }))
+        << "the short-cut opens the list; questions: " << fQuestions.size();
+    EXPECT_TRUE(fQuestions.empty());
+    EXPECT_EQ(win->RecentLists().CountMRUFs(), 2);
+    EXPECT_EQ(win->RecentLists().MRUFAt(0), list.string());
+}
+
+TEST_F(QuillWinTest, DeleteOnAHighlightedRecentListAsksAndRemovesOnlyIt) {
+    fs::path list = Playlist("list.qml", {Song("a.mid")});
+    fs::path other = Playlist("other.qml", {Song("c.mid")});
+    auto win = MakeWin();
+    win->OpenListFolderFileRqtd(list, false);
+    win->OpenListFolderFileRqtd(other, false);
+    for (bool answer : {false, true}) {
+        fAnswer = answer;
+        QMenu* open = win->findChild<QMenu*>("Menu_Open");
+        QAction* older = recent_item(*win, "Menu_Open", "list.qml");
+        ASSERT_NE(older, nullptr);
+        open->popup(QPoint(0, 0));
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(open));
+        open->setActiveAction(older);
+        QTest::keyClick(open, Qt::Key_Delete);
+        ASSERT_TRUE(process_until([&] { return fQuestions.size() == (answer ? 2u : 1u); }));
+        EXPECT_NE(fQuestions.back().find(list.string()), std::string::npos) << fQuestions.back();
+        QCoreApplication::sendPostedEvents();
+        if (open->isVisible()) open->close();
+    }
+    ASSERT_EQ(win->RecentLists().CountMRUFs(), 1);
+    EXPECT_EQ(win->RecentLists().MRUFAt(0), other.string());
+    EXPECT_EQ(recent_item(*win, "Menu_Add", "list.qml"), nullptr);
+    EXPECT_EQ(win->View()->OrvickView()->Songs(), 1) << "nothing was opened";
+}
+
+TEST_F(QuillWinTest, NewAndOpenAskToSaveAChangedListAndCancelKeepsIt) {
+    fs::path list = Playlist("list.qml", {Song("a.mid")});
+    fs::path other = Playlist("other.qml", {Song("b.mid"), Song("c.mid")});
+    auto win = MakeWin();
+    TOrvickView* view = win->View()->OrvickView();
+    std::vector<std::string> asked;
+    view->SetAskSaveFn([&](const TQuillSItem& row) {
+        asked.push_back(row.EntryRef().filename().string());
+        return TOrvickView::TSaveAnswer::kCancel;
+    });
+    win->OpenListFolderFileRqtd(list, false);
+    win->OpenListFolderFileRqtd(Song("d.mid"), true);  // File > Add changes the list
+    ASSERT_EQ(view->Songs(), 2);
+
+    item(top_menu(*win, "Menu_File"), "MItem_New")->trigger();
+    QCoreApplication::sendPostedEvents();
+    EXPECT_EQ(asked, std::vector<std::string>{"list.qml"});
+    EXPECT_EQ(view->Songs(), 2) << "cancelled: the changed list stays";
+
+    win->OpenListFolderFileRqtd(other, false);
+    EXPECT_EQ(asked.size(), 2u);
+    EXPECT_EQ(view->Songs(), 2);
+    EXPECT_EQ(static_cast<TQuillSItem*>(view->topLevelItem(0))->EntryRef(), list);
+
+    // No: the list is given up and the other one opens.
+    view->SetAskSaveFn([&](const TQuillSItem&) { return TOrvickView::TSaveAnswer::kNo; });
+    win->OpenListFolderFileRqtd(other, false);
+    EXPECT_EQ(static_cast<TQuillSItem*>(view->topLevelItem(0))->EntryRef(), other);
+}
+
+TEST_F(QuillWinTest, NewAsksAboutANeverSavedListThatHoldsSongs) {
+    auto win = MakeWin();
+    TOrvickView* view = win->View()->OrvickView();
+    int asked = 0;
+    view->SetAskSaveFn([&](const TQuillSItem&) {
+        ++asked;
+        return TOrvickView::TSaveAnswer::kCancel;
+    });
+    win->MItemNewClicked();
+    EXPECT_EQ(asked, 0) << "an empty new list holds nothing to lose";
+    win->OpenListFolderFileRqtd(Song("a.mid"), true);
+    win->MItemNewClicked();
+    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(view->Songs(), 1);
+    EXPECT_FALSE(static_cast<TQuillSItem*>(view->topLevelItem(0))->Modified())
+        << "kept at quit anyway: quitting need not ask about it";
+}
+
+TEST_F(QuillWinTest, ARecentListWhoseFileIsGoneLeavesThePlaylistAsItIs) {
+    fs::path list = Playlist("list.qml", {Song("a.mid")});
+    fs::path gone = Playlist("gone.qml", {Song("b.mid")});
+    auto win = MakeWin();
+    win->OpenListFolderFileRqtd(gone, false);
+    win->OpenListFolderFileRqtd(list, false);
+    TOrvickView* view = win->View()->OrvickView();
+    ASSERT_TRUE(view->AddListFolderFileToTopLevel(Song("c.mid")));
+    bool asked = false;
+    view->SetAskSaveFn([&](const TQuillSItem&) {
+        asked = true;
+        return TOrvickView::TSaveAnswer::kNo;
+    });
+    fs::remove(gone);
+    recent_item(*win, "Menu_Open", "gone.qml")->trigger();
+    QCoreApplication::sendPostedEvents();
+    EXPECT_FALSE(asked) << "nothing would replace the list";
+    EXPECT_EQ(view->Songs(), 2);
+    EXPECT_EQ(static_cast<TQuillSItem*>(view->topLevelItem(0))->EntryRef(), list);
+    auto* status = win->findChild<QLabel*>("StatBar");
+    EXPECT_TRUE(status->text().contains("gone.qml")) << status->text().toStdString();
+}
+
+TEST_F(QuillWinTest, SavesFromThePopUpMenuAndAtQuitMakeTheListTheNewestRecentOne) {
+    fs::path list = Playlist("list.qml", {Song("a.mid")});
+    fs::path other = Playlist("other.qml", {Song("b.mid")});
+    auto win = MakeWin();
+    TOrvickView* view = win->View()->OrvickView();
+    win->OpenListFolderFileRqtd(list, false);
+    win->OpenListFolderFileRqtd(other, false);
+    win->OpenListFolderFileRqtd(Song("c.mid"), true);
+    ASSERT_EQ(win->RecentLists().MRUFAt(0), other.string());
+    // The recent order changes without a save; then the pop-up menu's save brings it back.
+    win->RecentLists().AddMRUF(list.string());
+    view->topLevelItem(0)->setSelected(true);
+    view->PopupSaveListClicked();
+    EXPECT_EQ(win->RecentLists().MRUFAt(0), other.string()) << "the pop-up menu's save";
+
+    win->RecentLists().AddMRUF(list.string());
+    win->OpenListFolderFileRqtd(Song("d.mid"), true);
+    view->SetAskSaveFn([](const TQuillSItem&) { return TOrvickView::TSaveAnswer::kYes; });
+    EXPECT_TRUE(win->QuitRequested());
+    EXPECT_EQ(win->RecentLists().MRUFAt(0), other.string()) << "the save at quit";
+    fs::path stored;
+    ASSERT_TRUE(settings_entry(kMRUPlaylistsFile, &stored));
+    TMRUF again;
+    ASSERT_TRUE(again.Load(stored));
+    EXPECT_EQ(again.MRUFAt(0), other.string());
+}
+
+TEST_F(QuillWinTest, TheWindowTitleNamesTheCurrentSongBeforeTheList) {
+    fs::path list = Playlist("list.qml", {Song("a.mid")});
+    auto win = MakeWin();
+    win->OpenListFolderFileRqtd(list, false);
+    const QString expected = QString::fromStdString("Tune - " + win->View()->WinTitle());
+    ASSERT_TRUE(process_until([&] { return win->windowTitle() == expected; }))
+        << win->windowTitle().toStdString();
+    // The list's name changes (a save under another name): the song stays in front.
+    const fs::path renamed = fTemp.Path() / "renamed.qml";
+    win->View()->OrvickView()->SetSavePanelFn([&](const TQuillSItem&) { return renamed; });
+    win->MItemSaveClicked(true);
+    ASSERT_TRUE(process_until([&] {
+        return win->windowTitle().toStdString() == "Tune - " + win->View()->WinTitle();
+    })) << win->windowTitle().toStdString();
+    EXPECT_TRUE(win->windowTitle().contains("renamed"));
+
+    win->MItemNewClicked();
+    ASSERT_TRUE(process_until([&] {
+        return win->windowTitle().toStdString() == win->View()->WinTitle();
+    })) << win->windowTitle().toStdString();
+}
+
+namespace {
+
+// The folder the next save panel starts in; it is cancelled, or saves under the name given
+// in that folder.
+class TSavePanelSpy {
+  public:
+    explicit TSavePanelSpy(std::string saveAs = {}) : fSaveAs(std::move(saveAs)) {
+        QObject::connect(&fWatcher, &QTimer::timeout, [this] {
+            auto* panel = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+            if (!panel || panel->objectName() != "SavePanel") return;
+            fWatcher.stop();
+            folder = panel->directory().absolutePath().toStdString();
+            if (fSaveAs.empty()) {
+                panel->reject();
+                return;
+            }
+            // Typed, as a user does: selectFile leaves a focused name field alone.
+            auto* name = panel->findChild<QLineEdit*>("fileNameEdit");
+            ASSERT_NE(name, nullptr);
+            name->setText(QString::fromStdString(fSaveAs));
+            QMetaObject::invokeMethod(panel, "accept");
+        });
+        fWatcher.start(10);
+    }
+    std::string folder;
+
+  private:
+    std::string fSaveAs;
+    QTimer fWatcher;
+};
+
+}  // namespace
+
+TEST_F(QuillWinTest, TheOpenAndSavePanelsShareTheLastFolderAndARestoredListKeepsIt) {
+    const fs::path music = fTemp.Path() / "music";
+    const fs::path lists = fTemp.Path() / "lists";
+    const fs::path elsewhere = fTemp.Path() / "elsewhere";
+    for (const fs::path& folder : {music, lists, elsewhere}) fs::create_directories(folder);
+    fExitState.version = kAppVersion;
+    fExitState.panelFolder = music.string();
+    fExitState.mainListFile = Playlist("elsewhere/list.qml", {Song("a.mid")}).string();
+    auto win = MakeWin();
+    win->RestoreExitState();
+    EXPECT_EQ(win->OpenPanel()->directory().absolutePath().toStdString(), music.string())
+        << "the restored list's folder is not the last folder used";
+
+    // An unnamed list's Save As starts in the last folder, not the working folder.
+    win->MItemNewClicked();
+    {
+        TSavePanelSpy spy;
+        win->MItemSaveClicked(true);
+        EXPECT_EQ(spy.folder, music.string());
+    }
+
+    // The open panel shows another folder and is closed: the save panel starts there.
+    std::string failure;
+    win->View()->OrvickView()->SetFailureFn([&](const std::string& text) { failure = text; });
+    win->OpenPanel()->setDirectory(QString::fromStdString(lists.string()));
+    win->OpenPanel()->open();
+    win->OpenPanel()->reject();
+    {
+        TSavePanelSpy spy("new.qml");
+        win->MItemSaveClicked(true);
+        EXPECT_EQ(spy.folder, lists.string());
+    }
+    ASSERT_TRUE(fs::exists(lists / "new.qml")) << failure;
+    win->WriteExitState();
+    EXPECT_EQ(fExitState.panelFolder, lists.string());
+}
+
+TEST_F(QuillWinTest, TheOpenPanelTakesAFolder) {
+    const fs::path folder = fTemp.Path() / "album";
+    fs::create_directories(folder);
+    Song("album/one.mid");
+    Song("album/two.mid");
+    // Folders are read by the folder loader, as in the installed program.
+    fs::copy_file(FOLDER_LOADER_PLUGIN, fLoaders / fs::path(FOLDER_LOADER_PLUGIN).filename());
+    auto win = MakeWin();
+    win->show();
+    win->MessageReceived(std::make_unique<veldan::TMessage>(TQuillWin::kMsgAdd).get());
+    QFileDialog* panel = win->OpenPanel();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(panel));
+    panel->setDirectory(QString::fromStdString(fTemp.Path().string()));
+    // As a user picks it: one click on the folder in the panel's list.
+    auto* files = panel->findChild<QListView*>("listView");
+    auto* model = panel->findChild<QFileSystemModel*>();
+    ASSERT_TRUE(files && model);
+    QModelIndex album;
+    ASSERT_TRUE(process_until([&] {
+        album = model->index(QString::fromStdString(folder.string()));
+        return album.isValid() && !files->visualRect(album).isEmpty();
+    }));
+    QTest::mouseClick(files->viewport(), Qt::LeftButton, Qt::NoModifier,
+                      files->visualRect(album).center());
+    auto* buttons = panel->findChild<QDialogButtonBox*>();
+    ASSERT_NE(buttons, nullptr);
+    QPushButton* accept = buttons->button(QDialogButtonBox::Open);
+    ASSERT_NE(accept, nullptr);
+    ASSERT_TRUE(process_until([&] { return accept->isEnabled(); }))
+        << accept->text().toStdString() << " " << panel->selectedFiles().join(",").toStdString();
+    accept->click();
+    EXPECT_TRUE(process_until([&] { return win->View()->OrvickView()->Songs() == 2; }))
+        << win->View()->OrvickView()->Songs() << " songs; panel in "
+        << panel->directory().absolutePath().toStdString();
+    EXPECT_FALSE(panel->isVisible());
+}
+
+TEST_F(QuillWinTest, OpeningSeveralFilesFromThePanelKeepsThemAll) {
+    const fs::path a = Song("a.mid");
+    const fs::path b = Song("b.mid");
+    auto win = MakeWin();
+    win->MessageReceived(std::make_unique<veldan::TMessage>(TQuillWin::kMsgOpen).get());
+    emit win->OpenPanel()->filesSelected(
+        {QString::fromStdString(a.string()), QString::fromStdString(b.string())});
+    EXPECT_EQ(win->View()->OrvickView()->Songs(), 2) << "the second file does not replace the first";
 }

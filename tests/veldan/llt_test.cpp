@@ -176,3 +176,21 @@ TEST(LLT, BuiltInResourceLoadsAndAMissingOneIsRejected) {
     EXPECT_STREQ(table.Text("Play"), "Play");
     EXPECT_STREQ(table.Text("Greeting"), " Hello,\nworld ");
 }
+
+TEST(LLT, AFallbackFillsOnlyTheKeysATranslationLacksAndKeepsItsInformation) {
+    TLLT translation;
+    ASSERT_EQ(translation.LoadData(QByteArray::fromStdString(llt_file(
+                  "Header = LLT File Format 100\nLanguage = Deutsch\nWriter = Jemand",
+                  "Menu_File = Datei"))),
+              0);
+    TLLT builtin;
+    ASSERT_EQ(builtin.LoadData(QByteArray::fromStdString(
+                  llt_file("Header = LLT File Format 100\nLanguage = English\nWriter = Maker",
+                           "Menu_File = File\nMenu_Help = Help"))),
+              0);
+    translation.AddMissingTexts(builtin);
+    EXPECT_STREQ(translation.Text("Menu_File"), "Datei");
+    EXPECT_STREQ(translation.Text("Menu_Help"), "Help");
+    EXPECT_EQ(translation.LanguageName(), "Deutsch");
+    EXPECT_EQ(translation.Writer(), "Jemand");
+}

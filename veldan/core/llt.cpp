@@ -110,6 +110,10 @@ const char* TLLT::Text(const char* key) const {
     return "";
 }
 
+void TLLT::AddMissingTexts(const TLLT& fallback) {
+    fTexts.insert(fallback.fTexts.begin(), fallback.fTexts.end());
+}
+
 void TLLT::InitLangInfoAndData() {
     fTexts.clear();
     fLanguageName.clear();

@@ -47,6 +47,10 @@ class TLLT {
     const char* Text(const char* key) const;
 
     void InitLangInfoAndData();
+    // Gives every key this table lacks the text it has in fallback (the built-in
+    // language), so that a translation older than the program shows no blank labels.
+    // The information strings stay this table's.
+    void AddMissingTexts(const TLLT& fallback);
     // Shows an alert for every missing key looked up, through the function given to
     // SetShowMsg.
     void SET_SHOW_DB_INFO(bool show) { fShowMissingKeys = show; }
