@@ -71,3 +71,20 @@ bool kill_and_reap(pid_t child) {
     }
     return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
 }
+
+TScopedFileSizeLimit::TScopedFileSizeLimit(int64_t bytes) {
+    fOldHandler = ::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    ::getrlimit(RLIMIT_FSIZE, &limit);
+    fOldSoftLimit = int64_t(limit.rlim_cur);
+    limit.rlim_cur = rlim_t(bytes);
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+TScopedFileSizeLimit::~TScopedFileSizeLimit() {
+    rlimit limit{};
+    ::getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = rlim_t(fOldSoftLimit);
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    ::signal(SIGXFSZ, fOldHandler);
+}

@@ -29,5 +29,20 @@ pid_t start_child(const std::function<void()>& body);
 // Kills with SIGKILL and reaps; true when the child died of that signal.
 bool kill_and_reap(pid_t child);
 
+// A full disk for this process itself, where a child can't be used (widgets of the test's
+// application): lowers the soft file-size limit and ignores SIGXFSZ, and puts both back at
+// the end. The hard limit stays, so putting it back is allowed without rights.
+class TScopedFileSizeLimit {
+  public:
+    explicit TScopedFileSizeLimit(int64_t bytes);
+    ~TScopedFileSizeLimit();
+    TScopedFileSizeLimit(const TScopedFileSizeLimit&) = delete;
+    TScopedFileSizeLimit& operator=(const TScopedFileSizeLimit&) = delete;
+
+  private:
+    int64_t fOldSoftLimit = -1;
+    void (*fOldHandler)(int) = nullptr;
+};
+
 // The user id the children drop to.
 inline constexpr uid_t kNobodyUid = 65534;
