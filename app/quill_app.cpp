@@ -247,8 +247,11 @@ void TQuillApp::Quit() {
     // No note may hang in a synthesizer that outlives us.
     fMainWin->View()->StopSong();
     fMainWin->View()->Ports().MuteAllMidiOut();
-    if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database))
-        fMainWin->View()->AISelector().Save(database);
+    if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database)) {
+        std::string error;
+        if (fMainWin->View()->AISelector().Save(database, &error) != 0)
+            report_settings_failure(error, database);
+    }
     delete fMainWin.data();
     fMainWin = nullptr;
     if (fSynth) fSynth->Finish(0);

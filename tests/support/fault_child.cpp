@@ -7,7 +7,10 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <fcntl.h>
+
 #include <cerrno>
+#include <cstdio>
 
 namespace {
 
@@ -87,4 +90,31 @@ TScopedFileSizeLimit::~TScopedFileSizeLimit() {
     limit.rlim_cur = rlim_t(fOldSoftLimit);
     ::setrlimit(RLIMIT_FSIZE, &limit);
     ::signal(SIGXFSZ, fOldHandler);
+}
+
+TStderrCapture::TStderrCapture() {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return;
+    std::fflush(stderr);
+    fSaved = ::dup(STDERR_FILENO);
+    ::dup2(ends[1], STDERR_FILENO);
+    ::close(ends[1]);
+    fRead = ends[0];
+}
+
+TStderrCapture::~TStderrCapture() { Take(); }
+
+std::string TStderrCapture::Take() {
+    if (fSaved < 0) return std::string();
+    std::fflush(stderr);
+    ::dup2(fSaved, STDERR_FILENO);
+    ::close(fSaved);
+    fSaved = -1;
+    std::string text;
+    char buffer[4096];
+    for (ssize_t count; (count = ::read(fRead, buffer, sizeof buffer)) > 0;)
+        text.append(buffer, size_t(count));
+    ::close(fRead);
+    fRead = -1;
+    return text;
 }

@@ -44,5 +44,21 @@ class TScopedFileSizeLimit {
     void (*fOldHandler)(int) = nullptr;
 };
 
+// What this process writes to stderr meanwhile, through a pipe (a capture file would be
+// cut short by a file-size limit). Up to the pipe's capacity, 64 KiB on Linux.
+class TStderrCapture {
+  public:
+    TStderrCapture();
+    ~TStderrCapture();
+    TStderrCapture(const TStderrCapture&) = delete;
+    TStderrCapture& operator=(const TStderrCapture&) = delete;
+    // Ends the capture (stderr is restored) and returns what was written.
+    std::string Take();
+
+  private:
+    int fSaved = -1;
+    int fRead = -1;
+};
+
 // The user id the children drop to.
 inline constexpr uid_t kNobodyUid = 65534;
