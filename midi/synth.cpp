@@ -180,6 +180,10 @@ bool TSynthConsumer::Finish(int64_t tailUs) {
     return true;
 }
 
+void TSynthConsumer::DiscardWav() {
+    if (fEngine->renderer) fEngine->renderer->Discard();
+}
+
 void TSynthConsumer::NoteOff(uint8_t channel, uint8_t note, uint8_t /*velocity*/,
                              int64_t /*time*/) {
     fluid_synth_noteoff(fEngine->synth.get(), channel, note);
