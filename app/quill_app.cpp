@@ -6,6 +6,7 @@
 #include <QStandardPaths>
 #include <cstdlib>
 #include <ctime>
+#include <string_view>
 #include <system_error>
 
 #include "app/dialogs/about_win.h"
@@ -18,6 +19,7 @@
 #include "player/resources.h"
 #include "playlist/drvcvt_win.h"
 #include "playlist/orvick_view.h"
+#include "veldan/base/atomic_file.h"
 #include "veldan/core/entry.h"
 #include "veldan/core/llt.h"
 #include "veldan/widgets/alert.h"
@@ -321,10 +323,7 @@ void TQuillApp::LanguageFileDropped(const veldan::TMessage& message) {
     fs::path source;
     if (!message.FindRef(TPrefView::kRefsField, &source)) return;
     fs::path folder = lang_drop_folder(LanguageFolders());
-    std::error_code error;
-    if (folder.empty() ||
-        !fs::copy_file(source, folder / source.filename(), fs::copy_options::overwrite_existing,
-                       error)) {
+    if (folder.empty() || veldan::copy_file_atomically(source, folder / source.filename()) != 0) {
         ShowStatus(language_table().Text(kStatCannotAddLanguage) + source.filename().string());
         return;
     }
@@ -342,8 +341,12 @@ void TQuillApp::InstallPlayListMime() {
     std::error_code error;
     fs::create_directories(mime / "packages", error);
     const QString package = QString::fromStdString((mime / "packages" / kMimePackageFile).string());
-    QFile::remove(package);
-    QFile::copy(kMimePackageResource, package);
+    QFile resource(kMimePackageResource);
+    if (resource.open(QIODevice::ReadOnly)) {
+        const QByteArray bytes = resource.readAll();
+        veldan::write_file_atomically(package.toStdString(),
+                                      std::string_view(bytes.constData(), size_t(bytes.size())));
+    }
     // The desktop reads the compiled database; without the tool the package waits for the
     // next system update of it.
     QString tool = QStandardPaths::findExecutable("update-mime-database");

@@ -218,6 +218,29 @@ TEST(AtomicFile, AFailedWriterReportsThroughFail) {
     EXPECT_EQ(count_temporaries(dir.Path()), 0);
 }
 
+TEST(AtomicFile, ACopyOnAFullDiskLeavesTheTargetAsItWas) {
+    TTempDir dir;
+    const fs::path source = dir.Write("English.llt", std::string(200000, 'e'));
+    const fs::path target = dir.Write("installed.llt", "the language in use");
+    const int result = run_in_child(
+        [&] {
+            std::string error;
+            const int status = veldan::copy_file_atomically(source, target, &error);
+            return status == -EFBIG && error.find("installed.llt") != std::string::npos ? 1 : 2;
+        },
+        TChildFaults{.fileSizeLimit = 65536});
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(read_text(target), "the language in use");
+    EXPECT_EQ(count_temporaries(dir.Path()), 0);
+
+    ASSERT_EQ(veldan::copy_file_atomically(source, target), 0);
+    EXPECT_EQ(read_text(target), read_text(source));
+    std::string error;
+    EXPECT_EQ(veldan::copy_file_atomically(dir.Path() / "missing.llt", target, &error), -ENOENT);
+    EXPECT_NE(error.find("missing.llt"), std::string::npos);
+    EXPECT_EQ(read_text(target), read_text(source));
+}
+
 TEST(AtomicFile, KeepsADamagedFileAsideOnce) {
     TTempDir dir;
     const fs::path file = dir.Write("Prefs.arc", "garbage");

@@ -273,4 +273,33 @@ int write_file_atomically(const fs::path& target, std::string_view bytes, std::s
     return status;
 }
 
+int copy_file_atomically(const fs::path& source, const fs::path& target, std::string* error) {
+    int in = -1;
+    do {
+        in = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
+    } while (in < 0 && errno == EINTR);
+    if (in < 0) {
+        const int status = error_status();
+        if (error) *error = "cannot read " + source.string() + ": " + std::strerror(-status);
+        return status;
+    }
+    TAtomicFile file(target);
+    char buffer[64 * 1024];
+    for (;;) {
+        const ssize_t count = ::read(in, buffer, sizeof buffer);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) {
+            const int status = error_status();
+            ::close(in);
+            if (error) *error = "cannot read " + source.string() + ": " + std::strerror(-status);
+            return status;
+        }
+        if (count == 0 || !file.Write(buffer, size_t(count))) break;
+    }
+    ::close(in);
+    const int status = file.Commit();
+    if (status != 0 && error) *error = file.ErrorText();
+    return status;
+}
+
 }  // namespace veldan

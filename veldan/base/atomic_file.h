@@ -92,6 +92,11 @@ class TAtomicFile {
 int write_file_atomically(const std::filesystem::path& target, std::string_view bytes,
                           std::string* error = nullptr);
 
+// Copies source over target the same way: 0 or a negative errno (a source that can't be
+// read included), with *error set when given.
+int copy_file_atomically(const std::filesystem::path& source, const std::filesystem::path& target,
+                         std::string* error = nullptr);
+
 // The file a path finally names, following every link (also a dangling last one); the path
 // itself when it is no link, or when the links loop.
 std::filesystem::path resolve_links(const std::filesystem::path& path);
