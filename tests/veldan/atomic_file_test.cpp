@@ -165,6 +165,21 @@ TEST(AtomicFile, AReadOnlyFolderLeavesEverythingAsItWas) {
     EXPECT_EQ(folder_names(folder), std::vector<std::string>{"list.txt"});
 }
 
+TEST(AtomicFile, AReadOnlyFileIsNotReplacedThroughItsWritableFolder) {
+    TTempDir dir;
+    ASSERT_EQ(::chmod(dir.Path().c_str(), 0777), 0);
+    const fs::path target = dir.Write("list.txt", "old");
+    ASSERT_EQ(::chmod(target.c_str(), 0444), 0);
+
+    const int result = run_in_child(
+        [&] { return veldan::write_file_atomically(target, "new") == -EACCES ? 1 : 2; },
+        TChildFaults{.dropPrivileges = true});
+
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(read_text(target), "old");
+    EXPECT_EQ(folder_names(dir.Path()), std::vector<std::string>{"list.txt"});
+}
+
 TEST(AtomicFile, AFolderDeletedMeanwhileIsAnError) {
     TTempDir dir;
     const fs::path target = dir.Path() / "gone" / "list.txt";

@@ -142,6 +142,12 @@ int TAtomicFile::Open(const fs::path& target) {
         fStatus = -ENOENT;
         return fStatus;
     }
+    // A file the user made read-only is not to be replaced behind their back, though the
+    // folder would allow the rename.
+    if (::access(fTarget.c_str(), F_OK) == 0 && ::access(fTarget.c_str(), W_OK) != 0) {
+        fStatus = error_status();
+        return fStatus;
+    }
     const fs::path folder = fTarget.has_parent_path() ? fTarget.parent_path() : fs::path(".");
     remove_stale_temporaries(folder, fTarget);
     const std::string stem = temporary_stem(fTarget);

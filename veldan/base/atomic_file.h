@@ -43,7 +43,8 @@ class TAtomicFile {
     TAtomicFile& operator=(const TAtomicFile&) = delete;
 
     // Makes the temporary file beside target (after following links). 0, or a negative
-    // errno: the folder is missing or read-only, say.
+    // errno: the folder is missing or read-only, or target is a file the user may not
+    // write (its permission bits are kept as they are, not bypassed through the folder).
     int Open(const std::filesystem::path& target);
     // 0 while everything has succeeded, else the first error (a negative errno).
     int InitCheck() const { return fStatus; }
