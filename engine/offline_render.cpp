@@ -109,8 +109,8 @@ bool wav_to_flac(const std::string& wavPath, const std::string& flacPath, std::s
     flac.samplerate = format.samplerate;
     flac.channels = format.channels;
     flac.format = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
-    SNDFILE* out = file.InitCheck() == 0 ? sf_open_fd(file.Descriptor(), SFM_WRITE, &flac, 0)
-                                         : nullptr;
+    SNDFILE* out =
+        file.InitCheck() == 0 ? sf_open_fd(file.Descriptor(), SFM_WRITE, &flac, 0) : nullptr;
     if (!out) {
         sf_close(in);
         *error = file.InitCheck() != 0 ? file.ErrorText() : "cannot write " + flacPath;

@@ -93,7 +93,8 @@ int32_t TAISelector::Save(const std::filesystem::path& database, std::string* er
     ini.Flush(true);
     const std::vector<uint8_t>& bytes = text.Bytes();
     return veldan::write_file_atomically(
-               database, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
+               database,
+               std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
                error) == 0
                ? 0
                : -1;

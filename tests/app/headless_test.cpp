@@ -337,7 +337,8 @@ TEST(Headless, AFullDiskLeavesTheEarlierTraceAndRecordingWhole) {
     TTempDir dir;
     TSmfBuilder smf(1, 480);
     TTrackBuilder& track = smf.AddTrack();
-    for (int i = 0; i < 100; ++i) track.NoteOn(0, 0, uint8_t(40 + i % 40), 100).NoteOff(10, 0, uint8_t(40 + i % 40));
+    for (int i = 0; i < 100; ++i)
+        track.NoteOn(0, 0, uint8_t(40 + i % 40), 100).NoteOff(10, 0, uint8_t(40 + i % 40));
     auto song = dir.Write("song.mid", smf.Bytes());
     const std::string oldTrace(3000, 't');
     auto trace = dir.Write("trace.txt", oldTrace);

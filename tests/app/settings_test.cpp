@@ -275,8 +275,8 @@ TEST_F(Settings, AFullDiskKeepsThePreferencesFileAndIsReportedOnce) {
             TStderrCapture errors;
             const bool saved = save_pref(false);
             const std::string text = errors.Take();
-            const bool oneLine = text.find(kPrefsFile) != std::string::npos &&
-                                 text.find('\n') == text.size() - 1;
+            const bool oneLine =
+                text.find(kPrefsFile) != std::string::npos && text.find('\n') == text.size() - 1;
             return saved ? 0 : oneLine ? 1 : 2;
         },
         TChildFaults{.fileSizeLimit = int64_t(before.size())});

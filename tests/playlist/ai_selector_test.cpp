@@ -184,7 +184,8 @@ TEST_F(AISelector, AFullDiskLeavesTheLearnedScoresByteForByte) {
     fSelector.ChangeScore(AddSong("kept.mid"), +2);
     ASSERT_EQ(fSelector.Save(database), 0);
     const std::vector<uint8_t> before = read_file_bytes(database);
-    for (int i = 0; i < 200; i++) fSelector.ChangeScore(AddSong("new " + std::to_string(i) + ".mid"), -1);
+    for (int i = 0; i < 200; i++)
+        fSelector.ChangeScore(AddSong("new " + std::to_string(i) + ".mid"), -1);
 
     const int result = run_in_child(
         [&] {

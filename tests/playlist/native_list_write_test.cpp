@@ -129,8 +129,9 @@ TEST(NativeListWrite, KilledAtRandomMomentsTheListIsOldOrNewNeverBroken) {
         if (now == textA || now == textB) ++intact;
         mostTemporaries = std::max(mostTemporaries, count_temporaries(dir.Path()));
     }
-    std::printf("kills %d, intact %d (old %d, new %d), most temporaries left %d, one save %lld us\n",
-                kills, intact, sawA, sawB, mostTemporaries, static_cast<long long>(oneSaveUs));
+    std::printf(
+        "kills %d, intact %d (old %d, new %d), most temporaries left %d, one save %lld us\n", kills,
+        intact, sawA, sawB, mostTemporaries, static_cast<long long>(oneSaveUs));
     EXPECT_GE(kills, 150) << "too few kills in the time budget";
     EXPECT_EQ(intact, kills);
     EXPECT_GT(sawA, 0);

@@ -14,8 +14,8 @@
 #include <string>
 
 struct TChildFaults {
-    int64_t fileSizeLimit = -1;  // bytes; -1: none
-    bool dropPrivileges = false; // setgid/setuid 65534 before running
+    int64_t fileSizeLimit = -1;   // bytes; -1: none
+    bool dropPrivileges = false;  // setgid/setuid 65534 before running
 };
 
 // The child's exit code (0..255), or -signal when a signal ended it, or -1000 when it could

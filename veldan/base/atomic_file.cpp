@@ -9,6 +9,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -44,7 +45,7 @@ uint64_t random_word() {
     // makes it unique.
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    static uint64_t counter = 0;
+    static std::atomic<uint64_t> counter{0};
     return (uint64_t(now.tv_nsec) << 20) ^ uint64_t(now.tv_sec) ^ (++counter << 40);
 }
 
@@ -87,8 +88,8 @@ bool write_all(int fd, const void* bytes, size_t size, const uint64_t* offset) {
     uint64_t position = offset ? *offset : 0;
     while (size > 0) {
         errno = 0;
-        const ssize_t count = offset ? ::pwrite(fd, at, size, off_t(position))
-                                     : ::write(fd, at, size);
+        const ssize_t count =
+            offset ? ::pwrite(fd, at, size, off_t(position)) : ::write(fd, at, size);
         if (count < 0 && errno == EINTR) continue;
         if (count <= 0) {
             if (count == 0) errno = ENOSPC;
