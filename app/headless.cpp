@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 
@@ -27,6 +26,7 @@
 #include "playlist/ai_selector.h"
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
+#include "veldan/base/atomic_file.h"
 #include "veldan/base/clock.h"
 #include "veldan/core/entry.h"
 #include "veldan/core/llt.h"
@@ -492,9 +492,12 @@ void THeadlessPlayer::WriteTrace() {
     }
     std::stable_sort(lines.begin(), lines.end(),
                      [](const TLine& a, const TLine& b) { return a.us < b.us; });
-    std::ofstream out(fOptions.tracePath);
-    for (const TLine& line : lines) out << line.us << ' ' << line.port << ' ' << line.bytes << '\n';
-    if (!out) std::fprintf(stderr, "quillmidi: cannot write %s\n", fOptions.tracePath.c_str());
+    std::string text;
+    for (const TLine& line : lines)
+        text += std::to_string(line.us) + ' ' + line.port + ' ' + line.bytes + '\n';
+    std::string error;
+    if (veldan::write_file_atomically(fOptions.tracePath, text, &error) != 0)
+        std::fprintf(stderr, "quillmidi: %s\n", error.c_str());
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <QStandardPaths>
 #include <algorithm>
 #include <cstdlib>
+#include <string_view>
 #include <system_error>
 
 #include "app/dialogs/about_win.h"
@@ -19,6 +20,7 @@
 #include "player/resources.h"
 #include "playlist/drvcvt_win.h"
 #include "playlist/orvick_view.h"
+#include "veldan/base/atomic_file.h"
 #include "veldan/core/entry.h"
 #include "veldan/core/llt.h"
 #include "veldan/widgets/alert.h"
@@ -269,8 +271,11 @@ void TQuillApp::Quit() {
     // No note may hang in a synthesizer that outlives us.
     fMainWin->View()->StopSong();
     fMainWin->View()->Ports().MuteAllMidiOut();
-    if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database))
-        fMainWin->View()->AISelector().Save(database);
+    if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database)) {
+        std::string error;
+        if (fMainWin->View()->AISelector().Save(database, &error) != 0)
+            report_settings_failure(error, database);
+    }
     delete fMainWin.data();
     fMainWin = nullptr;
     if (fSynth) fSynth->Finish(0);
@@ -353,8 +358,7 @@ void TQuillApp::LanguageFileDropped(const veldan::TMessage& message) {
     // A file dropped from where it already lies is chosen as it is: copying a file onto
     // itself fails.
     const bool inPlace = !folder.empty() && fs::equivalent(source, target, error);
-    if (folder.empty() ||
-        (!inPlace && !fs::copy_file(source, target, fs::copy_options::overwrite_existing, error))) {
+    if (folder.empty() || (!inPlace && veldan::copy_file_atomically(source, target) != 0)) {
         ShowStatus(language_table().Text(kStatCannotAddLanguage) + source.filename().string());
         return;
     }
@@ -372,8 +376,12 @@ void TQuillApp::InstallPlayListMime() {
     std::error_code error;
     fs::create_directories(mime / "packages", error);
     const QString package = QString::fromStdString((mime / "packages" / kMimePackageFile).string());
-    QFile::remove(package);
-    QFile::copy(kMimePackageResource, package);
+    QFile resource(kMimePackageResource);
+    if (resource.open(QIODevice::ReadOnly)) {
+        const QByteArray bytes = resource.readAll();
+        veldan::write_file_atomically(package.toStdString(),
+                                      std::string_view(bytes.constData(), size_t(bytes.size())));
+    }
     // The desktop reads the compiled database; without the tool the package waits for the
     // next system update of it.
     QString tool = QStandardPaths::findExecutable("update-mime-database");

@@ -34,6 +34,7 @@ namespace {
 constexpr char kTextAskDelOne[] = "Ask_Del_One_MRUF";
 constexpr char kTextAskDelAll[] = "Ask_Del_All_MRUFs";
 constexpr char kTextHintDelOne[] = "Hint_How_To_Del_One_MRUF";
+constexpr char kTextCannotSaveSettings[] = "Stat_Str_Cannot_Save_Settings";
 // In the settings folder: the main list when the program ends before it was ever saved.
 constexpr char kUnsavedListFile[] = "QuillMIDI_UnsavedList.qml";
 
@@ -136,6 +137,10 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
     fMRUF.SetShowSC(true);
     fMRUF.SetMaxMRUF(kMaxRecentLists);
     if (fs::path entry; settings_entry(kMRUPlaylistsFile, &entry)) fMRUF.Load(entry);
+    set_settings_failure_fn([this](const fs::path& file) {
+        fView->ControlBar()->SetStatusText(fTexts.Text(kTextCannotSaveSettings) +
+                                           file.filename().string());
+    });
 
     CreateMenu();
     LabelFilePanels();
@@ -143,7 +148,7 @@ TQuillWin::TQuillWin(const veldan::TLLT& texts, const TPref& prefs, TExitState& 
     ShowTrayIcon();
 }
 
-TQuillWin::~TQuillWin() = default;
+TQuillWin::~TQuillWin() { set_settings_failure_fn(nullptr); }
 
 // Menus --------------------------------------------------------------------------------
 
@@ -378,9 +383,7 @@ void TQuillWin::MItemDelAllMRUFClicked() {
     GenerateMenuMRUF();
 }
 
-void TQuillWin::SaveRecentLists() const {
-    if (fs::path entry; settings_entry(kMRUPlaylistsFile, &entry)) fMRUF.Save(entry);
-}
+void TQuillWin::SaveRecentLists() const { save_settings_file(fMRUF, kMRUPlaylistsFile); }
 
 // Playlists -----------------------------------------------------------------------------
 
@@ -433,12 +436,6 @@ bool TQuillWin::LoadListFolderFile(const fs::path& ref, bool add) {
     }
     bool added = add || !isPlaylist ? list->AddListFolderFileToTopLevel(ref)
                                     : list->AddListFolderFile(ref, nullptr, -1);
-    auto* first = static_cast<TQuillSItem*>(list->topLevelItem(0));
-    if (added && add && first && !first->UnnamedNewList()) {
-        // Its file no longer holds what it shows; quitting offers to save it, as after a drop.
-        first->SetModified(true);
-        first->UpdateText(fTexts);
-    }
     if (list->topLevelItemCount() == 0) list->AddNewList(nullptr);
     fView->UpdateWinTitle();
     return added && isPlaylist;
@@ -534,10 +531,14 @@ std::string TQuillWin::MainListFileForExit() {
     if (!first->UnnamedNewList()) return first->EntryRef().string();
     // A list never saved is kept for the next start rather than lost.
     fs::path keep = UnsavedListFile();
+    if (keep.empty()) return std::string();
     std::string error;
-    if (keep.empty() || !fView->OrvickView()->OverwriteList(first->ListId(), keep, &error))
-        return std::string();
-    return keep.string();
+    if (fView->OrvickView()->OverwriteList(first->ListId(), keep, &error)) return keep.string();
+    // The reason is on stderr already. The list kept by an earlier run is still whole, and
+    // better to come back to than none.
+    report_settings_failure(std::string(), keep);
+    std::error_code missing;
+    return fs::exists(keep, missing) ? keep.string() : std::string();
 }
 
 void TQuillWin::RestoreExitState() {

@@ -4,13 +4,14 @@
 
 #include <algorithm>
 #include <cctype>
-#include <filesystem>
+#include <cerrno>
 #include <vector>
 
 #include "engine/midi_filter.h"
 #include "engine/smf_producer.h"
 #include "midi/midi_defs.h"
 #include "midi/synth.h"
+#include "veldan/base/atomic_file.h"
 
 namespace {
 
@@ -95,7 +96,8 @@ bool is_flac_path(const std::string& path) {
     return tail == ".flac";
 }
 
-// The rendered WAV file, losslessly compressed into a 16-bit FLAC file.
+// The rendered WAV file, losslessly compressed into a 16-bit FLAC file that takes the
+// name flacPath only once it is complete.
 bool wav_to_flac(const std::string& wavPath, const std::string& flacPath, std::string* error) {
     SF_INFO format{};
     SNDFILE* in = sf_open(wavPath.c_str(), SFM_READ, &format);
@@ -103,14 +105,16 @@ bool wav_to_flac(const std::string& wavPath, const std::string& flacPath, std::s
         *error = "cannot read " + wavPath;
         return false;
     }
+    veldan::TAtomicFile file(flacPath);
     SF_INFO flac{};
     flac.samplerate = format.samplerate;
     flac.channels = format.channels;
     flac.format = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
-    SNDFILE* out = sf_open(flacPath.c_str(), SFM_WRITE, &flac);
+    SNDFILE* out =
+        file.InitCheck() == 0 ? sf_open_fd(file.Descriptor(), SFM_WRITE, &flac, 0) : nullptr;
     if (!out) {
         sf_close(in);
-        *error = "cannot write " + flacPath;
+        *error = file.InitCheck() != 0 ? file.ErrorText() : "cannot write " + flacPath;
         return false;
     }
     std::vector<short> frames(size_t(kCopyFrames) * size_t(format.channels));
@@ -119,7 +123,12 @@ bool wav_to_flac(const std::string& wavPath, const std::string& flacPath, std::s
         written = written && sf_writef_short(out, frames.data(), got) == got;
     sf_close(in);
     if (sf_close(out) != 0 || !written) {
-        *error = "cannot write " + flacPath;
+        file.Fail(-EIO);
+        *error = file.ErrorText();
+        return false;
+    }
+    if (file.Commit() != 0) {
+        *error = file.ErrorText();
         return false;
     }
     return true;
@@ -139,10 +148,7 @@ int32_t render_wav(TSMFProducer& producer, const std::string& wavPath,
     TRenderSink sink(producer, *synth, options, progress);
     producer.Walk(sink);
     if (sink.Cancelled()) {
-        synth->Finish(0);
-        synth.reset();
-        std::error_code ignored;
-        std::filesystem::remove(wavPath, ignored);
+        synth->DiscardWav();
         *error = "cancelled";
         return -1;
     }
@@ -161,12 +167,20 @@ int32_t render_wav(TSMFProducer& producer, const std::string& wavPath,
 int32_t render_song(TSMFProducer& producer, const std::string& path, const TRenderOptions& options,
                     const TRenderProgressFn& progress, std::string* error) {
     if (!is_flac_path(path)) return render_wav(producer, path, options, progress, error);
-    // The synthesizer writes WAV; the whole file is compressed once it is complete.
-    const std::string wavPath = path + ".wav.part";
+    // The synthesizer writes WAV; the whole file is compressed once it is complete. The
+    // WAV goes to a temporary of the target's own, which a save of the same name clears
+    // away should this process die before it is removed.
+    veldan::TAtomicFile wav(path);
+    if (wav.InitCheck() != 0) {
+        *error = wav.ErrorText();
+        return -1;
+    }
+    const std::string wavPath = wav.TemporaryPath().string();
     int32_t status = render_wav(producer, wavPath, options, progress, error);
+    // The user knows the file by the name asked for, not by its temporary.
+    if (const size_t at = error->find(wavPath); status != 0 && at != std::string::npos)
+        error->replace(at, wavPath.size(), path);
     if (status == 0 && !wav_to_flac(wavPath, path, error)) status = -1;
-    std::error_code ignored;
-    std::filesystem::remove(wavPath, ignored);
-    if (status != 0) std::filesystem::remove(path, ignored);
+    wav.Discard();
     return status;
 }

@@ -326,6 +326,10 @@ int TSynthConsumer::Channel(uint8_t channel) const {
     return fPort * kChannelsPerPort + (channel & 0x0F);
 }
 
+void TSynthConsumer::DiscardWav() {
+    if (fEngine->renderer) fEngine->renderer->Discard();
+}
+
 void TSynthConsumer::NoteOff(uint8_t channel, uint8_t note, uint8_t /*velocity*/,
                              int64_t /*time*/) {
     fluid_synth_noteoff(fEngine->synth.get(), Channel(channel), note);

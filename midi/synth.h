@@ -85,6 +85,9 @@ public:
     // driver is shut. Events that arrive later change nothing. Blocks for about tailUs;
     // idempotent. False when writing the WAV file failed.
     bool Finish(int64_t tailUs);
+    // Owner's thread: ends a WAV file unfinished and drops it (a cancelled export), so that
+    // its path stays as it was. Nothing without a file.
+    void DiscardWav();
     // Offline only, owner's thread: renders the file up to songUs after its first frame.
     void RenderUntilUs(int64_t songUs);
     // Offline only, owner's thread: the port (0 A, 1 B) that the hooks called directly

@@ -42,6 +42,11 @@ bool TWavRenderer::Finish(int64_t tailUs) {
     return fWriter.Close();
 }
 
+void TWavRenderer::Discard() {
+    Stop();
+    fWriter.Discard();
+}
+
 int32_t TWavRenderer::Execute() {
     for (;;) {
         int64_t endUs = fEndUs.load(std::memory_order_acquire);

@@ -40,6 +40,8 @@ public:
     // closes it; blocks for about tailUs. Idempotent. False when a write failed. Never
     // started (offline), it renders the tail at once instead.
     bool Finish(int64_t tailUs);
+    // Stops at once and drops the file: its path stays as it was before Open.
+    void Discard();
     // Offline, without Start(): renders every frame up to songUs after frame 0, as fast as
     // the synthesizer goes.
     void RenderUntilUs(int64_t songUs);

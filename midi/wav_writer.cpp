@@ -1,8 +1,5 @@
 #include "midi/wav_writer.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <bit>
 #include <cerrno>
@@ -25,24 +22,25 @@ TWavWriter::~TWavWriter() { Close(); }
 
 bool TWavWriter::Open(const std::string& path, int32_t sampleRate, std::string* error) {
     Close();
-    fFd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fFd < 0) {
-        if (error) *error = "cannot create WAV file " + path + ": " + std::strerror(errno);
+    if (fFile.Open(path) != 0) {
+        if (error)
+            *error = "cannot create WAV file " + path + ": " + std::strerror(-fFile.InitCheck());
         return false;
     }
     fSampleRate = sampleRate;
     fDataBytes = 0;
     fFailed = false;
     if (!WriteHeader(0)) {
-        if (error) *error = "cannot write WAV file " + path + ": " + std::strerror(errno);
-        Close();
+        if (error)
+            *error = "cannot write WAV file " + path + ": " + std::strerror(-fFile.InitCheck());
+        Discard();
         return false;
     }
     return true;
 }
 
 bool TWavWriter::Append(const int16_t* samples, size_t frames) {
-    if (fFd < 0 || fFailed) return false;
+    if (!IsOpen() || fFailed) return false;
     uint64_t bytes =
         std::min<uint64_t>(uint64_t(frames) * kBytesPerFrame, kMaxDataBytes - fDataBytes);
     if (bytes == 0) return true;
@@ -52,11 +50,15 @@ bool TWavWriter::Append(const int16_t* samples, size_t frames) {
 }
 
 bool TWavWriter::Close() {
-    if (fFd < 0) return !fFailed;
+    if (!IsOpen()) return !fFailed;
     WriteHeader(uint32_t(fDataBytes));
-    if (::close(fFd) != 0) fFailed = true;
-    fFd = -1;
+    if (fFile.Commit() != 0) fFailed = true;
     return !fFailed;
+}
+
+void TWavWriter::Discard() {
+    fFile.Discard();
+    fFailed = true;
 }
 
 bool TWavWriter::WriteHeader(uint32_t dataBytes) {
@@ -78,17 +80,9 @@ bool TWavWriter::WriteHeader(uint32_t dataBytes) {
 }
 
 bool TWavWriter::WriteAt(const void* bytes, size_t length, uint64_t offset) {
-    const auto* at = static_cast<const uint8_t*>(bytes);
-    while (length > 0) {
-        ssize_t written = ::pwrite(fFd, at, length, off_t(offset));
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) {
-            fFailed = true;
-            return false;
-        }
-        at += written;
-        offset += uint64_t(written);
-        length -= size_t(written);
+    if (!fFile.WriteAt(bytes, length, offset)) {
+        fFailed = true;
+        return false;
     }
     return true;
 }

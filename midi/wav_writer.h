@@ -1,7 +1,9 @@
 #pragma once
 // TWavWriter: a 16-bit stereo PCM WAV file written in pieces, whose RIFF sizes are fixed
-// up on Close(). Until then the header says "empty", so a file cut short by a crash is
-// still a valid, silent WAV rather than garbage.
+// up on Close(). The file is made beside the target under a temporary name and takes the
+// target's name only when Close() has written it whole (veldan::TAtomicFile): a failed,
+// discarded or crashed recording leaves no half-file under the user's name, and an older
+// file of that name stays as it was.
 //
 // Limits: one format (16-bit, 2 channels, any rate); at most 4 GiB of samples, which is
 // about 6.7 hours at 44100 Hz: frames beyond that are counted but not written.
@@ -12,6 +14,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+
+#include "veldan/base/atomic_file.h"
 
 class TWavWriter {
 public:
@@ -25,21 +29,25 @@ public:
     TWavWriter(const TWavWriter&) = delete;
     TWavWriter& operator=(const TWavWriter&) = delete;
 
-    // Creates or truncates path. False with *error set when the file cannot be made.
+    // Starts the file for path. False with *error set when it cannot be made (a missing or
+    // read-only folder).
     bool Open(const std::string& path, int32_t sampleRate, std::string* error);
     // frames interleaved left/right samples, native 16-bit. False after a write error.
     bool Append(const int16_t* samples, size_t frames);
-    // Writes the final sizes and closes; idempotent. False when any write failed.
+    // Writes the final sizes and puts the file in place; idempotent. False when any write
+    // failed (nothing is then put in place).
     bool Close();
+    // Drops the file: path stays as it was before Open. Idempotent.
+    void Discard();
 
-    bool IsOpen() const { return fFd >= 0; }
+    bool IsOpen() const { return fFile.Descriptor() >= 0; }
     uint64_t FramesWritten() const { return fDataBytes / kBytesPerFrame; }
 
 private:
     bool WriteHeader(uint32_t dataBytes);
     bool WriteAt(const void* bytes, size_t length, uint64_t offset);
 
-    int fFd = -1;
+    veldan::TAtomicFile fFile;
     int32_t fSampleRate = 0;
     uint64_t fDataBytes = 0;
     bool fFailed = false;

@@ -4,9 +4,11 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <string_view>
 
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
+#include "veldan/base/atomic_file.h"
 #include "veldan/base/ini_file.h"
 #include "veldan/base/random.h"
 #include "veldan/core/entry.h"
@@ -68,9 +70,10 @@ int32_t TAISelector::Load(const std::filesystem::path& database) {
     return 0;
 }
 
-int32_t TAISelector::Save(const std::filesystem::path& database) const {
-    veldan::TIniFile ini(database, veldan::kWriteOnly | veldan::kCreateFile | veldan::kEraseFile,
-                         kIniLineLength);
+int32_t TAISelector::Save(const std::filesystem::path& database, std::string* error) const {
+    // Made in memory first: the learned scores are replaced whole or not at all.
+    veldan::TMemoryIO text;
+    veldan::TIniFile ini(&text, kIniLineLength);
     std::vector<const TScoreTable::value_type*> records;
     for (const auto& record : fScores) {
         if (record.second.priority != kNeutralPriority) records.push_back(&record);
@@ -89,7 +92,13 @@ int32_t TAISelector::Save(const std::filesystem::path& database) const {
                                          std::to_string(record->second.autoSelectCount));
     }
     ini.Flush(true);
-    return 0;
+    const std::vector<uint8_t>& bytes = text.Bytes();
+    return veldan::write_file_atomically(
+               database,
+               std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
+               error) == 0
+               ? 0
+               : -1;
 }
 
 void TAISelector::ChangeScore(const TQuillSItem* song, int32_t delta) {

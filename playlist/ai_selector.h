@@ -53,8 +53,9 @@ class TAISelector {
     // Reads the database once; a second call does nothing. A missing or unreadable file
     // leaves the table as it was. Always 0.
     int32_t Load(const std::filesystem::path& database);
-    // Writes the non-neutral records, replacing the file. Always 0; failures are silent.
-    int32_t Save(const std::filesystem::path& database) const;
+    // Writes the non-neutral records, replacing the file whole or not at all: 0, or -1
+    // with the file as it was and *error (the path and the reason) when given.
+    int32_t Save(const std::filesystem::path& database, std::string* error = nullptr) const;
     // The database file in the user's settings folder; false when there is none.
     static bool DatabaseEntry(std::filesystem::path* database);
 

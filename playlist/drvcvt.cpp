@@ -3,6 +3,7 @@
 #include <iconv.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include "veldan/base/strings.h"
 #include "veldan/core/entry.h"
@@ -83,7 +84,11 @@ bool TDrvCvt::Load() {
 
 bool TDrvCvt::Save() const {
     std::filesystem::path file;
-    return settings_file(&file) && TArchivable::Save(file);
+    if (!settings_file(&file)) return false;
+    std::string error;
+    if (TArchivable::Save(file, &error)) return true;
+    std::fprintf(stderr, "quillmidi: %s\n", error.c_str());
+    return false;
 }
 
 void TDrvCvt::SetBeDL(char letter, const std::string& path) {

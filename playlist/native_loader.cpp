@@ -1,5 +1,6 @@
 #include "playlist/native_loader.h"
 
+#include "veldan/base/atomic_file.h"
 #include "veldan/base/vel_file.h"
 
 std::vector<std::string> split_lines(const std::string& text) {
@@ -63,4 +64,17 @@ std::string TCLNative100::Copyright() const noexcept {
 
 std::string TCLNative100::Description() const noexcept {
     return "Tells MIDI files in the Quill MIDI native playlist format #100.";
+}
+
+bool write_native_list(const std::filesystem::path& target, const std::vector<std::string>& paths,
+                       std::string* error) {
+    std::string text = std::string(TCLNative100::kHeaderLine) + "\n";
+    for (const std::string& path : paths) text += path + "\n";
+    veldan::TAtomicFile file(target);
+    file.Write(text);
+    // Where the file system keeps extended attributes, desktops read the type from here.
+    file.SetAttribute("user.mime_type", TCLNative100::kMimeType);
+    if (file.Commit() == 0) return true;
+    if (error) *error = file.ErrorText();
+    return false;
 }

@@ -10,6 +10,7 @@
 // kMaxLineBytes names no file that could exist here and is skipped.
 
 #include <cstddef>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,7 @@ class TCLNative100 : public TContainerLoader {
     static constexpr char kHeaderLine[] = "MarnelList$1";
     static constexpr size_t kMaxLineBytes = 2048;
     static constexpr size_t kMaxFileBytes = 16 * 1024 * 1024;
+    static constexpr char kMimeType[] = "text/x-vnd.VELDAN-QuillMIDI-PlayList";
 
     TCLNative100() : TContainerLoader(std::string()) {}
 
@@ -38,3 +40,10 @@ std::vector<std::string> split_lines(const std::string& text);
 
 // Reads a whole file of at most maxBytes bytes; false when it can't be read or is larger.
 bool read_small_file(const std::string& path, size_t maxBytes, std::string* text);
+
+// Writes a list in format #100 (the header line, then one path per line) over target, whole
+// or not at all, with the playlist MIME type as the file's "user.mime_type" attribute. A
+// link is written through. False with *error (the path and the reason) when the file could
+// not be written; target is then as it was.
+bool write_native_list(const std::filesystem::path& target, const std::vector<std::string>& paths,
+                       std::string* error);

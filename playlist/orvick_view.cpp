@@ -1,13 +1,13 @@
 #include "playlist/orvick_view.h"
 
-#include <sys/xattr.h>
-
 #include <QMimeDatabase>
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <system_error>
 
 #include "playlist/drvcvt.h"
+#include "playlist/native_loader.h"
 #include "veldan/base/strings.h"
 #include "veldan/base/vel_file.h"
 #include "veldan/core/llt.h"
@@ -22,7 +22,6 @@ constexpr char kAlreadyAddedKey[] = "Stat_Str_Already_Added";
 constexpr char kAlreadyDeletedKey[] = "Err_Already_Deled";
 constexpr char kCannotSaveKey[] = "Err_Cannot_Save_List";
 constexpr char kTextPlaylistName[] = "Access_Playlist";  // what a screen reader calls the list
-constexpr char kPlaylistMimeType[] = "text/x-vnd.VELDAN-QuillMIDI-PlayList";
 
 bool names_a_file(const fs::path& ref) {
     std::error_code error;
@@ -214,8 +213,9 @@ bool TOrvickView::AddListFolderFileToTopLevel(const fs::path& ref) {
     TQuillSItem* first = row_of(topLevelItem(0));
     if (!AddListFolderFile(ref, first, -1)) return false;
     // File > Add, the files given at start and those a second start hands over all come
-    // here: the list now differs from its file.
-    MarkModified(first);
+    // here: the list now differs from its file. A list never saved has no file to differ
+    // from and is kept at quit anyway, so quitting need not ask about it.
+    if (first && !first->UnnamedNewList()) MarkModified(first);
     // What the user just added is what the user wants to see.
     if (first) expandItem(first);
     return true;
@@ -359,24 +359,23 @@ bool TOrvickView::OverwriteList(int32_t listId, const fs::path& target, std::str
         *error = fTexts.Text(kAlreadyDeletedKey);
         return false;
     }
-    veldan::TVELFile file(target.c_str(),
-                          veldan::kWriteOnly | veldan::kCreateFile | veldan::kEraseFile);
-    if (file.InitCheck() != 0) {
-        *error = fTexts.Text(kCannotSaveKey) + target.filename().string();
-        return false;
-    }
-    file.WriteLine("MarnelList$1");
+    std::vector<std::string> paths;
     for (int i = 0; i < list->childCount(); i++) {
         const TQuillSItem* row = row_of(list->child(i));
         std::error_code missing;
         // A row whose file went away since it was added is left out silently.
         if (row && row->EntryRef().is_absolute() &&
             fs::exists(fs::symlink_status(row->EntryRef(), missing))) {
-            file.WriteLine(row->EntryRef().c_str());
+            paths.push_back(row->EntryRef().string());
         }
     }
-    // Where the file system keeps extended attributes, desktops read the type from here.
-    setxattr(target.c_str(), "user.mime_type", kPlaylistMimeType, sizeof kPlaylistMimeType - 1, 0);
+    // Written whole or not at all: a full disk or a crash must not cost the old list.
+    std::string reason;
+    if (!write_native_list(target, paths, &reason)) {
+        std::fprintf(stderr, "quillmidi: %s\n", reason.c_str());
+        *error = fTexts.Text(kCannotSaveKey) + target.filename().string();
+        return false;
+    }
     list->SetModified(false);
     list->SetUnnamedNewList(false);
     list->SetEntryRef(target);

@@ -176,8 +176,9 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     bool AddContainer(const std::filesystem::path& ref, TSupportFmt kind, TContainerLoader* loader,
                       TQuillSItem* parent, int32_t magicNum);
     // Writes the list with that id in the native format to target: the paths of the rows
-    // directly under it whose files still exist. Then the row is clean, named by target,
-    // and native. False with *error (a language text and a name) otherwise.
+    // directly under it whose files still exist, replacing target whole or not at all. Then
+    // the row is clean, named by target, and native. False with *error (a language text and
+    // a name) otherwise, target and the row as they were; the reason goes to stderr.
     bool OverwriteList(int32_t listId, const std::filesystem::path& target, std::string* error);
     TQuillSItem* FindList(int32_t listId) const;
 

@@ -2,9 +2,11 @@
 
 #include <QCoreApplication>
 #include <QGuiApplication>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 #include "veldan/core/entry.h"
 #include "veldan/core/llt.h"
@@ -20,12 +22,33 @@ bool load_record(veldan::TArchivable& record, const char* name) {
     return settings_entry(name, &entry) && record.Load(entry);
 }
 
-bool save_record(const veldan::TArchivable& record, const char* name) {
-    std::filesystem::path entry;
-    return settings_entry(name, &entry) && record.Save(entry);
+std::function<void(const std::filesystem::path&)>& failure_fn() {
+    static std::function<void(const std::filesystem::path&)> show;
+    return show;
 }
 
 }  // namespace
+
+bool save_settings_file(const veldan::TArchivable& record, const char* name) {
+    std::filesystem::path entry;
+    if (!settings_entry(name, &entry)) {
+        report_settings_failure(std::string("no settings folder for ") + name, name);
+        return false;
+    }
+    std::string error;
+    if (record.Save(entry, &error)) return true;
+    report_settings_failure(error, entry);
+    return false;
+}
+
+void report_settings_failure(const std::string& reason, const std::filesystem::path& file) {
+    if (!reason.empty()) std::fprintf(stderr, "quillmidi: %s\n", reason.c_str());
+    if (failure_fn()) failure_fn()(file);
+}
+
+void set_settings_failure_fn(std::function<void(const std::filesystem::path& file)> show) {
+    failure_fn() = std::move(show);
+}
 
 TAppPrivacy& app_privacy() {
     static TAppPrivacy privacy;
@@ -65,11 +88,11 @@ bool load_global() {
 }
 
 bool save_exit_state() {
-    return !is_reset_chord_held() && save_record(exit_state(), kExitStateFile);
+    return !is_reset_chord_held() && save_settings_file(exit_state(), kExitStateFile);
 }
 
 bool save_pref(bool force) {
-    return (force || !is_reset_chord_held()) && save_record(pref(), kPrefsFile);
+    return (force || !is_reset_chord_held()) && save_settings_file(pref(), kPrefsFile);
 }
 
 bool is_file_exists(const char* path) {

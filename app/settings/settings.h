@@ -2,8 +2,9 @@
 // The process-wide settings records and the functions that load and save them.
 //
 // Settings files lie in the user settings folder under "VELDAN/QuillMIDI" (the folder is
-// made on first use). Failures are silent: a record that can't be read keeps what it
-// had, the rest its defaults.
+// made on first use). A record that can't be read keeps what it had, the rest its defaults,
+// silently. A file that can't be written is left as it was, and the user is told: one line
+// on stderr, and the status line while a main window lives (report_settings_failure).
 //
 // The records are made on first use and live until the program ends, destroyed in the
 // reverse order of their making; main touches app_privacy(), exit_state(),
@@ -14,11 +15,16 @@
 // only where a QGuiApplication exists; QUILLMIDI_RESET_SETTINGS=1 in the environment
 // counts as the chord held, for machines without a display and for scripts.
 
+#include <filesystem>
+#include <functional>
+#include <string>
+
 #include "app/settings/app_privacy.h"
 #include "app/settings/exit_state.h"
 #include "app/settings/pref.h"
 
 namespace veldan {
+class TArchivable;
 class TLLT;
 }
 
@@ -41,6 +47,16 @@ bool load_global();
 bool save_exit_state();
 // Writes the preferences, unless the reset chord is held and force is false.
 bool save_pref(bool force);
+
+// Writes record over the settings file name; on failure reports it and is false.
+bool save_settings_file(const veldan::TArchivable& record, const char* name);
+
+// A settings file (or the learned scores) could not be written: reason goes to stderr as
+// one line (none when empty: the writer has told it already), and file to the function set
+// below, which shows it on the status line.
+void report_settings_failure(const std::string& reason, const std::filesystem::path& file);
+// Set by the main window for its life; an empty function reports to stderr only.
+void set_settings_failure_fn(std::function<void(const std::filesystem::path& file)> show);
 
 // Whether the entry at path exists (a dangling link counts).
 bool is_file_exists(const char* path);

@@ -167,6 +167,8 @@ class Accessibility : public TWidgetTest {
         fs::create_directories(fLoaders);
     }
 
+    // The window keeps a reference to its texts: a temporary would dangle.
+    std::unique_ptr<TQuillWin> MakeWin(veldan::TLLT&& texts, int songs) = delete;
     std::unique_ptr<TQuillWin> MakeWin(const veldan::TLLT& texts, int songs) {
         auto win = std::make_unique<TQuillWin>(texts, fPrefs, fExitState, nullptr, fLoaders);
         for (int i = 0; i < songs; ++i) {
@@ -237,7 +239,8 @@ INSTANTIATE_TEST_SUITE_P(Languages, AccessibilityIn,
                          ::testing::Values("English.llt", "Japanese.llt"));
 
 TEST_F(Accessibility, SlidersTellTheirValueInTheirUnitAndTakeAValueFromAScreenReader) {
-    auto win = MakeWin(builtin_language(), 1);
+    const veldan::TLLT texts = builtin_language();
+    auto win = MakeWin(texts, 1);
     auto* volume = win->findChild<quill::TCompactSlider*>("SliderVolume");
     auto* key = win->findChild<quill::TCompactSlider*>("SliderKey");
     ASSERT_TRUE(volume && key);
@@ -254,7 +257,8 @@ TEST_F(Accessibility, SlidersTellTheirValueInTheirUnitAndTakeAValueFromAScreenRe
 }
 
 TEST_F(Accessibility, IndicatorsSayWhatTheyShowAndWhetherTheyAreLit) {
-    auto win = MakeWin(builtin_language(), 1);
+    const veldan::TLLT texts = builtin_language();
+    auto win = MakeWin(texts, 1);
     auto* portA = win->findChild<quill::TLCDIndicator*>("StrViewPortA");
     auto* gs = win->findChild<quill::TLCDIndicator*>("StrViewSysGS");
     ASSERT_TRUE(portA && gs);
@@ -271,7 +275,8 @@ TEST_F(Accessibility, IndicatorsSayWhatTheyShowAndWhetherTheyAreLit) {
 }
 
 TEST_F(Accessibility, TheTitleDisplayReadsTheSongTitle) {
-    auto win = MakeWin(builtin_language(), 1);
+    const veldan::TLLT texts = builtin_language();
+    auto win = MakeWin(texts, 1);
     win->View()->ControlBar()->SetTitle("Gymnopédie No. 1");
     QWidget* title = win->findChild<QWidget*>("StrViewTitle");
     ASSERT_NE(title, nullptr);
@@ -281,7 +286,8 @@ TEST_F(Accessibility, TheTitleDisplayReadsTheSongTitle) {
 }
 
 TEST_F(Accessibility, ToolButtonsOfferTheirActionToAScreenReader) {
-    auto win = MakeWin(builtin_language(), 1);
+    const veldan::TLLT texts = builtin_language();
+    auto win = MakeWin(texts, 1);
     auto* list = win->findChild<veldan::TToolButton*>("ButtonList");
     ASSERT_NE(list, nullptr);
     QAccessibleInterface* iface = QAccessible::queryAccessibleInterface(list);
@@ -293,7 +299,8 @@ TEST_F(Accessibility, ToolButtonsOfferTheirActionToAScreenReader) {
 }
 
 TEST_F(Accessibility, TheListHasTheKeysAtStartAndTabWalksTheControlBarInReadingOrder) {
-    auto win = MakeWin(builtin_language(), 1);
+    const veldan::TLLT texts = builtin_language();
+    auto win = MakeWin(texts, 1);
     ASSERT_TRUE(process_until([&] { return win->View()->OrvickView()->hasFocus(); }));
     std::vector<std::string> order;
     for (int i = 0; i < 40; ++i) {
@@ -324,7 +331,8 @@ bool tab_to(const char* name, bool backwards = false) {
 }
 
 TEST_F(Accessibility, TheKeyboardAloneDrivesTheTransportAndTheSliders) {
-    auto win = MakeWin(builtin_language(), 3);
+    const veldan::TLLT texts = builtin_language();
+    auto win = MakeWin(texts, 3);
     quill::TQuillView* view = win->View();
     view->OrvickView()->setFocus();
     ASSERT_TRUE(process_until([&] { return view->OrvickView()->hasFocus(); }));

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "app/settings/settings.h"
+#include "tests/support/fault_child.h"
 #include "tests/support/scoped_env.h"
 #include "tests/support/smf_builder.h"
 #include "tests/support/temp_dir.h"
@@ -591,4 +592,38 @@ TEST(Headless, RandomModeDrawsAnotherOrderOnEveryRun) {
     }
     EXPECT_TRUE(differ) << "every run played the same order, starting with "
                         << orders.front().front();
+}
+
+// A disk that fills up while the player plays: the trace and the recording of an earlier
+// run stay whole, and the player says which file it could not write.
+TEST(Headless, AFullDiskLeavesTheEarlierTraceAndRecordingWhole) {
+    TTempDir dir;
+    TSmfBuilder smf(1, 480);
+    TTrackBuilder& track = smf.AddTrack();
+    for (int i = 0; i < 100; ++i)
+        track.NoteOn(0, 0, uint8_t(40 + i % 40), 100).NoteOff(10, 0, uint8_t(40 + i % 40));
+    auto song = dir.Write("song.mid", smf.Bytes());
+    const std::string oldTrace(3000, 't');
+    auto trace = dir.Write("trace.txt", oldTrace);
+    auto wav = dir.Write("song.wav", std::string("an earlier recording"));
+    std::filesystem::create_directories(config_home(dir));
+
+    std::string errors;
+    const int result = run_in_child(
+        [&] {
+            TResult run = run_quillmidi("--headless --wav " + quoted(wav) + " --trace " +
+                                            quoted(trace) + " " + quoted(song),
+                                        dir);
+            return run.exitCode < 0 ? 200 : run.exitCode;
+        },
+        TChildFaults{.fileSizeLimit = 2500}, 60000);
+    const std::vector<uint8_t> err = read_file_bytes(dir.Path() / "stderr.txt");
+    errors.assign(err.begin(), err.end());
+
+    EXPECT_GE(result, 0) << "the player ended by a signal";
+    EXPECT_NE(result, 200) << "the player did not end normally";
+    EXPECT_EQ(read_file_bytes(trace), std::vector<uint8_t>(oldTrace.begin(), oldTrace.end()));
+    const std::string oldWav = "an earlier recording";
+    EXPECT_EQ(read_file_bytes(wav), std::vector<uint8_t>(oldWav.begin(), oldWav.end()));
+    EXPECT_NE(errors.find("cannot write " + trace.string()), std::string::npos) << errors;
 }

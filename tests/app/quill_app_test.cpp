@@ -28,6 +28,7 @@
 #include "player/quill_view.h"
 #include "playlist/ai_selector.h"
 #include "playlist/orvick_view.h"
+#include "tests/support/fault_child.h"
 #include "tests/support/scoped_env.h"
 #include "tests/support/smf_builder.h"
 #include "tests/support/temp_dir.h"
@@ -220,6 +221,97 @@ TEST_F(QuillAppTest, AFrameLeftOnAMonitorThatIsGoneComesBackOnScreen) {
                                        float(screen.right() + 199), 339};
     auto again = Start();
     EXPECT_EQ(again->MainWin()->geometry().topLeft(), QPoint(screen.right() - 200, 40));
+}
+
+// A disk that fills up while the user plays: every file written at quit fails. What the
+// last run left must stay whole, and the next start must show the same playlist.
+class QuillAppFullDisk : public QuillAppTest {
+  protected:
+    fs::path SettingsFile(const char* name) const {
+        return fConfig.Path() / "VELDAN" / "QuillMIDI" / name;
+    }
+    // A first run that plays three songs in a new list and quits normally.
+    void FirstRun() {
+        fSongs = {fOut.Write("one.mid", running_song()), fOut.Write("two.mid", running_song()),
+                  fOut.Write("three.mid", other_song())};
+        {
+            auto app = Start(fSongs);
+            ASSERT_EQ(app->MainWin()->View()->OrvickView()->Songs(), 3);
+            app->Quit();
+        }
+        Restart();
+        fListBefore = read_file_bytes(SettingsFile("QuillMIDI_UnsavedList.qml"));
+        fStateBefore = read_file_bytes(SettingsFile(kExitStateFile));
+        ASSERT_FALSE(fListBefore.empty());
+        ASSERT_FALSE(fStateBefore.empty());
+    }
+    // The second run: the list grows by many songs, then the disk fills and the user quits.
+    std::string SecondRunQuitsOnAFullDisk(int64_t limitBytes, bool* exitStateSaved,
+                                          std::string* statusLine) {
+        auto app = Start();
+        TOrvickView* list = app->MainWin()->View()->OrvickView();
+        EXPECT_EQ(list->Songs(), 3) << "the first run's list comes back";
+        auto* top = static_cast<TQuillSItem*>(list->topLevelItem(0));
+        for (int i = 0; i < 40; ++i)
+            list->AddMidiFile(fOut.Write("a song with a longer name " + std::to_string(i) + ".mid",
+                                         running_song()),
+                              top, -1);
+        app->MainWin()->View()->StopSong();
+        TStderrCapture errors;
+        {
+            TScopedFileSizeLimit full(limitBytes);
+            // The recent-lists file is written whenever its menus change: the failure shows
+            // on the status line while the window is there to show it.
+            app->MainWin()->RemoveHistoryRqtd("/no/such/list.qml");
+            auto* statusBar = app->MainWin()->View()->ControlBar()->findChild<QLabel*>("StatBar");
+            *statusLine = statusBar ? statusBar->text().toStdString() : std::string("<none>");
+            app->Quit();
+            *exitStateSaved = save_exit_state();
+        }
+        return errors.Take();
+    }
+
+    std::vector<fs::path> fSongs;
+    std::vector<uint8_t> fListBefore;
+    std::vector<uint8_t> fStateBefore;
+};
+
+TEST_F(QuillAppFullDisk, NothingCanBeWrittenAndTheNextStartShowsTheList) {
+    FirstRun();
+    bool exitStateSaved = true;
+    std::string status;
+    const std::string errors = SecondRunQuitsOnAFullDisk(1, &exitStateSaved, &status);
+
+    EXPECT_FALSE(exitStateSaved);
+    EXPECT_NE(status.find("Cannot save the settings file"), std::string::npos) << status;
+    EXPECT_NE(status.find(kMRUPlaylistsFile), std::string::npos) << status;
+    EXPECT_NE(errors.find("QuillMIDI_UnsavedList.qml"), std::string::npos) << errors;
+    EXPECT_NE(errors.find(kExitStateFile), std::string::npos) << errors;
+    EXPECT_EQ(read_file_bytes(SettingsFile("QuillMIDI_UnsavedList.qml")), fListBefore);
+    EXPECT_EQ(read_file_bytes(SettingsFile(kExitStateFile)), fStateBefore);
+
+    ResetRecords();
+    load_global();
+    auto app = Start();
+    EXPECT_EQ(app->MainWin()->View()->OrvickView()->Songs(), 3);
+}
+
+TEST_F(QuillAppFullDisk, RoomForTheSettingsButNotForTheListStillShowsTheList) {
+    FirstRun();
+    bool exitStateSaved = false;
+    std::string status;
+    const std::string errors =
+        SecondRunQuitsOnAFullDisk(int64_t(fStateBefore.size()) + 256, &exitStateSaved, &status);
+
+    EXPECT_TRUE(exitStateSaved);
+    EXPECT_NE(errors.find("QuillMIDI_UnsavedList.qml"), std::string::npos) << errors;
+    EXPECT_EQ(read_file_bytes(SettingsFile("QuillMIDI_UnsavedList.qml")), fListBefore);
+
+    ResetRecords();
+    load_global();
+    auto app = Start();
+    EXPECT_EQ(app->MainWin()->View()->OrvickView()->Songs(), 3)
+        << "the exit state names the list the first run kept";
 }
 
 TEST_F(QuillAppTest, ALanguageChangeReachesTheMenus) {

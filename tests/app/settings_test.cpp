@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <filesystem>
 
+#include "tests/support/fault_child.h"
 #include "tests/support/scoped_env.h"
 #include "tests/support/temp_dir.h"
 
@@ -259,4 +260,52 @@ TEST_F(Settings, TheApplicationStateSplitsTheProgramPathAndLoadsTheDriveTable) {
     std::string path;
     EXPECT_TRUE(privacy.GetBeDL('m', &path));
     EXPECT_EQ(path, "/mnt/music");
+}
+
+TEST_F(Settings, AFullDiskKeepsThePreferencesFileAndIsReportedOnce) {
+    pref().languageFile = "Japanese.llt";
+    ASSERT_TRUE(save_pref(false));
+    const std::vector<uint8_t> before = read_file_bytes(Folder() / kPrefsFile);
+    std::vector<fs::path> shown;
+    set_settings_failure_fn([&shown](const fs::path& file) { shown.push_back(file); });
+    pref().languageFile = std::string(4000, 'x') + ".llt";
+
+    const int result = run_in_child(
+        [] {
+            TStderrCapture errors;
+            const bool saved = save_pref(false);
+            const std::string text = errors.Take();
+            const bool oneLine =
+                text.find(kPrefsFile) != std::string::npos && text.find('\n') == text.size() - 1;
+            return saved ? 0 : oneLine ? 1 : 2;
+        },
+        TChildFaults{.fileSizeLimit = int64_t(before.size())});
+    // The same failure in this process, for the status line.
+    {
+        TScopedFileSizeLimit full(int64_t(before.size()));
+        TStderrCapture quiet;
+        EXPECT_FALSE(save_pref(false));
+    }
+    set_settings_failure_fn(nullptr);
+
+    EXPECT_EQ(result, 1) << "0: the save claimed success; 2: not one line naming the file";
+    EXPECT_EQ(read_file_bytes(Folder() / kPrefsFile), before);
+    EXPECT_EQ(shown, std::vector<fs::path>{Folder() / kPrefsFile});
+    pref() = TPref();
+    load_global();
+    EXPECT_EQ(pref().languageFile, "Japanese.llt");
+}
+
+TEST_F(Settings, ADamagedExitStateGivesDefaultsAndIsKeptBeforeItIsReplaced) {
+    exit_state().mainListFile = "/home/user/mine.qml";
+    ASSERT_TRUE(save_exit_state());
+    std::vector<uint8_t> cut = read_file_bytes(Folder() / kExitStateFile);
+    cut.resize(cut.size() - 5);
+    fConfig.Write(std::string("VELDAN/QuillMIDI/") + kExitStateFile, cut);
+    exit_state() = TExitState();
+
+    load_global();
+    EXPECT_EQ(exit_state(), TExitState());
+    ASSERT_TRUE(save_exit_state());
+    EXPECT_EQ(read_file_bytes(Folder() / (std::string(kExitStateFile) + ".damaged")), cut);
 }

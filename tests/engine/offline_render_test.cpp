@@ -1,4 +1,5 @@
-// Rendering a song to a file: progress reaches the end, and a cancel leaves no file.
+// Rendering a song to a file: progress reaches the end, and a cancel or a full disk leaves
+// no half-file under the user's name.
 
 #include "engine/offline_render.h"
 
@@ -7,14 +8,23 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <string>
 #include <vector>
 
 #include "engine/smf_producer.h"
 #include "tests/midi/wav_reader.h"
+#include "tests/support/fault_child.h"
 #include "tests/support/smf_builder.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
+
+std::vector<std::string> folder_names(const std::filesystem::path& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    return names;
+}
 
 // Ten seconds of one long note at 120 beats a minute.
 std::vector<uint8_t> long_song() {
@@ -23,7 +33,7 @@ std::vector<uint8_t> long_song() {
     return smf.Bytes();
 }
 
-TEST(OfflineRender, ProgressClimbsToTheSongsLengthAndACancelLeavesNoFile) {
+TEST(OfflineRender, ProgressClimbsToTheSongsLengthAndACancelLeavesNoHalfFile) {
     TTempDir dir;
     TSMFProducer producer;
     ASSERT_EQ(producer.SetTo(long_song()), 0);
@@ -52,12 +62,51 @@ TEST(OfflineRender, ProgressClimbsToTheSongsLengthAndACancelLeavesNoFile) {
     ASSERT_EQ(render_song(producer, wav.string(), twiceAsFast, nullptr, &error), 0) << error;
     EXPECT_EQ((std::filesystem::file_size(wav) - 44) / 4, 5u * 44100) << "5 s, no tail";
 
+    // A cancel leaves the export made before as it was, and nothing else.
+    const std::vector<uint8_t> before = read_file_bytes(wav);
     EXPECT_EQ(render_song(
                   producer, wav.string(), {}, [](int64_t, int64_t) { return false; }, &error),
               -1);
     EXPECT_EQ(error, "cancelled");
-    EXPECT_FALSE(std::filesystem::exists(wav));
+    EXPECT_EQ(read_file_bytes(wav), before);
+    EXPECT_EQ(folder_names(dir.Path()), std::vector<std::string>{"out.wav"});
+    const auto fresh = dir.Path() / "fresh.wav";
+    EXPECT_EQ(render_song(
+                  producer, fresh.string(), {}, [](int64_t, int64_t) { return false; }, &error),
+              -1);
+    EXPECT_FALSE(std::filesystem::exists(fresh));
 }
+
+// A disk that fills up during an export: the earlier export of that name stays whole, the
+// error is told, and no half-file or temporary is left.
+class OfflineRenderFullDisk : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(OfflineRenderFullDisk, LeavesTheEarlierExportAndNoHalfFile) {
+    TTempDir dir;
+    TSMFProducer producer;
+    ASSERT_EQ(producer.SetTo(long_song()), 0);
+    const auto target = dir.Path() / (std::string("song.") + GetParam());
+    TRenderOptions shortRender;
+    shortRender.tempoPercent = 1000;  // one second
+    shortRender.tailUs = 0;
+    std::string error;
+    ASSERT_EQ(render_song(producer, target.string(), shortRender, nullptr, &error), 0) << error;
+    const std::vector<uint8_t> before = read_file_bytes(target);
+
+    const int result = run_in_child(
+        [&] {
+            std::string failure;
+            if (render_song(producer, target.string(), {}, nullptr, &failure) == 0) return 0;
+            return failure.find(target.filename().string()) != std::string::npos ? 1 : 2;
+        },
+        TChildFaults{.fileSizeLimit = int64_t(before.size()) + 1000}, 60000);
+
+    EXPECT_EQ(result, 1) << "0: the export claimed success; 2: the error names no file";
+    EXPECT_EQ(read_file_bytes(target), before);
+    EXPECT_EQ(folder_names(dir.Path()), std::vector<std::string>{target.filename().string()});
+}
+
+INSTANTIATE_TEST_SUITE_P(WavAndFlac, OfflineRenderFullDisk, ::testing::Values("wav", "flac"));
 
 }  // namespace
 

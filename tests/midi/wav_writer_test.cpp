@@ -2,12 +2,25 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <iterator>
+#include <string>
 #include <vector>
 
 #include "tests/midi/wav_reader.h"
+#include "tests/support/fault_child.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
+
+std::vector<uint8_t> bytes_of(const std::string& text) {
+    return std::vector<uint8_t>(text.begin(), text.end());
+}
+
+long folder_size(const std::filesystem::path& folder) {
+    return long(std::distance(std::filesystem::directory_iterator(folder),
+                              std::filesystem::directory_iterator()));
+}
 
 std::vector<int16_t> ramp(size_t frames) {
     std::vector<int16_t> samples(frames * 2);
@@ -39,14 +52,47 @@ TEST(WavWriter, ClosedFileHasSizesAndFormatInItsHeader) {
     EXPECT_EQ(wav.samples, samples);
 }
 
-TEST(WavWriter, FileStillOpenReadsAsValidAndEmpty) {
+TEST(WavWriter, NothingTakesTheNameUntilClose) {
     TTempDir dir;
     auto path = dir.Path() / "open.wav";
+    std::vector<int16_t> samples = ramp(100);
     TWavWriter writer;
     ASSERT_TRUE(writer.Open(path.string(), 44100, nullptr));
-    TWavFile wav = read_wav(path);
-    EXPECT_EQ(wav.problem, "");
-    EXPECT_EQ(wav.dataBytes, 0u);
+    ASSERT_TRUE(writer.Append(samples.data(), 100));
+    EXPECT_FALSE(std::filesystem::exists(path));
+    ASSERT_TRUE(writer.Close());
+    EXPECT_EQ(read_wav(path).dataBytes, 100u * 4);
+    EXPECT_EQ(folder_size(dir.Path()), 1);
+}
+
+TEST(WavWriter, ADiscardedRecordingLeavesTheOldFileAsItWas) {
+    TTempDir dir;
+    const auto path = dir.Write("take.wav", std::string("the previous take"));
+    std::vector<int16_t> samples = ramp(100);
+    TWavWriter writer;
+    ASSERT_TRUE(writer.Open(path.string(), 44100, nullptr));
+    ASSERT_TRUE(writer.Append(samples.data(), 100));
+    writer.Discard();
+    EXPECT_FALSE(writer.Close());
+    EXPECT_EQ(read_file_bytes(path), bytes_of("the previous take"));
+    EXPECT_EQ(folder_size(dir.Path()), 1);
+}
+
+TEST(WavWriter, AFullDiskLeavesTheOldFileAndCloseFails) {
+    TTempDir dir;
+    const auto path = dir.Write("take.wav", std::string("the previous take"));
+    std::vector<int16_t> samples = ramp(4096);
+    const int result = run_in_child(
+        [&] {
+            TWavWriter writer;
+            if (!writer.Open(path.string(), 44100, nullptr)) return 2;
+            for (int i = 0; i < 10; ++i) writer.Append(samples.data(), 4096);
+            return writer.Close() ? 0 : 1;
+        },
+        TChildFaults{.fileSizeLimit = 20000});
+    EXPECT_EQ(result, 1) << "0: Close claimed success; 2: the file could not be started";
+    EXPECT_EQ(read_file_bytes(path), bytes_of("the previous take"));
+    EXPECT_EQ(folder_size(dir.Path()), 1);
 }
 
 TEST(WavWriter, FileThatCannotBeCreatedGivesAnErrorNamingIt) {

@@ -4,6 +4,7 @@
 
 #include "playlist/orvick_view.h"
 #include "tests/playlist/playlist_fixture.h"
+#include "tests/support/fault_child.h"
 #include "veldan/base/ini_file.h"
 
 namespace fs = std::filesystem;
@@ -176,4 +177,27 @@ TEST_F(AISelector, LoadingReadsOnceAndIgnoresCountsWithoutAPriority) {
 TEST_F(AISelector, AMissingDatabaseLeavesTheTableEmpty) {
     EXPECT_EQ(fSelector.Load(fTemp.Path() / "none.dat"), 0);
     EXPECT_TRUE(fSelector.Scores().empty());
+}
+
+TEST_F(AISelector, AFullDiskLeavesTheLearnedScoresByteForByte) {
+    const fs::path database = fTemp.Path() / "scores.dat";
+    fSelector.ChangeScore(AddSong("kept.mid"), +2);
+    ASSERT_EQ(fSelector.Save(database), 0);
+    const std::vector<uint8_t> before = read_file_bytes(database);
+    for (int i = 0; i < 200; i++)
+        fSelector.ChangeScore(AddSong("new " + std::to_string(i) + ".mid"), -1);
+
+    const int result = run_in_child(
+        [&] {
+            std::string error;
+            if (fSelector.Save(database, &error) == 0) return 0;
+            return error.find("scores.dat") != std::string::npos ? 1 : 2;
+        },
+        TChildFaults{.fileSizeLimit = int64_t(before.size())});
+
+    EXPECT_EQ(result, 1) << "0: the save claimed success; 2: the reason names no file";
+    EXPECT_EQ(read_file_bytes(database), before);
+    TAISelector reread;
+    reread.Load(database);
+    EXPECT_EQ(reread.Scores().at("kept.mid").priority, 4);
 }

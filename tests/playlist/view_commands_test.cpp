@@ -174,10 +174,19 @@ TEST_F(ViewCommands, SortingKeepsTheCurrentSongCurrent) {
     EXPECT_EQ(fView->Song(fView->CurSongIdx())->FileName(), "b.mid");
 }
 
-TEST_F(ViewCommands, SongsAddedToTheMainListMarkItModified) {
-    ASSERT_TRUE(fView->AddListFolderFileToTopLevel(Song("a.mid")));
+TEST_F(ViewCommands, SongsAddedToASavedMainListMarkItModified) {
+    const fs::path file = fTemp.Write("main.qml", "MarnelList$1\n" + Song("a.mid").string() + "\n");
+    fView->ClearList();
+    ASSERT_TRUE(fView->AddListFolderFile(file, nullptr, -1));
+    ASSERT_FALSE(TopList()->Modified());
+    ASSERT_TRUE(fView->AddListFolderFileToTopLevel(Song("b.mid")));
     EXPECT_TRUE(TopList()->Modified());
-    EXPECT_EQ(TopList()->text(0).toStdString(), "[L] New List 1 (modified)");
+    EXPECT_EQ(TopList()->text(0).toStdString(), "[L] main.qml (modified)");
+}
+
+TEST_F(ViewCommands, SongsAddedToANeverSavedListLeaveNothingToAskAtQuit) {
+    ASSERT_TRUE(fView->AddListFolderFileToTopLevel(Song("a.mid")));
+    EXPECT_FALSE(TopList()->Modified()) << "it is kept at quit without a question";
 }
 
 TEST_F(ViewCommands, NothingAddedToTheMainListLeavesItClean) {

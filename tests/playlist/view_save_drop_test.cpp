@@ -10,7 +10,9 @@
 
 #include "playlist/native_loader.h"
 #include "tests/playlist/playlist_fixture.h"
+#include "tests/support/fault_child.h"
 #include "tests/support/smf_builder.h"
+#include "veldan/base/atomic_file.h"
 
 namespace fs = std::filesystem;
 
@@ -77,8 +79,6 @@ class ViewSaveDrop : public PlaylistTest {
         for (const fs::path& song : songs) text += song.string() + "\n";
         const fs::path file = fTemp.Write(name, text);
         EXPECT_TRUE(fView->AddListFolderFileToTopLevel(file));
-        EXPECT_TRUE(TopList()->Modified());
-        TopList()->SetModified(false);
         return Child(TopList(), TopList()->childCount() - 1);
     }
 
@@ -267,6 +267,24 @@ TEST_F(ViewSaveDrop, AFailedSaveIsReportedAndEndsTheChain) {
     EXPECT_EQ(fPanelAsked.size(), 1u);
     EXPECT_EQ(fFailures, std::vector<std::string>{"Cannot save: x.qml"});
     EXPECT_TRUE(TopList()->UnnamedNewList());
+}
+
+TEST_F(ViewSaveDrop, AFullDiskLeavesTheSavedListAndReportsItByName) {
+    TQuillSItem* list = AddNativeList("mine.qml", {Midi("a.mid"), Midi("b.mid")});
+    const std::vector<uint8_t> before = read_file_bytes(fTemp.Path() / "mine.qml");
+    for (int i = 0; i < 60; i++) AddSong("more " + std::to_string(i) + ".mid", list);
+    list->SetModified(true);
+    list->setSelected(true);
+    {
+        TScopedFileSizeLimit full(int64_t(before.size()));
+        fView->PopupSaveListClicked();
+        DrainMessages();
+    }
+    EXPECT_EQ(fFailures, std::vector<std::string>{"Cannot save: mine.qml"});
+    EXPECT_EQ(read_file_bytes(fTemp.Path() / "mine.qml"), before);
+    EXPECT_TRUE(list->Modified());
+    for (const auto& entry : fs::directory_iterator(fTemp.Path()))
+        EXPECT_FALSE(veldan::is_atomic_temporary(entry.path().filename().string())) << entry;
 }
 
 TEST_F(ViewSaveDrop, SavingAListDeletedMeanwhileReportsIt) {

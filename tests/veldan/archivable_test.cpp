@@ -6,7 +6,10 @@
 #include <QString>
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <vector>
 
+#include "tests/support/fault_child.h"
 #include "tests/support/scoped_env.h"
 #include "tests/support/temp_dir.h"
 #include "veldan/base/exception.h"
@@ -33,6 +36,11 @@ class TSample : public veldan::TArchivable {
         return hasCount && hasName;
     }
 };
+
+std::string read_text(const fs::path& path) {
+    std::vector<uint8_t> bytes = read_file_bytes(path);
+    return std::string(bytes.begin(), bytes.end());
+}
 
 void write_message(const fs::path& file, const TMessage& message) {
     QByteArray data;
@@ -76,14 +84,69 @@ TEST(ArchivableFiles, AMissingOrDamagedFileFailsAndKeepsTheDefaults) {
     EXPECT_EQ(loaded.name, "default");
 }
 
-TEST(ArchivableFiles, AFailingArchiveLeavesAnEmptyFile) {
+TEST(ArchivableFiles, AFailingArchiveLeavesTheOldFile) {
     TTempDir dir;
     const fs::path file = dir.Write("Old.arc", "previous contents");
     TSample sample;
     sample.archiveFails = true;
-    EXPECT_FALSE(sample.Save(file));
-    EXPECT_TRUE(fs::exists(file));
-    EXPECT_EQ(fs::file_size(file), 0u);
+    std::string error;
+    EXPECT_FALSE(sample.Save(file, &error));
+    EXPECT_NE(error.find("Old.arc"), std::string::npos);
+    EXPECT_EQ(read_text(file), "previous contents");
+}
+
+TEST(ArchivableFiles, AFullDiskLeavesTheOldSettingsByteForByte) {
+    TTempDir dir;
+    TSample old;
+    old.name = "what the user had";
+    const fs::path file = dir.Path() / "Sample.arc";
+    ASSERT_TRUE(old.Save(file));
+    const std::string before = read_text(file);
+    TSample bigger;
+    bigger.name = std::string(20000, 'x');
+
+    const int result = run_in_child(
+        [&] {
+            std::string error;
+            if (bigger.Save(file, &error)) return 0;
+            return error.find("Sample.arc") != std::string::npos ? 1 : 2;
+        },
+        TChildFaults{.fileSizeLimit = int64_t(before.size())});
+
+    EXPECT_EQ(result, 1) << "0: the save claimed success; 2: the reason names no file";
+    EXPECT_EQ(read_text(file), before);
+    TSample loaded;
+    EXPECT_TRUE(loaded.Load(file));
+    EXPECT_EQ(loaded.name, "what the user had");
+}
+
+TEST(ArchivableFiles, ADamagedFileGivesDefaultsAndIsKeptAside) {
+    TTempDir dir;
+    TSample saved;
+    saved.name = "half a message";
+    const fs::path file = dir.Path() / "Sample.arc";
+    ASSERT_TRUE(saved.Save(file));
+    std::string cut = read_text(file);
+    cut.resize(cut.size() / 2);
+    dir.Write("Sample.arc", cut);
+
+    TSample loaded;
+    EXPECT_FALSE(loaded.Load(file));
+    EXPECT_EQ(loaded.name, "default");
+    EXPECT_EQ(read_text(dir.Path() / "Sample.arc.damaged"), cut);
+    // The defaults saved at the end go over the name, not over the kept copy.
+    ASSERT_TRUE(loaded.Save(file));
+    EXPECT_EQ(read_text(dir.Path() / "Sample.arc.damaged"), cut);
+    EXPECT_TRUE(TSample().Load(file));
+}
+
+TEST(ArchivableFiles, AnEmptyFileGivesDefaultsAndLeavesNoCopy) {
+    TTempDir dir;
+    const fs::path file = dir.Write("Sample.arc", "");
+    TSample loaded;
+    EXPECT_FALSE(loaded.Load(file));
+    EXPECT_EQ(loaded.count, 5);
+    EXPECT_FALSE(fs::exists(dir.Path() / "Sample.arc.damaged"));
 }
 
 TEST(ArchivableFiles, SavingIntoAMissingFolderFails) {

@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "veldan/base/atomic_file.h"
+
 namespace veldan {
 
 namespace {
@@ -203,7 +205,7 @@ bool copy_file(const char* src, const char* dst) {
     std::error_code error;
     fs::path target(dst);
     if (fs::is_directory(target, error)) target /= fs::path(src).filename();
-    return fs::copy_file(src, target, fs::copy_options::overwrite_existing, error) && !error;
+    return copy_file_atomically(src, target) == 0;
 }
 
 }  // namespace veldan

@@ -83,8 +83,9 @@ TCharsetConversion detect_charset(const char* text);
 // True for a byte that starts a UTF-8 character: below 0x80, or with both top bits set.
 bool is_char_begin_byte(char c);
 
-// Copies the file src to dst, replacing dst; when dst is an existing folder the copy goes
-// into it under src's file name. Returns false when the copy fails.
+// Copies the file src to dst, replacing dst whole or not at all (copy_file_atomically);
+// when dst is an existing folder the copy goes into it under src's file name. Returns false
+// when the copy fails, dst then as it was.
 // Done with std::filesystem rather than by running cp through a shell, so that no file
 // name is ever read as shell syntax (quotes, "$", back quotes in a name).
 bool copy_file(const char* src, const char* dst);

@@ -1,7 +1,12 @@
 #include "veldan/core/archivable.h"
 
+#include <unistd.h>
+
 #include <QByteArray>
 #include <fstream>
+#include <string_view>
+
+#include "veldan/base/atomic_file.h"
 
 namespace veldan {
 
@@ -14,18 +19,21 @@ bool TArchivable::Unarchive(const TMessage&) { return true; }
 
 bool TArchivable::Load(const std::filesystem::path& entry) {
     TMessage message;
-    return load_message(entry, &message) && Unarchive(message);
+    if (load_message(entry, &message)) return Unarchive(message);
+    // A file we may not read is not damaged; it stays for whoever may.
+    if (::access(entry.c_str(), R_OK) == 0) keep_damaged_file(entry);
+    return false;
 }
 
-bool TArchivable::Save(const std::filesystem::path& entry) const {
-    std::ofstream file(entry, std::ios::binary | std::ios::trunc);
-    if (!file) return false;
+bool TArchivable::Save(const std::filesystem::path& entry, std::string* error) const {
     TMessage message;
     QByteArray data;
-    if (!Archive(&message) || !message.Flatten(&data)) return false;
-    file.write(data.constData(), data.size());
-    file.flush();
-    return bool(file);
+    if (!Archive(&message) || !message.Flatten(&data)) {
+        if (error) *error = "cannot write " + entry.string() + ": the settings do not flatten";
+        return false;
+    }
+    return write_file_atomically(entry, std::string_view(data.constData(), size_t(data.size())),
+                                 error) == 0;
 }
 
 bool load_message(const std::filesystem::path& file, TMessage* message) {

@@ -8,6 +8,7 @@
 // older version, or no file at all, leaves the defaults for what it lacks.
 
 #include <filesystem>
+#include <string>
 
 #include "veldan/core/message.h"
 
@@ -21,11 +22,15 @@ class TArchivable {
     virtual bool Archive(TMessage* into) const;
     virtual bool Unarchive(const TMessage& from);
 
-    // Unarchive's result; false when the file can't be read or holds no message.
+    // Unarchive's result; false when the file can't be read or holds no message. A file
+    // that is there but holds no message (cut short, overwritten by something else) is
+    // moved aside to NAME.damaged, so that the defaults saved over it later destroy
+    // nothing the user had.
     bool Load(const std::filesystem::path& entry);
-    // Writes Archive's message over the file. False when the file can't be opened, when
-    // Archive fails (the file is then left empty) or when writing fails.
-    bool Save(const std::filesystem::path& entry) const;
+    // Replaces the file with Archive's message, whole or not at all (veldan::TAtomicFile):
+    // false, with the file as it was and *error saying why when given, when Archive fails
+    // or the file can't be written.
+    bool Save(const std::filesystem::path& entry, std::string* error = nullptr) const;
 
     // No data of its own: lets derived records default their comparison.
     bool operator==(const TArchivable&) const = default;
