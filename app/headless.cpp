@@ -116,7 +116,7 @@ std::string clock_text(int64_t us) {
 }
 
 class TDumpPrinter : public TSMFEventSink {
-public:
+  public:
     void Event(const TSMFEvent& e) override {
         uint8_t bytes[2] = {e.status, e.metaType};
         std::string text = hex_bytes(bytes, e.status == 0xFF ? 2 : 1);
@@ -153,7 +153,8 @@ int render(const THeadlessOptions& options) {
         std::fprintf(stderr, "%squillmidi: %s\n", terminal ? "\n" : "", error.c_str());
         return 1;
     }
-    const int64_t lengthUs = producer.TempoMap().TickToUs(producer.CountTicks(), render.tempoPercent);
+    const int64_t lengthUs =
+        producer.TempoMap().TickToUs(producer.CountTicks(), render.tempoPercent);
     std::printf("%sRendered %s (%s)\n", terminal ? "\r" : "", options.renderPath.c_str(),
                 clock_text(lengthUs).c_str());
     return 0;
@@ -239,7 +240,8 @@ bool THeadlessPlayer::OpenSynth() {
 bool THeadlessPlayer::ConnectByName(int port, const std::string& name) {
     TMidiConsumer* consumer = TMidiRoster::Default().FindConsumerByName(name);
     if (!consumer) {
-        std::fprintf(stderr, "quillmidi: no single MIDI consumer matches \"%s\" (see --list-ports)\n",
+        std::fprintf(stderr,
+                     "quillmidi: no single MIDI consumer matches \"%s\" (see --list-ports)\n",
                      name.c_str());
         return false;
     }
@@ -269,8 +271,9 @@ bool THeadlessPlayer::ConnectOutput() {
 }
 
 void THeadlessPlayer::StartBackends() {
-    fBackends.SetProblemHandler(
-        [](const std::string& problem) { std::fprintf(stderr, "quillmidi: %s\n", problem.c_str()); });
+    fBackends.SetProblemHandler([](const std::string& problem) {
+        std::fprintf(stderr, "quillmidi: %s\n", problem.c_str());
+    });
     fBackends.Start();
     std::fprintf(stderr, "%s\n", fBackends.Status().c_str());
 }
@@ -279,8 +282,8 @@ int THeadlessPlayer::ListPorts() {
     StartBackends();
     // The synthesizer is listed as the real, registered consumer; what it renders while
     // listing is thrown away.
-    fOptions.wavPath = fs::temp_directory_path() /
-                       ("quill-list-ports-" + std::to_string(getpid()) + ".wav");
+    fOptions.wavPath =
+        fs::temp_directory_path() / ("quill-list-ports-" + std::to_string(getpid()) + ".wav");
     if (!OpenSynth()) return 1;
     for (TMidiConsumer* consumer : TMidiRoster::Default().Consumers())
         std::printf("%d\t%s\n", consumer->ID(), consumer->Name().c_str());
@@ -296,7 +299,8 @@ void THeadlessPlayer::ApplyOptionsToPrefs() {
         fPrefs.sendSysResets = fOptions.resetMask != 0;
         fPrefs.sysResetCombination = fOptions.resetMask;
     }
-    if (fOptions.resetSilenceMs >= 0) fPrefs.silenceAfterResetsUs = fOptions.resetSilenceMs * 1000LL;
+    if (fOptions.resetSilenceMs >= 0)
+        fPrefs.silenceAfterResetsUs = fOptions.resetSilenceMs * 1000LL;
     if (fOptions.songSilenceSeconds >= 0) {
         fPrefs.waitBetweenSongs = true;
         fPrefs.silenceBetweenSongsUs = fOptions.songSilenceSeconds * 1000000LL;
@@ -392,8 +396,10 @@ void THeadlessPlayer::StateChanged(int32_t state) {
     if (fLastState == kStatePlaying && state != kStatePaused) PrintProgress(true);
     if (fLastState == kStateStopped && state != kStateStopped) SongStarted();
     if (state == kStatePlaying && fLastState != kStatePlaying) fPlayStartUs = veldan::system_time();
-    if (state == kStatePlaying) fProgress.start();
-    else fProgress.stop();
+    if (state == kStatePlaying)
+        fProgress.start();
+    else
+        fProgress.stop();
     fLastState = state;
     // Between two songs the state passes through stopped; only a stop that lasts counts.
     if (state == kStateStopped) QTimer::singleShot(0, &fContext, [this] { CheckStopped(); });

@@ -81,8 +81,8 @@ bool parse_headless_options(int argc, char** argv, THeadlessOptions* options, st
             if (arg != range.name) continue;
             known = true;
             if (i + 1 >= argc || !parse_int(argv[++i], range.low, range.high, range.target)) {
-                *error = arg + " takes a whole number from " + std::to_string(range.low) +
-                         " to " + std::to_string(range.high);
+                *error = arg + " takes a whole number from " + std::to_string(range.low) + " to " +
+                         std::to_string(range.high);
                 return false;
             }
         }

@@ -153,10 +153,9 @@ void TQuillApp::LoadAIDatabase() {
 
 void TQuillApp::TellSynthProblem(const std::string& problem) {
     const veldan::TLLT& texts = language_table();
-    veldan::show_alert(texts.Text("Alert_Caption"),
-                       (texts.Text(kTextCannotStartSynth) + problem).c_str(),
-                       texts.Text("Button_Understand"), nullptr, nullptr, 0,
-                       veldan::TAlertType::kWarning);
+    veldan::show_alert(
+        texts.Text("Alert_Caption"), (texts.Text(kTextCannotStartSynth) + problem).c_str(),
+        texts.Text("Button_Understand"), nullptr, nullptr, 0, veldan::TAlertType::kWarning);
 }
 
 TSynthConsumer::TOptions TQuillApp::SynthOptions(const TPref::TSynthSettings& settings) const {
@@ -437,8 +436,7 @@ void TQuillApp::MItemAuthorWebClicked() {
 
 void TQuillApp::AboutRequested() {
     if (!fAboutWin) {
-        fAboutWin = new TAboutWin(language_table(), LanguageFolders(),
-                                  fExeFolder / kLoaderFolder);
+        fAboutWin = new TAboutWin(language_table(), LanguageFolders(), fExeFolder / kLoaderFolder);
         fAboutWin->move(fMainWin->geometry().topLeft() +
                         QPoint(kSecondaryWindowOffset, kSecondaryWindowOffset));
     }

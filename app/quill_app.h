@@ -22,12 +22,11 @@
 #include "app/dialogs/pref_win.h"
 #include "app/mpris.h"
 #include "app/quill_win.h"
+#include "app/settings/pref.h"
 #include "midi/backends.h"
+#include "midi/synth.h"
 #include "playlist/drvcvt_win.h"
 #include "veldan/core/handler.h"
-
-#include "app/settings/pref.h"
-#include "midi/synth.h"
 
 class TQuillApp : public veldan::THandler {
   public:

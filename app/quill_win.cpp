@@ -14,9 +14,9 @@
 #include <system_error>
 
 #include "app/settings/exit_state.h"
-#include "app/song_export.h"
 #include "app/settings/pref.h"
 #include "app/settings/settings.h"
+#include "app/song_export.h"
 #include "midi/endpoint.h"
 #include "midi/roster.h"
 #include "midi/synth.h"

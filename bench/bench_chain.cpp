@@ -35,7 +35,7 @@ namespace {
 
 // Writes down when each event arrives; storage reserved up front.
 class TArrivalProbe : public TMidiLocalConsumer {
-public:
+  public:
     explicit TArrivalProbe(size_t capacity) : TMidiLocalConsumer("probe", 1 << 14) {
         fArrivals.reserve(capacity);
     }
@@ -45,13 +45,13 @@ public:
     }
     const std::vector<int64_t>& Arrivals() const { return fArrivals; }
 
-private:
+  private:
     std::vector<int64_t> fArrivals;
 };
 
 // The ideal send times of every event that leaves each port, in order.
 class TIdealTimes : public TSMFEventSink {
-public:
+  public:
     TIdealTimes(const TTempoMap& map, int32_t rate) : fMap(map), fRate(rate) {}
     void Event(const TSMFEvent& e) override {
         if (e.status < 0x80 || e.status >= 0xF1) return;
@@ -63,7 +63,7 @@ public:
     }
     std::vector<int64_t> times[2];
 
-private:
+  private:
     const TTempoMap& fMap;
     int32_t fRate;
     uint32_t fLastTick = 0xFFFFFFFF;
@@ -84,7 +84,7 @@ TStats stats(std::vector<int64_t> values) {
 // Sleeps to the same kind of absolute deadlines as the play thread, with nothing else to
 // do: the lateness this machine gives any thread of ours.
 class TBareLoop : public veldan::TThread {
-public:
+  public:
     explicit TBareLoop(std::vector<int64_t> offsets)
         : TThread("BareLoop", 110), fOffsets(std::move(offsets)) {
         fLateness.reserve(fOffsets.size());
@@ -92,7 +92,7 @@ public:
     ~TBareLoop() override { Stop(); }
     const std::vector<int64_t>& Lateness() const { return fLateness; }
 
-protected:
+  protected:
     int32_t Execute() override {
         int64_t start = veldan::system_time();
         for (int64_t offset : fOffsets) {
@@ -104,7 +104,7 @@ protected:
         return 0;
     }
 
-private:
+  private:
     std::vector<int64_t> fOffsets;
     std::vector<int64_t> fLateness;
 };
@@ -181,8 +181,10 @@ void print_stats(const char* what, const std::vector<int64_t>& values) {
 int timing(int seconds) {
     TRun run = play_through_chain(generate_smf(dense_song(seconds)), 100);
     double rate = double(run.lateness.size()) / (double(run.wallUs) / 1e6);
-    std::printf("song: %d s, %zu events through the chain, %.0f events/s, both ports, tempo "
-                "change every 960 ticks\n", seconds, run.lateness.size(), rate);
+    std::printf(
+        "song: %d s, %zu events through the chain, %.0f events/s, both ports, tempo "
+        "change every 960 ticks\n",
+        seconds, run.lateness.size(), rate);
     print_stats("chain lateness (arrival vs ideal)", run.lateness);
     // Drift: the first and the last tenth of port A's events.
     size_t tenth = run.latenessA.size() / 10;
@@ -193,7 +195,8 @@ int timing(int seconds) {
 
     // The bare loop sleeps to deadlines at the same spacing (one per distinct tick time).
     std::vector<int64_t> offsets;
-    for (int64_t us = 0; us < std::min<int64_t>(seconds, 30) * 1000000; us += 1000) offsets.push_back(us);
+    for (int64_t us = 0; us < std::min<int64_t>(seconds, 30) * 1000000; us += 1000)
+        offsets.push_back(us);
     TBareLoop bare(offsets);
     bare.Resume();
     bare.Wait();
@@ -240,8 +243,8 @@ int cpu(const char* path, int seconds) {
     double used = cpu_seconds() - before;
     double wall = (veldan::system_time() - start) / 1e6;
     producer.Stop();
-    std::printf("%s: %zu events in %.0f s, CPU %.2f%% of one core\n", path,
-                probe.Arrivals().size(), wall, 100.0 * used / wall);
+    std::printf("%s: %zu events in %.0f s, CPU %.2f%% of one core\n", path, probe.Arrivals().size(),
+                wall, 100.0 * used / wall);
     return 0;
 }
 
@@ -271,7 +274,8 @@ int jack(int seconds) {
     TOutputChain chain(producer);
     TJackReader reader(server.Name(), "bench-reader", ideal.times[0].size() + 16);
     TMidiConsumer* consumer = nullptr;
-    wait_for([&] { return (consumer = TMidiRoster::Default().FindConsumerByName(reader.PortName())); });
+    wait_for(
+        [&] { return (consumer = TMidiRoster::Default().FindConsumerByName(reader.PortName())); });
     if (!consumer || chain.PublicOut(0)->Connect(consumer) != 0) {
         std::fprintf(stderr, "the reader's port did not reach the roster\n");
         return 1;
@@ -295,9 +299,10 @@ int jack(int seconds) {
     }
     const int64_t typical = stats(lateness).median;
     for (int64_t& late : lateness) late -= int64_t(typical);
-    std::printf("JACK (real-time jackd, dummy driver, 48 kHz, 256-frame periods = 5333 us): "
-                "%zu of %zu events, %zu xruns\n",
-                n, ideal.times[0].size(), reader.Xruns());
+    std::printf(
+        "JACK (real-time jackd, dummy driver, 48 kHz, 256-frame periods = 5333 us): "
+        "%zu of %zu events, %zu xruns\n",
+        n, ideal.times[0].size(), reader.Xruns());
     print_stats("JACK frames vs ideal, minus median", lateness);
     return 0;
 }
@@ -310,6 +315,8 @@ int main(int argc, char** argv) {
     if (mode == "sustained") return sustained();
     if (mode == "jack") return jack(argc > 2 ? std::atoi(argv[2]) : 30);
     if (mode == "cpu" && argc > 2) return cpu(argv[2], argc > 3 ? std::atoi(argv[3]) : 30);
-    std::fprintf(stderr, "usage: bench_chain timing [SECONDS] | sustained | cpu FILE [SECONDS] | jack [SECONDS]\n");
+    std::fprintf(
+        stderr,
+        "usage: bench_chain timing [SECONDS] | sustained | cpu FILE [SECONDS] | jack [SECONDS]\n");
     return 2;
 }

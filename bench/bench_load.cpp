@@ -39,15 +39,17 @@ void measure(uint32_t notes, uint32_t tracks) {
     long before = status_kib("VmRSS:");
     auto start = std::chrono::steady_clock::now();
     int32_t status = producer.SetTo(std::move(bytes));
-    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     long peak = status_kib("VmHWM:");
     size_t events = 0;
     for (size_t i = 0; i < producer.CountTracks(); ++i) events += producer.TrackAt(i).CountEvents();
     double indexBytes = double(peak - before) * 1024.0;
-    std::printf("load %u notes / %u tracks: status %d, file %.1f MB, %zu events, %.3f s, "
-                "index %.2f bytes/event (peak %.1f MB over the file)\n",
-                notes, tracks, status, fileBytes / 1e6, events, seconds, indexBytes / events,
-                indexBytes / 1e6);
+    std::printf(
+        "load %u notes / %u tracks: status %d, file %.1f MB, %zu events, %.3f s, "
+        "index %.2f bytes/event (peak %.1f MB over the file)\n",
+        notes, tracks, status, fileBytes / 1e6, events, seconds, indexBytes / events,
+        indexBytes / 1e6);
 }
 
 void measure_in_child(uint32_t notes, uint32_t tracks) {

@@ -27,9 +27,9 @@ void fill(TOrvickView* view, int32_t songs) {
     TQuillSItem* list = nullptr;
     for (int32_t i = 0; i < songs; i++) {
         if (i % perList == 0) list = view->AddNewList(top);
-        view->AddMidiFile("/music/list" + std::to_string(i / perList) + "/song" +
-                              std::to_string(i) + ".mid",
-                          list, i % perList);
+        view->AddMidiFile(
+            "/music/list" + std::to_string(i / perList) + "/song" + std::to_string(i) + ".mid",
+            list, i % perList);
     }
 }
 

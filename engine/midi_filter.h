@@ -21,7 +21,7 @@
 #include "engine/pass_through.h"
 
 class TMidiFilter : public TMidiPassThrough {
-public:
+  public:
     explicit TMidiFilter(const std::string& name);
     ~TMidiFilter() override;
 
@@ -41,7 +41,7 @@ public:
     static uint8_t ScaleVelocity(uint8_t velocity, int32_t volumePercent);
     static uint8_t Transpose(uint8_t channel, uint8_t note, int32_t semitones);
 
-private:
+  private:
     // What went out for one incoming note of one channel.
     struct TSentNote {
         uint8_t note = 0;

@@ -13,7 +13,7 @@
 #include "midi/local_producer.h"
 
 class TMidiOutPorts {
-public:
+  public:
     explicit TMidiOutPorts(TOutputChain& chain) : fChain(chain) {}
 
     // 0, or -1 when the roster has no consumer with that id.
@@ -30,7 +30,7 @@ public:
     // The port indicator: lit while the port has at least one connection.
     bool IsPortConnected(int port) const;
 
-private:
+  private:
     TOutputChain& fChain;
     TMidiLocalProducer fSilencer{"DisconnectProducer"};
 };

@@ -1,7 +1,7 @@
 #pragma once
-// TNoteOnManager: passes every event on unchanged (raw 0xFF data excepted) and keeps the notes that sound on each
-// channel, so that pause, stop, seek and key changes can silence them at once. It also
-// tells its owner when a song sends a GM, GS, 88 or XG system reset.
+// TNoteOnManager: passes every event on unchanged (raw 0xFF data excepted) and keeps the notes that
+// sound on each channel, so that pause, stop, seek and key changes can silence them at once. It
+// also tells its owner when a song sends a GM, GS, 88 or XG system reset.
 //
 // Threads: the hooks run on the manager's receive thread; QuickAllNotesOff and
 // ClearAllNoteOnState on the owner's thread. The note table is guarded by a recursive
@@ -12,13 +12,13 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <vector>
 #include <mutex>
+#include <vector>
 
 #include "engine/pass_through.h"
 
 class TNoteOnManager : public TMidiPassThrough {
-public:
+  public:
     TNoteOnManager();
     ~TNoteOnManager() override;
 
@@ -41,11 +41,9 @@ public:
     // The sounding notes of a channel in note-on order (a copy, taken under the lock).
     std::vector<uint8_t> SoundingNotes(uint8_t channel) const;
     // How many notes sound on a channel; any thread, without the lock, for meters.
-    int32_t SoundingCount(uint8_t channel) const {
-        return fTable[channel & 0x0F].Count();
-    }
+    int32_t SoundingCount(uint8_t channel) const { return fTable[channel & 0x0F].Count(); }
 
-private:
+  private:
     static constexpr int64_t kDrainTimeoutUs = 200000;
     struct TChannelNotes {
         std::array<uint8_t, 128> notes;

@@ -16,7 +16,7 @@ struct TRenderOptions {
     int32_t tempoPercent = 100;
     int32_t key = 0;
     int32_t volumePercent = 100;
-    int64_t tailUs = 1500000;   // after the last event, so release tails are heard
+    int64_t tailUs = 1500000;             // after the last event, so release tails are heard
     std::vector<std::string> soundFonts;  // empty: the synthesizer's default
     bool reverb = true;
     bool chorus = true;
@@ -28,6 +28,5 @@ using TRenderProgressFn = std::function<bool(int64_t doneUs, int64_t totalUs)>;
 // 0 when the file is complete; -1 with *error when the synthesizer or the file failed, or
 // when progress cancelled (the file is then removed). The producer must have no play
 // thread (the song is walked).
-int32_t render_song(TSMFProducer& producer, const std::string& path,
-                    const TRenderOptions& options, const TRenderProgressFn& progress,
-                    std::string* error);
+int32_t render_song(TSMFProducer& producer, const std::string& path, const TRenderOptions& options,
+                    const TRenderProgressFn& progress, std::string* error);

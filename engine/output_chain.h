@@ -15,7 +15,7 @@
 class TSMFProducer;
 
 class TOutputChain {
-public:
+  public:
     static constexpr int kPorts = 2;
 
     explicit TOutputChain(TSMFProducer& producer);
@@ -38,7 +38,7 @@ public:
     // Waits until both lanes have passed on everything they were sent; false on timeout.
     bool WaitIdle(int64_t timeoutUs);
 
-private:
+  private:
     std::array<std::unique_ptr<TNoteOnManager>, kPorts> fManagers;
     std::array<std::unique_ptr<TMidiFilter>, kPorts> fFilters;
 };

@@ -15,8 +15,7 @@ void TMidiPassThrough::NoteOn(uint8_t channel, uint8_t note, uint8_t velocity, i
     fOutput.SprayNoteOn(channel, note, velocity, time);
 }
 
-void TMidiPassThrough::KeyPressure(uint8_t channel, uint8_t note, uint8_t pressure,
-                                   int64_t time) {
+void TMidiPassThrough::KeyPressure(uint8_t channel, uint8_t note, uint8_t pressure, int64_t time) {
     fOutput.SprayKeyPressure(channel, note, pressure, time);
 }
 
@@ -41,8 +40,7 @@ void TMidiPassThrough::SystemExclusive(const uint8_t* data, size_t length, int64
     fOutput.SpraySystemExclusive(data, length, time);
 }
 
-void TMidiPassThrough::SystemCommon(uint8_t status, uint8_t data1, uint8_t data2,
-                                    int64_t time) {
+void TMidiPassThrough::SystemCommon(uint8_t status, uint8_t data1, uint8_t data2, int64_t time) {
     fOutput.SpraySystemCommon(status, data1, data2, time);
 }
 

@@ -11,7 +11,7 @@
 #include "midi/local_producer.h"
 
 class TMidiPassThrough : public TMidiLocalConsumer {
-public:
+  public:
     explicit TMidiPassThrough(std::string outputName = {}) : fOutput(std::move(outputName)) {}
 
     TMidiLocalProducer* Producer() { return &fOutput; }
@@ -30,6 +30,6 @@ public:
     void SystemRealTime(uint8_t status, int64_t time) override;
     void TempoChange(int32_t beatsPerMinute, int64_t time) override;
 
-protected:
+  protected:
     TMidiLocalProducer fOutput;
 };

@@ -10,7 +10,7 @@ constexpr uint64_t kSeekPending = uint64_t(1) << 32;
 
 // Sends the song's events through the producer's lanes, as they come due.
 class TSprayToLanes : public TSMFEventSink {
-public:
+  public:
     explicit TSprayToLanes(const TSMFProducer& producer) : fProducer(producer) {}
 
     void Event(const TSMFEvent& e) override {
@@ -18,19 +18,34 @@ public:
         uint8_t channel = e.status & 0x0F;
         const uint8_t* d = e.data;
         switch (e.status & 0xF0) {
-            case midi::kNoteOff: out.SprayNoteOff(channel, d[0], d[1], 0); return;
-            case midi::kNoteOn: out.SprayNoteOn(channel, d[0], d[1], 0); return;
-            case midi::kKeyPressure: out.SprayKeyPressure(channel, d[0], d[1], 0); return;
-            case midi::kControlChange: out.SprayControlChange(channel, d[0], d[1], 0); return;
-            case midi::kProgramChange: out.SprayProgramChange(channel, d[0], 0); return;
-            case midi::kChannelPressure: out.SprayChannelPressure(channel, d[0], 0); return;
-            case midi::kPitchBend: out.SprayPitchBend(channel, d[0], d[1], 0); return;
-            default: break;
+            case midi::kNoteOff:
+                out.SprayNoteOff(channel, d[0], d[1], 0);
+                return;
+            case midi::kNoteOn:
+                out.SprayNoteOn(channel, d[0], d[1], 0);
+                return;
+            case midi::kKeyPressure:
+                out.SprayKeyPressure(channel, d[0], d[1], 0);
+                return;
+            case midi::kControlChange:
+                out.SprayControlChange(channel, d[0], d[1], 0);
+                return;
+            case midi::kProgramChange:
+                out.SprayProgramChange(channel, d[0], 0);
+                return;
+            case midi::kChannelPressure:
+                out.SprayChannelPressure(channel, d[0], 0);
+                return;
+            case midi::kPitchBend:
+                out.SprayPitchBend(channel, d[0], d[1], 0);
+                return;
+            default:
+                break;
         }
         if (e.status == midi::kSysExStart) out.SpraySystemExclusive(e.data, e.length, 0);
     }
 
-private:
+  private:
     const TSMFProducer& fProducer;
 };
 

@@ -17,7 +17,7 @@
 class TSMFProducer;
 
 class TPlayThread : public veldan::TThread {
-public:
+  public:
     static constexpr int32_t kPriority = veldan::kMusicPriority;
 
     explicit TPlayThread(TSMFProducer* producer);
@@ -31,10 +31,10 @@ public:
     uint32_t CurrentTick() const { return fCurrentTick.load(std::memory_order_acquire); }
     void Wake() { Interrupt(); }
 
-protected:
+  protected:
     int32_t Execute() override;
 
-private:
+  private:
     bool TakeSeek(uint32_t* tick);
     bool PauseHere();
     bool RequestPending() const;

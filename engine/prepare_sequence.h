@@ -22,7 +22,7 @@ struct TPrepareSettings {
 };
 
 class TPrepareSequence {
-public:
+  public:
     explicit TPrepareSequence(TOutputChain& chain) : fChain(chain) {}
 
     void SetSettings(const TPrepareSettings& settings) { fSettings = settings; }
@@ -36,7 +36,7 @@ public:
     // call, or 0 once *state is kStatePlaying (or was not stopped or preparing).
     int64_t StepToPlay(int32_t* state);
 
-private:
+  private:
     TOutputChain& fChain;
     TPrepareSettings fSettings;
     std::function<void(int32_t)> fResetSent;

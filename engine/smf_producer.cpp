@@ -99,8 +99,7 @@ int32_t TSMFProducer::ReadTracks() {
         for (uint16_t i = 0; i < trackCount; ++i) {
             auto track = std::make_unique<TSMFTrack>(this, i);
             std::string error;
-            if (track->SetTo(fFile.data(), fFile.size(), &offset, &error) != 0)
-                return Fail(error);
+            if (track->SetTo(fFile.data(), fFile.size(), &offset, &error) != 0) return Fail(error);
             fTracks.push_back(std::move(track));
         }
         BuildTempoMap();
@@ -208,9 +207,7 @@ int32_t TSMFProducer::SetCurrentTick(uint32_t tick) {
     return 0;
 }
 
-uint32_t TSMFProducer::CurrentTick() const {
-    return fPlayThread ? fPlayThread->CurrentTick() : 0;
-}
+uint32_t TSMFProducer::CurrentTick() const { return fPlayThread ? fPlayThread->CurrentTick() : 0; }
 
 void TSMFProducer::Rewind() {
     fTempo.store(TTempoMap::kDefaultTempo, std::memory_order_relaxed);

@@ -23,7 +23,7 @@
 class TPlayThread;
 
 class TSMFProducer {
-public:
+  public:
     static constexpr size_t kMaxFileBytes = size_t(1) << 30;
 
     TSMFProducer();
@@ -91,7 +91,7 @@ public:
     bool IsChaseOn() const { return fChaseOn.load(std::memory_order_relaxed); }
     bool HasChaseIndex() const { return fChaseIndex != nullptr; }
 
-private:
+  private:
     friend class TPlayThread;
 
     int32_t ReadHeader(const uint8_t* data, size_t size, size_t* offset, uint16_t* tracks);

@@ -44,8 +44,7 @@ uint32_t TSMFTrack::GetVNum(const uint8_t** pos, const uint8_t* end) {
     return value;
 }
 
-int32_t TSMFTrack::SetTo(const uint8_t* file, size_t fileSize, size_t* offset,
-                         std::string* error) {
+int32_t TSMFTrack::SetTo(const uint8_t* file, size_t fileSize, size_t* offset, std::string* error) {
     size_t at = *offset;
     std::string where = "track " + std::to_string(fIndex + 1) + ": ";
     if (fileSize - at < 8) {
@@ -123,8 +122,17 @@ void TSMFTrack::CreateDataMap() {
         }
         fEvents.push_back({tick, eventOffset});
         switch (status >> 4) {
-            case 0x8: case 0x9: case 0xA: case 0xB: case 0xE: pos += 2; break;
-            case 0xC: case 0xD: pos += 1; break;
+            case 0x8:
+            case 0x9:
+            case 0xA:
+            case 0xB:
+            case 0xE:
+                pos += 2;
+                break;
+            case 0xC:
+            case 0xD:
+                pos += 1;
+                break;
             case 0xF:
                 if (status == midi::kSysExStart) {
                     uint32_t length = GetVNum(&pos, end);
@@ -134,7 +142,8 @@ void TSMFTrack::CreateDataMap() {
                     ++pos;
                     if (type == kMetaCopyright && fCopyrightOffset == kNoEvent)
                         fCopyrightOffset = eventOffset;
-                    if (type == kMetaTrackName && fNameOffset == kNoEvent) fNameOffset = eventOffset;
+                    if (type == kMetaTrackName && fNameOffset == kNoEvent)
+                        fNameOffset = eventOffset;
                     uint32_t length = GetVNum(&pos, end);
                     if (type == kMetaTempo) {
                         uint32_t us = uint32_t(pos < end ? pos[0] : 0) << 16 |
@@ -150,16 +159,16 @@ void TSMFTrack::CreateDataMap() {
                     pos += std::min<size_t>(length, size_t(end - std::min(pos, end)));
                 }
                 break;
-            default: break;  // no status seen yet: nothing to skip
+            default:
+                break;  // no status seen yet: nothing to skip
         }
     }
     if (!sorted) {
         // Ticks wrapped at 32 bits: order as the tick-keyed multimap would.
         std::vector<size_t> order(fEvents.size());
         for (size_t i = 0; i < order.size(); ++i) order[i] = i;
-        std::stable_sort(order.begin(), order.end(), [this](size_t a, size_t b) {
-            return fEvents[a].tick < fEvents[b].tick;
-        });
+        std::stable_sort(order.begin(), order.end(),
+                         [this](size_t a, size_t b) { return fEvents[a].tick < fEvents[b].tick; });
         std::vector<TEntry> events(order.size());
         std::vector<uint8_t> running_status(order.size());
         for (size_t i = 0; i < order.size(); ++i) {
@@ -168,8 +177,9 @@ void TSMFTrack::CreateDataMap() {
         }
         fEvents.swap(events);
         fRunningStatus.swap(running_status);
-        std::stable_sort(fTempoEvents.begin(), fTempoEvents.end(),
-                         [](const TTempoEvent& a, const TTempoEvent& b) { return a.tick < b.tick; });
+        std::stable_sort(
+            fTempoEvents.begin(), fTempoEvents.end(),
+            [](const TTempoEvent& a, const TTempoEvent& b) { return a.tick < b.tick; });
         std::stable_sort(fTextEvents.begin(), fTextEvents.end(),
                          [](const TTextEvent& a, const TTextEvent& b) { return a.tick < b.tick; });
     }
@@ -180,9 +190,7 @@ std::string TSMFTrack::TextOf(const TTextEvent& event) const {
     return std::string(reinterpret_cast<const char*>(fData) + event.offset, event.length);
 }
 
-uint32_t TSMFTrack::CountTicks() const {
-    return fEvents.empty() ? 0 : fEvents.back().tick;
-}
+uint32_t TSMFTrack::CountTicks() const { return fEvents.empty() ? 0 : fEvents.back().tick; }
 
 void TSMFTrack::Decode(size_t index, TSMFEvent* event) const {
     const TEntry& entry = fEvents[index];

@@ -19,7 +19,7 @@ class TSMFProducer;
 // What a track hands out when one of its events is due.
 struct TSMFEvent {
     uint32_t tick;
-    uint32_t track;     // index in the producer's track list
+    uint32_t track;       // index in the producer's track list
     uint32_t port;        // the track's lane when the event is reached
     uint8_t status;       // resolved for running status; 0 when none was ever seen
     uint8_t metaType;     // for status 0xFF
@@ -29,14 +29,14 @@ struct TSMFEvent {
 };
 
 class TSMFEventSink {
-public:
+  public:
     virtual ~TSMFEventSink() = default;
     // Called on the thread that walks the track (the play thread while playing).
     virtual void Event(const TSMFEvent& event) = 0;
 };
 
 class TSMFTrack {
-public:
+  public:
     static constexpr uint32_t kNoEvent = 0xFFFFFFFF;
     // Events reserved for at most, before a track's index grows by itself: more than the
     // busiest tracks of real songs hold (9 MiB of index).
@@ -89,7 +89,7 @@ public:
     // values wrap at 32 bits.
     static uint32_t GetVNum(const uint8_t** pos, const uint8_t* end);
 
-private:
+  private:
     struct TEntry {
         uint32_t tick;
         uint32_t offset;

@@ -16,8 +16,8 @@ int64_t positive(int64_t value) { return std::max<int64_t>(value, 1); }
 int64_t ticks_to_us(uint64_t ticks, uint32_t usPerQuarter, int16_t division, int32_t ratePercent) {
     // 128-bit: a hostile file's 2^32 ticks times a 2^24 tempo overflows 64 bits.
     __int128 numerator = __int128(ticks) * usPerQuarter * 100;
-    __int128 divisor = __int128(uint16_t(std::max<int16_t>(division, 1))) *
-                       std::max<int32_t>(ratePercent, 1);
+    __int128 divisor =
+        __int128(uint16_t(std::max<int16_t>(division, 1))) * std::max<int32_t>(ratePercent, 1);
     __int128 us = numerator / divisor;
     constexpr __int128 kLimit = int64_t(1) << 62;
     return int64_t(std::min(us, kLimit));

@@ -12,7 +12,7 @@
 class TMidiLocalProducer;
 
 class TMidiEndpoint {
-public:
+  public:
     virtual ~TMidiEndpoint();
     TMidiEndpoint(const TMidiEndpoint&) = delete;
     TMidiEndpoint& operator=(const TMidiEndpoint&) = delete;
@@ -31,10 +31,10 @@ public:
     int32_t Register();
     int32_t Unregister();
 
-protected:
+  protected:
     explicit TMidiEndpoint(std::string name);
 
-private:
+  private:
     int32_t fID;
     std::string fName;
 };
@@ -42,7 +42,7 @@ private:
 // Something events can be sent to: a local consumer of this program, or a port of another
 // program reached through a system backend.
 class TMidiConsumer : public TMidiEndpoint {
-public:
+  public:
     ~TMidiConsumer() override;
     bool IsConsumer() const final { return true; }
 
@@ -68,8 +68,7 @@ public:
     // (the documented exception above), and calls Receive (port 0) or ReceiveOnPort;
     // local consumers take the pieces into their queue as they are.
     virtual void ReceivePieces(int port, const uint8_t* head, size_t headLength,
-                               const uint8_t* body, size_t bodyLength, bool atomic,
-                               int64_t time);
+                               const uint8_t* body, size_t bodyLength, bool atomic, int64_t time);
     static constexpr size_t kJoinStackBytes = 1024;
 
     // Told on the connecting thread when a producer starts or stops sending here, so a
@@ -77,22 +76,22 @@ public:
     virtual void ProducerConnected(TMidiLocalProducer*) {}
     virtual void ProducerDisconnected(TMidiLocalProducer*) {}
 
-protected:
+  protected:
     explicit TMidiConsumer(std::string name) : TMidiEndpoint(std::move(name)) {}
     // Disconnects every producer that still sends here; a consumer whose receiving side
     // must not see more events calls this first thing in its destructor.
     void DisconnectAllProducers();
 
-private:
+  private:
     friend class TMidiLocalProducer;
     std::mutex fProducersLock;
     std::vector<TMidiLocalProducer*> fProducers;
 };
 
 class TMidiProducer : public TMidiEndpoint {
-public:
+  public:
     bool IsConsumer() const final { return false; }
 
-protected:
+  protected:
     explicit TMidiProducer(std::string name) : TMidiEndpoint(std::move(name)) {}
 };

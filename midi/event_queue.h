@@ -19,7 +19,7 @@
 #include <utility>
 
 class TMidiEventQueue {
-public:
+  public:
     static constexpr size_t kBlockBytes = 64;
 
     enum class TPush { kPushed, kFull, kTooLong };
@@ -45,7 +45,7 @@ public:
     size_t Capacity() const { return fMask + 1; }
     size_t MaxEventBytes() const { return Capacity() / 2 * kBlockBytes; }
 
-private:
+  private:
     struct alignas(64) TSlot {
         std::atomic<uint64_t> sequence;
         int64_t time;

@@ -35,8 +35,8 @@ void TMidiLocalConsumer::ReceivePieces(int /*port*/, const uint8_t* head, size_t
     Enqueue({{head, headLength}, {body, bodyLength}}, atomic, time);
 }
 
-void TMidiLocalConsumer::Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces,
-                                 bool atomic, int64_t time) {
+void TMidiLocalConsumer::Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces, bool atomic,
+                                 int64_t time) {
     int64_t deadline = -1;
     for (;;) {
         // Read before trying, so that room freed after a failed try ends the wait at once.
@@ -115,21 +115,35 @@ bool TMidiLocalConsumer::WaitIdle(int64_t timeoutUs) const {
     return true;
 }
 
-void TMidiLocalConsumer::Data(const uint8_t* data, size_t length, bool /*atomic*/,
-                              int64_t time) {
+void TMidiLocalConsumer::Data(const uint8_t* data, size_t length, bool /*atomic*/, int64_t time) {
     if (length == 0) return;
     uint8_t status = data[0];
     uint8_t channel = status & 0x0F;
     auto byte = [&](size_t i) -> uint8_t { return i < length ? data[i] : 0; };
     switch (status & 0xF0) {
-        case midi::kNoteOff: NoteOff(channel, byte(1), byte(2), time); return;
-        case midi::kNoteOn: NoteOn(channel, byte(1), byte(2), time); return;
-        case midi::kKeyPressure: KeyPressure(channel, byte(1), byte(2), time); return;
-        case midi::kControlChange: ControlChange(channel, byte(1), byte(2), time); return;
-        case midi::kProgramChange: ProgramChange(channel, byte(1), time); return;
-        case midi::kChannelPressure: ChannelPressure(channel, byte(1), time); return;
-        case midi::kPitchBend: PitchBend(channel, byte(1), byte(2), time); return;
-        default: break;
+        case midi::kNoteOff:
+            NoteOff(channel, byte(1), byte(2), time);
+            return;
+        case midi::kNoteOn:
+            NoteOn(channel, byte(1), byte(2), time);
+            return;
+        case midi::kKeyPressure:
+            KeyPressure(channel, byte(1), byte(2), time);
+            return;
+        case midi::kControlChange:
+            ControlChange(channel, byte(1), byte(2), time);
+            return;
+        case midi::kProgramChange:
+            ProgramChange(channel, byte(1), time);
+            return;
+        case midi::kChannelPressure:
+            ChannelPressure(channel, byte(1), time);
+            return;
+        case midi::kPitchBend:
+            PitchBend(channel, byte(1), byte(2), time);
+            return;
+        default:
+            break;
     }
     if (status == midi::kSysExStart) {
         SystemExclusive(data + 1, length - 1, time);

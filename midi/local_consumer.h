@@ -32,7 +32,7 @@
 #include "veldan/base/thread.h"
 
 class TMidiLocalConsumer : public TMidiConsumer {
-public:
+  public:
     static constexpr size_t kDefaultQueueCapacity = 4096;
     // Receive threads carry the music on its way out, so by default they ask for the play
     // thread's real-time priority too; refused, they run at normal priority.
@@ -41,8 +41,7 @@ public:
     // threads that carry music from the rest (15 characters at most).
     static constexpr const char* kReceiveThreadName = "MidiReceive";
 
-    explicit TMidiLocalConsumer(std::string name = {},
-                                size_t queueCapacity = kDefaultQueueCapacity,
+    explicit TMidiLocalConsumer(std::string name = {}, size_t queueCapacity = kDefaultQueueCapacity,
                                 int32_t receivePriority = kReceivePriority);
     ~TMidiLocalConsumer() override;
 
@@ -87,14 +86,13 @@ public:
     uint64_t Overflows() const { return fOverflows.load(std::memory_order_relaxed); }
     uint64_t SendDrops() const { return fSendDrops.load(std::memory_order_relaxed); }
 
-protected:
+  protected:
     void StopReceiving();
     // Sending side, for the hooks above and for subclasses that put a few bytes in front
     // of an event: the pieces back to back become one event.
-    void Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces, bool atomic,
-                 int64_t time);
+    void Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces, bool atomic, int64_t time);
 
-private:
+  private:
     void ReceiveLoop();
     void WakeReceiver();
     void RoomFreed();

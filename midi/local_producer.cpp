@@ -22,8 +22,7 @@ int32_t TMidiLocalProducer::Connect(TMidiConsumer* consumer) {
     {
         std::lock_guard lock(fWriteLock);
         const TConnectionList* current = fConnections.load();
-        if (std::ranges::find(current->consumers, consumer) != current->consumers.end())
-            return -1;
+        if (std::ranges::find(current->consumers, consumer) != current->consumers.end()) return -1;
         auto* next = new TConnectionList(*current);
         next->consumers.push_back(consumer);
         Publish(next);
@@ -40,8 +39,7 @@ int32_t TMidiLocalProducer::Disconnect(TMidiConsumer* consumer) {
     {
         std::lock_guard lock(fWriteLock);
         const TConnectionList* current = fConnections.load();
-        if (std::ranges::find(current->consumers, consumer) == current->consumers.end())
-            return -1;
+        if (std::ranges::find(current->consumers, consumer) == current->consumers.end()) return -1;
         auto* next = new TConnectionList(*current);
         std::erase(next->consumers, consumer);
         Publish(next);
@@ -137,8 +135,7 @@ void TMidiLocalProducer::SprayControlChange(uint8_t channel, uint8_t controller,
     SprayChannelMessage(midi::kControlChange, channel, controller, value, 3, time);
 }
 
-void TMidiLocalProducer::SprayProgramChange(uint8_t channel, uint8_t program,
-                                            int64_t time) const {
+void TMidiLocalProducer::SprayProgramChange(uint8_t channel, uint8_t program, int64_t time) const {
     SprayChannelMessage(midi::kProgramChange, channel, program, 0, 2, time);
 }
 
@@ -152,15 +149,13 @@ void TMidiLocalProducer::SprayPitchBend(uint8_t channel, uint8_t lsb, uint8_t ms
     SprayChannelMessage(midi::kPitchBend, channel, lsb, msb, 3, time);
 }
 
-void TMidiLocalProducer::SpraySystemExclusive(const void* data, size_t length,
-                                              int64_t time) const {
+void TMidiLocalProducer::SpraySystemExclusive(const void* data, size_t length, int64_t time) const {
     static constexpr uint8_t kStart = midi::kSysExStart;
     SprayPieces(&kStart, 1, static_cast<const uint8_t*>(data), length, true, time);
 }
 
-void TMidiLocalProducer::SprayPieces(const uint8_t* head, size_t headLength,
-                                     const uint8_t* body, size_t bodyLength, bool atomic,
-                                     int64_t time) const {
+void TMidiLocalProducer::SprayPieces(const uint8_t* head, size_t headLength, const uint8_t* body,
+                                     size_t bodyLength, bool atomic, int64_t time) const {
     fSprays.fetch_add(1);
     const TConnectionList* route = fConnections.load();
     const int port = Port();
@@ -185,8 +180,10 @@ void TMidiLocalProducer::SprayPieces(const uint8_t* head, size_t headLength,
 void TMidiLocalProducer::SpraySystemCommon(uint8_t status, uint8_t data1, uint8_t data2,
                                            int64_t time) const {
     size_t length = 1;
-    if (status == 0xF1 || status == 0xF3) length = 2;
-    else if (status == 0xF2) length = 3;
+    if (status == 0xF1 || status == 0xF3)
+        length = 2;
+    else if (status == 0xF2)
+        length = 3;
     const uint8_t bytes[3] = {status, data1, data2};
     SprayData(bytes, length, true, time);
 }
@@ -198,7 +195,8 @@ void TMidiLocalProducer::SpraySystemRealTime(uint8_t status, int64_t time) const
 void TMidiLocalProducer::SprayTempoChange(int32_t beatsPerMinute, int64_t time) const {
     if (beatsPerMinute <= 0) return;
     uint32_t usPerBeat = uint32_t(60000000 / beatsPerMinute);
-    const uint8_t bytes[6] = {midi::kMetaEvent, midi::kMetaTempo, 3, uint8_t(usPerBeat >> 16),
-                              uint8_t(usPerBeat >> 8), uint8_t(usPerBeat)};
+    const uint8_t bytes[6] = {
+        midi::kMetaEvent,         midi::kMetaTempo,        3,
+        uint8_t(usPerBeat >> 16), uint8_t(usPerBeat >> 8), uint8_t(usPerBeat)};
     SprayData(bytes, sizeof bytes, true, time);
 }

@@ -27,14 +27,14 @@
 
 // A system port that speaks for one local producer.
 class TMidiPortSink {
-public:
+  public:
     virtual ~TMidiPortSink() = default;
     // Called on the spraying thread for every event; must not block.
     virtual void Send(const uint8_t* data, size_t length, int64_t time) = 0;
 };
 
 class TMidiLocalProducer : public TMidiProducer {
-public:
+  public:
     static constexpr size_t kSysExStackBytes = 1024;
 
     explicit TMidiLocalProducer(std::string name = {});
@@ -66,8 +66,7 @@ public:
     void SprayNoteOff(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) const;
     void SprayNoteOn(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) const;
     void SprayKeyPressure(uint8_t channel, uint8_t note, uint8_t pressure, int64_t time) const;
-    void SprayControlChange(uint8_t channel, uint8_t controller, uint8_t value,
-                            int64_t time) const;
+    void SprayControlChange(uint8_t channel, uint8_t controller, uint8_t value, int64_t time) const;
     void SprayProgramChange(uint8_t channel, uint8_t program, int64_t time) const;
     void SprayChannelPressure(uint8_t channel, uint8_t pressure, int64_t time) const;
     void SprayPitchBend(uint8_t channel, uint8_t lsb, uint8_t msb, int64_t time) const;
@@ -77,15 +76,15 @@ public:
     // Sent as the meta event 0xFF 0x51 with microseconds per quarter note.
     void SprayTempoChange(int32_t beatsPerMinute, int64_t time) const;
 
-private:
+  private:
     struct TConnectionList {
         std::vector<TMidiConsumer*> consumers;
         std::vector<TMidiPortSink*> sinks;
     };
     void Publish(TConnectionList* next);
     // The event is head then body; sinks get it in one piece.
-    void SprayPieces(const uint8_t* head, size_t headLength, const uint8_t* body,
-                     size_t bodyLength, bool atomic, int64_t time) const;
+    void SprayPieces(const uint8_t* head, size_t headLength, const uint8_t* body, size_t bodyLength,
+                     bool atomic, int64_t time) const;
     void SprayChannelMessage(uint8_t status, uint8_t channel, uint8_t data1, uint8_t data2,
                              size_t length, int64_t time) const;
 

@@ -29,5 +29,6 @@ TQuietProbe::~TQuietProbe() {
     // JACK offers no way back to its default; errors of a running client still show.
     jack_set_error_function(jack_to_stderr);
     jack_set_info_function(quiet_text);
-    for (int level : kFluidLevels) fluid_set_log_function(level, fluid_default_log_function, nullptr);
+    for (int level : kFluidLevels)
+        fluid_set_log_function(level, fluid_default_log_function, nullptr);
 }

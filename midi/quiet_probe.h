@@ -4,7 +4,7 @@
 // program says what it found in one line of its own instead.
 
 class TQuietProbe {
-public:
+  public:
     TQuietProbe();
     ~TQuietProbe();
     TQuietProbe(const TQuietProbe&) = delete;

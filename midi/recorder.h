@@ -16,7 +16,7 @@
 #include "midi/local_consumer.h"
 
 class TMidiRecorder : public TMidiLocalConsumer {
-public:
+  public:
     struct TEntry {
         int64_t arrivalUs;  // CLOCK_MONOTONIC when the receive thread took the event
         int64_t time;       // the time stamp it was sprayed with
@@ -39,7 +39,7 @@ public:
     // Only while nothing is being sent here.
     void Clear();
 
-private:
+  private:
     std::unique_ptr<TEntry[]> fEntries;
     std::unique_ptr<uint8_t[]> fBytes;
     size_t fMaxEvents;

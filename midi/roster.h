@@ -16,7 +16,7 @@ class TMidiLocalProducer;
 // A system backend (ALSA sequencer, JACK) that mirrors registered local producers as ports
 // other programs can see. Called on the registering thread, outside the roster's lock.
 class TMidiRosterBackend {
-public:
+  public:
     virtual ~TMidiRosterBackend() = default;
     virtual void ProducerRegistered(TMidiLocalProducer* producer) = 0;
     // Called while the producer is still whole (its destructor unregisters it first).
@@ -24,7 +24,7 @@ public:
 };
 
 class TMidiRoster {
-public:
+  public:
     static TMidiRoster& Default();
 
     // The first registered consumer whose id is greater than *id, which is updated;
@@ -47,7 +47,7 @@ public:
     void AddBackend(TMidiRosterBackend* backend);
     void RemoveBackend(TMidiRosterBackend* backend);
 
-private:
+  private:
     friend class TMidiEndpoint;
     void Register(TMidiEndpoint* endpoint);
     void Unregister(TMidiEndpoint* endpoint);

@@ -36,7 +36,7 @@
 #include "midi/local_consumer.h"
 
 class TSynthConsumer : public TMidiLocalConsumer {
-public:
+  public:
     static constexpr const char* kName = "Quill Synth";
     // Installed by Debian's fluid-soundfont-gm.
     static constexpr const char* kDefaultSoundFont = "/usr/share/sounds/sf2/FluidR3_GM.sf2";
@@ -116,7 +116,7 @@ public:
     // taken at device id 0x10, the factory setting of the modules songs were made for.
     void SystemExclusive(const uint8_t* data, size_t length, int64_t time) override;
 
-private:
+  private:
     struct TEngine;
     explicit TSynthConsumer(std::unique_ptr<TEngine> engine);
     // The synthesizer's channel for a channel of the current port.

@@ -24,7 +24,7 @@
 #include "veldan/base/thread.h"
 
 class TWavRenderer : public veldan::TThread {
-public:
+  public:
     static constexpr int64_t kPeriodUs = 5000;
     static constexpr size_t kBufferFrames = 4096;
 
@@ -46,10 +46,10 @@ public:
     // the synthesizer goes.
     void RenderUntilUs(int64_t songUs);
 
-protected:
+  protected:
     int32_t Execute() override;
 
-private:
+  private:
     uint64_t FramesDueAt(int64_t timeUs) const;
     int64_t NextWakeUp(int64_t nowUs) const;
     void RenderUpTo(uint64_t frames);

@@ -18,7 +18,7 @@
 #include "veldan/base/atomic_file.h"
 
 class TWavWriter {
-public:
+  public:
     static constexpr int kChannels = 2;
     static constexpr int kBytesPerSample = 2;
     static constexpr int kBytesPerFrame = kChannels * kBytesPerSample;
@@ -43,7 +43,7 @@ public:
     bool IsOpen() const { return fFile.Descriptor() >= 0; }
     uint64_t FramesWritten() const { return fDataBytes / kBytesPerFrame; }
 
-private:
+  private:
     bool WriteHeader(uint32_t dataBytes);
     bool WriteAt(const void* bytes, size_t length, uint64_t offset);
 

@@ -1,19 +1,19 @@
 #include "player/compact_slider.h"
 
-#include "veldan/core/handler.h"
-
 #include <QAccessible>
 #include <QAccessibleWidget>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QStyleOptionSlider>
 
+#include "veldan/core/handler.h"
+
 namespace quill {
 
 namespace {
 
 class TCompactSliderAccessible : public QAccessibleWidget, public QAccessibleValueInterface {
-public:
+  public:
     explicit TCompactSliderAccessible(TCompactSlider* slider)
         : QAccessibleWidget(slider, QAccessible::Slider) {}
 
@@ -37,7 +37,7 @@ public:
     QVariant minimumValue() const override { return Slider()->minimum(); }
     QVariant minimumStepSize() const override { return Slider()->singleStep(); }
 
-private:
+  private:
     TCompactSlider* Slider() const { return static_cast<TCompactSlider*>(widget()); }
 };
 

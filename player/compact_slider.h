@@ -9,21 +9,20 @@
 // ends. Screen readers see a slider with its range, its value in the read-out's unit and
 // the accessible name its owner gives; a value they set counts as the user's own move.
 
-#include "veldan/core/message.h"
-
 #include <QColor>
 #include <QPointer>
 #include <QSlider>
-
 #include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
 
+#include "veldan/core/message.h"
+
 namespace quill {
 
 class TCompactSlider : public QSlider {
-public:
+  public:
     // Seven rows, so that the four nested rectangles leave one row of the innermost colour.
     static constexpr int kBarHeight = 7;
     static constexpr int kThumbRadius = 2;
@@ -34,8 +33,8 @@ public:
     static inline const QColor kThumbMiddle{155, 155, 155};
     static inline const QColor kThumbTop{216, 216, 216};
 
-    TCompactSlider(const QString& name, std::unique_ptr<veldan::TMessage> message,
-                   int32_t minValue, int32_t maxValue, QWidget* parent = nullptr);
+    TCompactSlider(const QString& name, std::unique_ptr<veldan::TMessage> message, int32_t minValue,
+                   int32_t maxValue, QWidget* parent = nullptr);
 
     void SetModificationMessage(std::unique_ptr<veldan::TMessage> message);
     void SetTarget(QObject* target) { fTarget = target; }
@@ -58,11 +57,11 @@ public:
     QRect BarFrame() const;
     QRect ThumbFrame() const;
 
-protected:
+  protected:
     void paintEvent(QPaintEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
 
-private:
+  private:
     void Invoke(const veldan::TMessage* message, int32_t value);
     void UserActed(int action);
 

@@ -1,18 +1,17 @@
 #include "player/control_bar.h"
 
+#include <QHBoxLayout>
+#include <QIcon>
+#include <QVBoxLayout>
+#include <algorithm>
+#include <vector>
+
 #include "player/readout.h"
 #include "player/resources.h"
 #include "veldan/core/llt.h"
 #include "veldan/widgets/lang_key.h"
 #include "veldan/widgets/tool_bar.h"
 #include "veldan/widgets/tool_button.h"
-
-#include <QHBoxLayout>
-#include <QIcon>
-#include <QVBoxLayout>
-
-#include <algorithm>
-#include <vector>
 
 namespace quill {
 
@@ -74,10 +73,8 @@ struct TIndicatorItem {
 };
 
 constexpr TIndicatorItem kPortItems[] = {{"StrViewPortA", "A"}, {"StrViewPortB", "B"}};
-constexpr TIndicatorItem kResetItems[] = {{"StrViewSysGM", "GM"},
-                                          {"StrViewSysGS", "GS"},
-                                          {"StrViewSys88", "88"},
-                                          {"StrViewSysXG", "XG"}};
+constexpr TIndicatorItem kResetItems[] = {
+    {"StrViewSysGM", "GM"}, {"StrViewSysGS", "GS"}, {"StrViewSys88", "88"}, {"StrViewSysXG", "XG"}};
 
 constexpr const char* kTitleKey = llt_key("Access_Title");
 constexpr const char* kPortNameKey = llt_key("Access_Port");
@@ -85,9 +82,8 @@ constexpr const char* kResetNameKey = llt_key("Access_Reset");
 // Indicator states as a screen reader says them: unlit, half lit, lit.
 constexpr const char* kPortStateKeys[] = {llt_key("Access_Port_Off"), llt_key("Access_Port_Off"),
                                           llt_key("Access_Port_On")};
-constexpr const char* kResetStateKeys[] = {llt_key("Access_Reset_Off"),
-                                           llt_key("Access_Reset_Sending"),
-                                           llt_key("Access_Reset_On")};
+constexpr const char* kResetStateKeys[] = {
+    llt_key("Access_Reset_Off"), llt_key("Access_Reset_Sending"), llt_key("Access_Reset_On")};
 
 constexpr int kReadoutPadding = 6;
 constexpr int kGroupSpacing = 8;
@@ -191,7 +187,9 @@ QWidget* TControlBar::MakeListButton() {
 
 bool TControlBar::IsListShown() const { return fListBar->FindItem(kListButton)->Value() != 0; }
 
-void TControlBar::SetListShown(bool shown) { fListBar->FindItem(kListButton)->SetValue(shown ? 1 : 0); }
+void TControlBar::SetListShown(bool shown) {
+    fListBar->FindItem(kListButton)->SetValue(shown ? 1 : 0);
+}
 
 QWidget* TControlBar::MakeIndicators() {
     auto* box = new QWidget;

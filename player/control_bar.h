@@ -10,15 +10,14 @@
 // "StrViewSysXG"; "StrViewVolume", "StrViewKey", "StrViewTempo", "StrViewPos"; "SliderVolume",
 // "SliderKey", "SliderTempo", "SliderPos"; "StatBar".
 
-#include "player/compact_slider.h"
-#include "player/lcd_indicator.h"
-
 #include <QLabel>
 #include <QWidget>
-
 #include <array>
 #include <cstdint>
 #include <string>
+
+#include "player/compact_slider.h"
+#include "player/lcd_indicator.h"
 
 namespace veldan {
 class TLLT;
@@ -51,7 +50,7 @@ constexpr int32_t kStatePlaying = 1;
 constexpr int32_t kStatePaused = 2;
 
 class TControlBar : public QWidget {
-public:
+  public:
     enum TSlider : int {
         kVolume = 0,
         kKey,
@@ -97,7 +96,7 @@ public:
     bool IsListShown() const;
     void SetListShown(bool shown);
 
-private:
+  private:
     QWidget* MakeTransport();
     QWidget* MakeTitleDisplay();
     QWidget* MakeIndicators();

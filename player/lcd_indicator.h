@@ -5,13 +5,12 @@
 
 #include <QColor>
 #include <QLabel>
-
 #include <array>
 
 namespace quill {
 
 class TLCDIndicator : public QLabel {
-public:
+  public:
     enum class TLit {
         kUnlit,
         kHalfLit,  // a reset is being sent
@@ -33,7 +32,7 @@ public:
     // colours alone tell nothing to someone who cannot see them.
     void SetStateTexts(const QString& unlit, const QString& halfLit, const QString& lit);
 
-private:
+  private:
     void DescribeState();
 
     TLit fLit;

@@ -169,8 +169,7 @@ bool TQuillView::PlaySong() {
     if (fPlaylist->Songs() == 0 || fProducer.CountTracks() == 0) return false;
     // During a silence only its end moves on: a second play would cut it short, and a
     // synthesizer still busy with its reset would lose the song's first notes.
-    if (fState == kStateStopped || (IsPreparing() && !fSilenceTimer.isActive()))
-        StepStateToPlay();
+    if (fState == kStateStopped || (IsPreparing() && !fSilenceTimer.isActive())) StepStateToPlay();
     UpdateTransportCompos();
     return true;
 }
@@ -343,8 +342,8 @@ bool TQuillView::ChangeSongTo(int32_t index, bool betweenSongs, bool forward, bo
 void TQuillView::ShowCannotPlay() {
     const TQuillSItem* song = fPlaylist->Song(fPlaylist->CurSongIdx());
     if (!song) return;
-    fControlBar->SetStatusText(fTexts.Text(kStatCannotPlay) + song->FileName() + " (" +
-                               fLoadError + ")");
+    fControlBar->SetStatusText(fTexts.Text(kStatCannotPlay) + song->FileName() + " (" + fLoadError +
+                               ")");
     if (fCannotPlay) fCannotPlay(song->EntryRef(), fLoadError);
 }
 

@@ -35,7 +35,7 @@ class TOrvickView;
 namespace quill {
 class TChannelPanel;
 class TLyricsView;
-}
+}  // namespace quill
 class TPref;
 class TQuillSItem;
 

@@ -15,8 +15,8 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <unordered_map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 class TOrvickView;

@@ -264,7 +264,8 @@ bool TPrefView::FindControls() {
         std::all_of(fAutoSort.begin(), fAutoSort.end(), [](QRadioButton* b) { return b; });
     return fSendSysResets && resetBoxesFound && fAfterResetsLabel && fAfterResets &&
            fAfterResetsUnit && fBetweenSongsBox && fBetweenSongs && fBetweenSongsUnit &&
-           fChaseOnSeek && fSynthBox && fAutoSortBox && sortFound && fLanguageLabel && fLanguage && fOK && fCancel;
+           fChaseOnSeek && fSynthBox && fAutoSortBox && sortFound && fLanguageLabel && fLanguage &&
+           fOK && fCancel;
 }
 
 void TPrefView::Connect() {

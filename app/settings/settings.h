@@ -26,7 +26,7 @@
 namespace veldan {
 class TArchivable;
 class TLLT;
-}
+}  // namespace veldan
 
 inline constexpr char kSettingsFolder[] = "QuillMIDI";
 inline constexpr char kPrefsFile[] = "QuillMIDI_Prefs.arc";

@@ -5,17 +5,17 @@
 
 #include <QCheckBox>
 #include <QComboBox>
-#include <QSpinBox>
-#include <QListWidget>
 #include <QDoubleSpinBox>
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QMimeData>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QSpinBox>
 #include <QTabWidget>
 #include <QTreeWidget>
 #include <QUrl>
@@ -26,9 +26,9 @@
 #include "app/dialogs/lang_files.h"
 #include "app/dialogs/pref_win.h"
 #include "app/dialogs/synth_box.h"
-#include "midi/synth.h"
 #include "app/settings/exit_state.h"
 #include "app/settings/settings.h"
+#include "midi/synth.h"
 #include "tests/support/message_recorder.h"
 #include "tests/support/render_check.h"
 #include "tests/support/scoped_env.h"
@@ -133,9 +133,9 @@ TEST_F(PrefWin, EveryControlIsThereByNameAndLabelledFromTheLanguage) {
          {"BoxSendSysResets", "CBoxSendSysResets", "CBoxSRGM", "CBoxSRGS", "CBoxSR88", "CBoxSRXG",
           "TxtCtrlSilenceIntervalAfterSysResets", "StrViewSilenceIntervalAfterSysResets",
           "CBoxSilenceBetweenSongs", "TxtCtrlSilenceIntervalBetweenSongs",
-          "StrViewSilenceIntervalBetweenSongs", "CBoxChaseOnSeek", "BoxAutoSort", "RButtonAutoSortNone",
-          "RButtonAutoSortUp", "RButtonAutoSortDown", "MFieldLanguage", "ButtonOK",
-          "ButtonCancel"}) {
+          "StrViewSilenceIntervalBetweenSongs", "CBoxChaseOnSeek", "BoxAutoSort",
+          "RButtonAutoSortNone", "RButtonAutoSortUp", "RButtonAutoSortDown", "MFieldLanguage",
+          "ButtonOK", "ButtonCancel"}) {
         EXPECT_NE(win->findChild<QWidget*>(name), nullptr) << name;
     }
     EXPECT_NE(Child<QGroupBox>("BoxSendSysResets")->findChild<QCheckBox*>("CBoxSendSysResets"),

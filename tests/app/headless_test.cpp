@@ -174,9 +174,9 @@ TEST(Headless, InterruptSilencesEverySoundingNoteBeforeExiting) {
     auto song = dir.Write("long.mid", smf.Bytes());
     auto trace = dir.Path() / "trace.txt";
     TScopedEnv configHome("XDG_CONFIG_HOME", config_home(dir).c_str());
-    std::vector<std::string> args = {QUILLMIDI_BINARY, "--headless", "--wav",
-                                      (dir.Path() / "o.wav").string(), "--trace", trace.string(),
-                                      song.string()};
+    std::vector<std::string> args = {
+        QUILLMIDI_BINARY, "--headless",   "--wav",      (dir.Path() / "o.wav").string(),
+        "--trace",        trace.string(), song.string()};
     std::vector<char*> argv;
     for (std::string& arg : args) argv.push_back(arg.data());
     argv.push_back(nullptr);
@@ -221,7 +221,8 @@ TEST(Headless, WithoutADisplayTheSongsPlayInTheTerminal) {
     TSmfBuilder smf(1, 96);
     smf.AddTrack().Name(0, "Quiet").NoteOn(0, 0, 60, 100).NoteOff(96, 0, 60);
     auto song = dir.Write("song.mid", smf.Bytes());
-    TResult result = run_quillmidi(quoted(song), dir, "env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM");
+    TResult result =
+        run_quillmidi(quoted(song), dir, "env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM");
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.err.find("no display"), std::string::npos) << result.err;
     EXPECT_NE(result.out.find("Quiet"), std::string::npos) << result.out;
@@ -248,8 +249,10 @@ TEST(Headless, APlaylistFileOnTheCommandLinePlaysItsSongsInItsOrder) {
     TTempDir dir;
     auto alpha = dir.Write("alpha.mid", titled_song("Alpha"));
     auto beta = dir.Write("beta.mid", titled_song("Beta"));
-    auto list = dir.Write("songs.qml", "MarnelList$1\n" + beta.string() + "\n" + alpha.string() + "\n");
-    TResult result = run_quillmidi("--wav " + quoted(dir.Path() / "o.wav") + " " + quoted(list), dir);
+    auto list =
+        dir.Write("songs.qml", "MarnelList$1\n" + beta.string() + "\n" + alpha.string() + "\n");
+    TResult result =
+        run_quillmidi("--wav " + quoted(dir.Path() / "o.wav") + " " + quoted(list), dir);
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(titles_in(result.out), (std::vector<std::string>{"Beta", "Alpha"})) << result.out;
 }
@@ -258,7 +261,8 @@ TEST(Headless, PlayModesDecideWhatFollows) {
     TTempDir dir;
     auto alpha = dir.Write("alpha.mid", titled_song("Alpha"));
     auto beta = dir.Write("beta.mid", titled_song("Beta"));
-    std::string files = " --wav " + quoted(dir.Path() / "o.wav") + " " + quoted(alpha) + " " + quoted(beta);
+    std::string files =
+        " --wav " + quoted(dir.Path() / "o.wav") + " " + quoted(alpha) + " " + quoted(beta);
     TResult one = run_quillmidi("--mode 2" + files, dir);
     EXPECT_EQ(one.exitCode, 0) << one.err;
     EXPECT_EQ(titles_in(one.out), std::vector<std::string>{"Alpha"}) << one.out;
@@ -340,14 +344,17 @@ TEST(Headless, RenderWritesTheSongAsPlayingWouldWithoutWaitingForIt) {
     EXPECT_GT(offline.peak, 100) << "the notes should be heard";
 
     auto played = dir.Path() / "played.wav";
-    ASSERT_EQ(run_quillmidi("--headless --wav " + quoted(played) + " " + quoted(song), dir).exitCode, 0);
+    ASSERT_EQ(
+        run_quillmidi("--headless --wav " + quoted(played) + " " + quoted(song), dir).exitCode, 0);
     const TWavFacts realTime = wav_facts(played);
     // Playing adds the moments before the first note and after the tail's end.
     EXPECT_NEAR(realTime.seconds, offline.seconds, 0.5);
     EXPECT_GT(realTime.peak, 100);
 
     EXPECT_EQ(run_quillmidi("--render " + quoted(rendered), dir).exitCode, 2) << "no song";
-    TResult broken = run_quillmidi("--render " + quoted(rendered) + " " + quoted(dir.Write("x.mid", std::string("nope"))), dir);
+    TResult broken = run_quillmidi(
+        "--render " + quoted(rendered) + " " + quoted(dir.Write("x.mid", std::string("nope"))),
+        dir);
     EXPECT_EQ(broken.exitCode, 1);
     EXPECT_NE(broken.err.find("not a MIDI file"), std::string::npos) << broken.err;
 }
@@ -575,9 +582,8 @@ TEST(Headless, RandomModeDrawsAnotherOrderOnEveryRun) {
                                           (dir.Path() / "o.wav").string()};
     for (int i = 0; i < 8; ++i) {
         std::string title = "Song " + std::to_string(i);
-        arguments.push_back(dir.Write("song" + std::to_string(i) + ".mid",
-                                      titled_song(title.c_str()))
-                                .string());
+        arguments.push_back(
+            dir.Write("song" + std::to_string(i) + ".mid", titled_song(title.c_str())).string());
     }
     // Two orders of six songs out of eight agree by chance once in 7^6 (118000) runs; a
     // third run makes a false alarm about as rare as that squared.

@@ -7,18 +7,18 @@
 
 #include <gtest/gtest.h>
 
+#include <QAbstractButton>
+#include <QDropEvent>
 #include <QLabel>
-#include <QScreen>
 #include <QMenu>
 #include <QMenuBar>
-#include <QAbstractButton>
-#include <QTimer>
 #include <QMessageBox>
-#include <QUrl>
-#include <QTest>
-#include <QSlider>
-#include <QDropEvent>
 #include <QMimeData>
+#include <QScreen>
+#include <QSlider>
+#include <QTest>
+#include <QTimer>
+#include <QUrl>
 
 #include "app/settings/settings.h"
 #include "midi/recorder.h"
@@ -217,8 +217,8 @@ TEST_F(QuillAppTest, AFrameLeftOnAMonitorThatIsGoneComesBackOnScreen) {
     // A frame partly off a screen edge stays where the user put it.
     app->Quit();
     app.reset();
-    exit_state().frame = veldan::TRect{float(screen.right() - 200), 40,
-                                       float(screen.right() + 199), 339};
+    exit_state().frame =
+        veldan::TRect{float(screen.right() - 200), 40, float(screen.right() + 199), 339};
     auto again = Start();
     EXPECT_EQ(again->MainWin()->geometry().topLeft(), QPoint(screen.right() - 200, 40));
 }
@@ -542,7 +542,8 @@ TEST_F(QuillAppTest, EndToEndDropDoubleClickPlayChangeKeyQuitRestart) {
             if (action->text().endsWith("Desk Synth")) deskSynth = action;
         ASSERT_NE(deskSynth, nullptr);
         deskSynth->trigger();
-        ASSERT_TRUE(process_until([&] { return view->Chain().PublicOut(0)->IsConnected(&recorder); }));
+        ASSERT_TRUE(
+            process_until([&] { return view->Chain().PublicOut(0)->IsConnected(&recorder); }));
 
         const QRect row = list->visualItemRect(list->Song(1));
         ASSERT_FALSE(row.isEmpty());

@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
-#include <cstring>
 #include <QMenu>
 #include <QMenuBar>
+#include <cstring>
 
 #include "app/app_icon.h"
 #include "app/dialogs/about_win.h"
@@ -37,7 +37,8 @@ class QuillWinRenderTest : public TWidgetTest, public ::testing::WithParamInterf
         TQuillWin win(texts, fPrefs, fExitState, nullptr, fTemp.Path() / "Loader");
         TSmfBuilder smf(1, 480);
         TTrackBuilder& track = smf.AddTrack().Name(0, "Gymnopédie No. 1");
-        for (const char* syllable : {"Lent ", "et ", "dou", "lou", "reux\r", "tr\xc3\xa8s ", "doux"})
+        for (const char* syllable :
+             {"Lent ", "et ", "dou", "lou", "reux\r", "tr\xc3\xa8s ", "doux"})
             track.Meta(0, 0x05, std::vector<uint8_t>(syllable, syllable + std::strlen(syllable)));
         track.NoteOn(0, 0, 60, 90).NoteOff(480, 0, 60);
         for (const char* name : {"gymnopedie.mid", "clair_de_lune.mid", "canon.mid"})

@@ -7,15 +7,15 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
-#include <QMenu>
 #include <QDialogButtonBox>
 #include <QFileSystemModel>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
-#include <QPushButton>
+#include <QMenu>
 #include <QMenuBar>
 #include <QProgressDialog>
+#include <QPushButton>
 #include <QTimer>
 
 #include "app/settings/exit_state.h"
@@ -700,5 +700,6 @@ TEST_F(QuillWinTest, OpeningSeveralFilesFromThePanelKeepsThemAll) {
     win->MessageReceived(std::make_unique<veldan::TMessage>(TQuillWin::kMsgOpen).get());
     emit win->OpenPanel()->filesSelected(
         {QString::fromStdString(a.string()), QString::fromStdString(b.string())});
-    EXPECT_EQ(win->View()->OrvickView()->Songs(), 2) << "the second file does not replace the first";
+    EXPECT_EQ(win->View()->OrvickView()->Songs(), 2)
+        << "the second file does not replace the first";
 }

@@ -193,20 +193,40 @@ struct TParameterModel {
         TChannelSelect& s = selects[{port, bytes[0] & 0x0F}];
         const int number = bytes[1], value = bytes[2];
         switch (number) {
-            case 101: s.rpn[0] = value; s.kind = 'r'; return;
-            case 100: s.rpn[1] = value; s.kind = 'r'; return;
-            case 99: s.nrpn[0] = value; s.kind = 'n'; return;
-            case 98: s.nrpn[1] = value; s.kind = 'n'; return;
-            case 96: case 97: ++increments; return;
-            case 6: case 38: break;
-            default: return;
+            case 101:
+                s.rpn[0] = value;
+                s.kind = 'r';
+                return;
+            case 100:
+                s.rpn[1] = value;
+                s.kind = 'r';
+                return;
+            case 99:
+                s.nrpn[0] = value;
+                s.kind = 'n';
+                return;
+            case 98:
+                s.nrpn[1] = value;
+                s.kind = 'n';
+                return;
+            case 96:
+            case 97:
+                ++increments;
+                return;
+            case 6:
+            case 38:
+                break;
+            default:
+                return;
         }
         if (s.kind == 0) return;
         const int* select = s.kind == 'r' ? s.rpn : s.nrpn;
         if (select[0] == 127 && select[1] == 127) return;
         auto& v = values[{port, bytes[0] & 0x0F, s.kind, select[0], select[1]}];
-        if (number == 6) v = {value, 0};
-        else v.second = value;
+        if (number == 6)
+            v = {value, 0};
+        else
+            v.second = value;
     }
 };
 
@@ -218,7 +238,7 @@ std::vector<uint8_t> parameter_song() {
     a.Control(kDivision, 0, 100, 1).Control(0, 0, 6, 70).Control(0, 0, 38, 21);
     a.Control(0, 0, 99, 1).Control(0, 0, 98, 9).Control(0, 0, 6, 33);
     a.Control(kDivision, 0, 101, 0).Control(0, 0, 100, 0).Control(0, 0, 6, 2);  // LSB back to 0
-    a.Control(0, 3, 101, 127).Control(0, 3, 100, 127).Control(0, 3, 6, 99);   // the null one
+    a.Control(0, 3, 101, 127).Control(0, 3, 100, 127).Control(0, 3, 6, 99);     // the null one
     a.Control(0, 3, 99, 2).Control(0, 3, 98, 3).Control(0, 3, 38, 7);
     a.Control(0, 0, 96, 0);  // an increment: not replayed by a chase
     a.NoteOn(kTarget - 2 * kDivision, 15, kMarkerNote, 1);

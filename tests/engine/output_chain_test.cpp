@@ -47,8 +47,7 @@ TEST(MidiFilter, KeyTransposesNotesClampsAndLeavesPercussionAlone) {
     f.in.SprayNoteOn(9, 120, 64, 0);
     f.in.SprayNoteOff(0, 60, 0, 0);
     f.in.SprayKeyPressure(0, 60, 10, 0);
-    EXPECT_EQ(f.Out(),
-              (std::vector<std::string>{"90 7f 40", "99 78 40", "80 48 00", "a0 3c 0a"}));
+    EXPECT_EQ(f.Out(), (std::vector<std::string>{"90 7f 40", "99 78 40", "80 48 00", "a0 3c 0a"}));
 }
 
 TEST(MidiFilter, ANoteOffGoesToTheNoteItsNoteOnWasSentAs) {
@@ -89,8 +88,7 @@ TEST(MidiFilter, ANoteStruckAgainInANewKeyEndsItsOldSoundFirst) {
     f.chain.SetKey(2);
     f.in.SprayNoteOn(0, 60, 90, 0);
     f.in.SprayNoteOff(0, 60, 0, 0);
-    EXPECT_EQ(f.Out(),
-              (std::vector<std::string>{"90 3c 64", "80 3c 40", "90 3e 5a", "80 3e 00"}));
+    EXPECT_EQ(f.Out(), (std::vector<std::string>{"90 3c 64", "80 3c 40", "90 3e 5a", "80 3e 00"}));
     EXPECT_EQ(sounding_notes(f.portA), 0);
 }
 
@@ -133,8 +131,7 @@ TEST(OutputChain, AMutedChannelDropsNoteOnsReleasesWhatSoundsAndPassesTheRest) {
     f.in.SprayNoteOn(2, 60, 0, 0);         // a release passes
     f.in.SprayNoteOn(3, 69, 100, 0);       // another channel plays on
     EXPECT_EQ(f.Out(), (std::vector<std::string>{"92 3c 64", "92 40 64", "93 43 64", "82 3c 40",
-                                                 "82 40 40", "b2 07 5a", "92 3c 00",
-                                                 "93 45 64"}));
+                                                 "82 40 40", "b2 07 5a", "92 3c 00", "93 45 64"}));
     f.chain.SetMutedChannels(0, 0);
     f.in.SprayNoteOn(2, 72, 100, 0);
     EXPECT_EQ(f.Out().back(), "92 48 64") << "unmuted, the channel plays again";
@@ -197,7 +194,8 @@ TEST(NoteOnManager, SongResetClearsTheTableAndTellsTheOwnerItsKind) {
     std::atomic<int32_t> kind{0};
     f.chain.NoteOnManager(0).SetSysResetHandler([&](int32_t k) { kind = k; });
     f.in.SprayNoteOn(0, 60, 100, 0);
-    const std::vector<uint8_t> roland = {0x41, 0x10, 0x42, 0x12, 0x40, 0x01, 0x30, 0x00, 0x0F, 0xF7};
+    const std::vector<uint8_t> roland = {0x41, 0x10, 0x42, 0x12, 0x40,
+                                         0x01, 0x30, 0x00, 0x0F, 0xF7};
     f.in.SpraySystemExclusive(roland.data(), roland.size(), 0);
     f.Drain();
     EXPECT_EQ(kind.load(), 0);

@@ -16,7 +16,7 @@ TEST(PlayTiming, IntervalsFollowTicksTempoAndRate) {
     EXPECT_EQ(ticks_to_us(480, 500000, 480, 200), 250000);
     EXPECT_EQ(ticks_to_us(480, 500000, 480, 50), 1000000);
     EXPECT_EQ(ticks_to_us(480, 500000, 480, 0), ticks_to_us(480, 500000, 480, 1));
-    EXPECT_EQ(ticks_to_us(1, 500000, 0, 100), 500000);  // a zero division must not divide by 0
+    EXPECT_EQ(ticks_to_us(1, 500000, 0, 100), 500000);       // a zero division must not divide by 0
     EXPECT_GT(ticks_to_us(0xFFFFFFFFu, 0xFFFFFF, 1, 1), 0);  // no overflow into negatives
 
     TTempoMap map({{480, 250000}, {960, 250000}, {960, 1000000}}, 480);
@@ -44,8 +44,8 @@ TEST(SongClock, RoundingNeverAccumulatesOverTempoEventsOrRateChanges) {
     TSongClock often;
     often.Start(0, 0, 333333, 480, 100);
     for (uint32_t tick = 1; tick <= 4800; ++tick) {
-        often.SetTempo(tick, 333333);                       // a Set Tempo on every tick
-        often.SetRate(often.TimeOf(tick) + 7, 100);          // and a slider nudge after it
+        often.SetTempo(tick, 333333);                // a Set Tempo on every tick
+        often.SetRate(often.TimeOf(tick) + 7, 100);  // and a slider nudge after it
     }
     EXPECT_EQ(often.TimeOf(9600), once.TimeOf(9600));
     EXPECT_EQ(once.TimeOf(9600), 6666660);
@@ -85,7 +85,8 @@ TEST(PlayThread, SendsEventsAtTheirTimeWithTheTempoOfAnyTrack) {
 TEST(PlayThread, EventsAtOneTickGoOutInTrackOrder) {
     TChainFixture f;
     TSmfBuilder smf;
-    for (uint8_t track = 0; track < 4; ++track) smf.AddTrack().NoteOn(10, 0, uint8_t(60 + track), 1);
+    for (uint8_t track = 0; track < 4; ++track)
+        smf.AddTrack().NoteOn(10, 0, uint8_t(60 + track), 1);
     ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
     f.producer.Play();
     ASSERT_TRUE(f.WaitForEvents(f.portA, 4));
@@ -165,8 +166,12 @@ TEST(PlayThread, StopEndsTheThreadAtOnceWithoutEndOfSong) {
 TEST(PlayThread, PortMetaEventSendsTheRestOfTheTrackThroughPortB) {
     TChainFixture f;
     TSmfBuilder smf;
-    smf.AddTrack().NoteOn(0, 0, 60, 1).Port(0, 0x05).NoteOn(1, 0, 61, 1).Port(1, 0x00).NoteOn(
-        1, 0, 62, 1);
+    smf.AddTrack()
+        .NoteOn(0, 0, 60, 1)
+        .Port(0, 0x05)
+        .NoteOn(1, 0, 61, 1)
+        .Port(1, 0x00)
+        .NoteOn(1, 0, 62, 1);
     ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
     f.producer.Play();
     ASSERT_TRUE(wait_for([&] { return f.ended.load() == 1; }));
@@ -296,7 +301,10 @@ TEST(PlayThread, ASeekWhilePlayingJumpsAtOnceAndSkipsWhatLiesBetween) {
     TChainFixture f;
     TSmfBuilder smf(1, 480);
     // Notes 61 and 62 at 10 s and 20 s; the seek goes to 62 from the rest before 61.
-    smf.AddTrack().NoteOn(0, 0, 60, 1).NoteOn(480 * 20, 0, 61, 1).NoteOn(480 * 20, 0, 62, 1)
+    smf.AddTrack()
+        .NoteOn(0, 0, 60, 1)
+        .NoteOn(480 * 20, 0, 61, 1)
+        .NoteOn(480 * 20, 0, 62, 1)
         .NoteOff(480 * 20, 0, 62);
     ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
     f.producer.Play();

@@ -24,7 +24,7 @@ std::vector<std::filesystem::path> real_files() {
 
 // What the play thread should send, per port, by the reader's own walk of the file.
 class TExpected : public TSMFEventSink {
-public:
+  public:
     void Event(const TSMFEvent& e) override {
         if (e.status < 0x80 || (e.status >= 0xF1)) return;  // meta and system: not sent
         std::vector<uint8_t> bytes{e.status};
@@ -36,7 +36,8 @@ public:
 
 TEST(RealFiles, EveryShippedSongLoadsWithASaneLength) {
     std::vector<std::filesystem::path> files = real_files();
-    if (files.empty()) GTEST_SKIP() << "openttd-openmsx is not installed (scripts/install-deps --test)";
+    if (files.empty())
+        GTEST_SKIP() << "openttd-openmsx is not installed (scripts/install-deps --test)";
     TSMFProducer producer;
     for (const auto& path : files) {
         ASSERT_EQ(producer.SetTo(path.string()), 0) << path << ": " << producer.LastError();
@@ -49,7 +50,8 @@ TEST(RealFiles, EveryShippedSongLoadsWithASaneLength) {
 
 TEST(RealFiles, ASongPlaysThroughTheChainExactlyAsTheReaderWalksIt) {
     std::vector<std::filesystem::path> files = real_files();
-    if (files.empty()) GTEST_SKIP() << "openttd-openmsx is not installed (scripts/install-deps --test)";
+    if (files.empty())
+        GTEST_SKIP() << "openttd-openmsx is not installed (scripts/install-deps --test)";
     TChainFixture f;
     ASSERT_EQ(f.producer.SetTo(files.front().string()), 0) << f.producer.LastError();
     TExpected expected;

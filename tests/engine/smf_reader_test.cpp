@@ -16,7 +16,7 @@ struct TWalked {
 };
 
 class TCollect : public TSMFEventSink {
-public:
+  public:
     void Event(const TSMFEvent& e) override {
         std::vector<uint8_t> bytes{e.status};
         if (e.status == 0xFF) bytes.push_back(e.metaType);
@@ -59,10 +59,10 @@ TEST(SmfReader, RefusesWhatItCannotPlayWithTheReason) {
     TSmfBuilder tooMany;
     tooMany.AddTrack();
     tooMany.DeclareTracks(2);
-    std::vector<uint8_t> tinyChunk = {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 1, 0, 1, 1, 0xE0,
-                                      'M', 'T', 'r', 'k', 0, 0, 0, 2, 0x2F, 0x00};
-    std::vector<uint8_t> hugeChunk = {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 1, 0, 1, 1, 0xE0,
-                                      'M', 'T', 'r', 'k', 0, 0, 3, 0x90, 0xFF, 0x2F, 0x00};
+    std::vector<uint8_t> tinyChunk = {'M', 'T',  'h', 'd', 0,   0,   0, 6, 0, 1, 0,    1,
+                                      1,   0xE0, 'M', 'T', 'r', 'k', 0, 0, 0, 2, 0x2F, 0x00};
+    std::vector<uint8_t> hugeChunk = {'M',  'T', 'h', 'd', 0,   0, 0, 6, 0,    1,    0,    1,   1,
+                                      0xE0, 'M', 'T', 'r', 'k', 0, 0, 3, 0x90, 0xFF, 0x2F, 0x00};
     std::vector<uint8_t> riff = {'R', 'I', 'F', 'F', 0, 0, 0, 0, 'R', 'M', 'I', 'D'};
     TCase cases[] = {
         {riff, "not a MIDI file"},
@@ -128,8 +128,8 @@ TEST(SmfReader, WalkResolvesRunningStatusAndKeepsOrderAcrossTracks) {
     TSMFProducer producer;
     ASSERT_EQ(producer.SetTo(smf.Bytes()), 0);
     std::vector<TWalked> events = walk(producer);
-    std::vector<std::string> expected = {"0 0 90 3c 64", "0 0 90 3e 5a", "0 1 91 28 64",
-                                         "10 0 90 40 50", "10 0 ff 2f", "10 1 c1 05",
+    std::vector<std::string> expected = {"0 0 90 3c 64",  "0 0 90 3e 5a", "0 1 91 28 64",
+                                         "10 0 90 40 50", "10 0 ff 2f",   "10 1 c1 05",
                                          "10 1 ff 2f"};
     ASSERT_EQ(events.size(), expected.size());
     for (size_t i = 0; i < events.size(); ++i)
@@ -166,8 +166,12 @@ TEST(SmfReader, SystemCommonStatusSkipsNoBody) {
 
 TEST(SmfReader, PortMetaEventMovesTheRestOfTheTrackToTheOtherLane) {
     TSmfBuilder smf;
-    smf.AddTrack().NoteOn(0, 0, 60, 1).Port(0, 5).NoteOn(1, 0, 61, 1).Port(1, 0).NoteOn(
-        1, 0, 62, 1);
+    smf.AddTrack()
+        .NoteOn(0, 0, 60, 1)
+        .Port(0, 5)
+        .NoteOn(1, 0, 61, 1)
+        .Port(1, 0)
+        .NoteOn(1, 0, 62, 1);
     TSMFProducer producer;
     ASSERT_EQ(producer.SetTo(smf.Bytes()), 0);
     std::vector<TWalked> events = walk(producer);
@@ -188,8 +192,8 @@ TEST(SmfReader, SysExBytesAreThoseBehindTheLength) {
 TEST(SmfReader, TruncatedLengthsNeverReadPastTheChunk) {
     // A SysEx whose length runs past the chunk, and a name whose length does too.
     std::vector<uint8_t> body = {0x00, 0xF0, 0x7F, 0x01, 0x00, 0xFF, 0x2F, 0x00};
-    std::vector<uint8_t> file = {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 0, 0, 1, 0, 96,
-                                 'M', 'T', 'r', 'k', 0, 0, 0, uint8_t(body.size())};
+    std::vector<uint8_t> file = {'M', 'T', 'h', 'd', 0,   0,   0,   6, 0, 0, 0,
+                                 1,   0,   96,  'M', 'T', 'r', 'k', 0, 0, 0, uint8_t(body.size())};
     file.insert(file.end(), body.begin(), body.end());
     TSMFProducer producer;
     ASSERT_EQ(producer.SetTo(file), 0);
@@ -239,8 +243,8 @@ TEST(SmfReader, AnRmidFilePlaysAsTheSongInsideIt) {
     TSmfBuilder smf(1, 96);
     smf.AddTrack().Name(0, "Wrapped").NoteOn(0, 0, 60, 100).NoteOff(96, 0, 60);
     // An odd-length chunk before the song, so the word alignment counts.
-    std::vector<uint8_t> rmid =
-        riff_file("RMID", {riff_chunk("LIST", {'I', 'N', 'F', 'O', 'x'}), riff_chunk("data", smf.Bytes())});
+    std::vector<uint8_t> rmid = riff_file(
+        "RMID", {riff_chunk("LIST", {'I', 'N', 'F', 'O', 'x'}), riff_chunk("data", smf.Bytes())});
     TTempDir dir;
     TSMFProducer plain, wrapped;
     ASSERT_EQ(plain.SetTo(smf.Bytes()), 0);
@@ -267,7 +271,8 @@ TEST(SmfReader, ADamagedOrForeignRiffWrapperIsRefusedWithTheReason) {
     };
     const TCase cases[] = {
         {cut, "damaged RMID file: a chunk runs past the end of the file"},
-        {riff_file("RMID", {riff_chunk("LIST", {1, 2})}), "damaged RMID file: it holds no \"data\" chunk"},
+        {riff_file("RMID", {riff_chunk("LIST", {1, 2})}),
+         "damaged RMID file: it holds no \"data\" chunk"},
         {riff_file("WAVE", {riff_chunk("fmt ", {1, 2})}), "not a MIDI file (a RIFF \"WAVE\" file)"},
         {{'R', 'I', 'F', 'F', 4, 0}, "damaged RMID file: the RIFF header is cut short"},
     };

@@ -17,26 +17,30 @@ namespace {
 
 // Writes every hook call down as text, to check the decoding of raw events.
 class THookLog : public TMidiLocalConsumer {
-public:
+  public:
     THookLog() : TMidiLocalConsumer("hook log") {}
     ~THookLog() override { StopReceiving(); }
     void NoteOff(uint8_t c, uint8_t n, uint8_t v, int64_t t) override { Log("off", c, n, v, t); }
     void NoteOn(uint8_t c, uint8_t n, uint8_t v, int64_t t) override { Log("on", c, n, v, t); }
     void KeyPressure(uint8_t c, uint8_t n, uint8_t p, int64_t t) override { Log("kp", c, n, p, t); }
-    void ControlChange(uint8_t c, uint8_t n, uint8_t v, int64_t t) override { Log("cc", c, n, v, t); }
+    void ControlChange(uint8_t c, uint8_t n, uint8_t v, int64_t t) override {
+        Log("cc", c, n, v, t);
+    }
     void ProgramChange(uint8_t c, uint8_t p, int64_t t) override { Log("pc", c, p, 0, t); }
     void ChannelPressure(uint8_t c, uint8_t p, int64_t t) override { Log("cp", c, p, 0, t); }
     void PitchBend(uint8_t c, uint8_t l, uint8_t m, int64_t t) override { Log("pb", c, l, m, t); }
     void SystemExclusive(const uint8_t* d, size_t n, int64_t t) override {
         calls.push_back("sx " + hex_bytes(d, n) + " @" + std::to_string(t));
     }
-    void SystemCommon(uint8_t s, uint8_t a, uint8_t b, int64_t t) override { Log("sc", s, a, b, t); }
+    void SystemCommon(uint8_t s, uint8_t a, uint8_t b, int64_t t) override {
+        Log("sc", s, a, b, t);
+    }
     void SystemRealTime(uint8_t s, int64_t t) override { Log("rt", s, 0, 0, t); }
     void TempoChange(int32_t bpm, int64_t t) override { Log("tempo", 0, 0, 0, t, bpm); }
 
     std::vector<std::string> calls;
 
-private:
+  private:
     void Log(const char* what, int a, int b, int c, int64_t t, int extra = 0) {
         calls.push_back(std::string(what) + " " + std::to_string(a) + " " + std::to_string(b) +
                         " " + std::to_string(c) + (extra ? " " + std::to_string(extra) : "") +
@@ -61,11 +65,11 @@ TEST(MidiEndpoints, EverySprayReachesItsHookWithItsArgumentsAndTime) {
     producer.SpraySystemRealTime(0xF8, 20);
     producer.SprayTempoChange(120, 21);
     ASSERT_TRUE(log.WaitIdle(2000000));
-    EXPECT_EQ(log.calls, (std::vector<std::string>{
-                             "on 3 60 100 @11", "off 3 60 0 @12", "kp 1 61 5 @13",
-                             "cc 15 7 127 @14", "pc 2 42 0 @15", "cp 2 9 0 @16", "pb 0 1 64 @17",
-                             "sx 7e 7f 09 01 f7 @18", "sc 242 16 32 @19", "rt 248 0 0 @20",
-                             "tempo 0 0 0 120 @21"}));
+    EXPECT_EQ(log.calls,
+              (std::vector<std::string>{
+                  "on 3 60 100 @11", "off 3 60 0 @12", "kp 1 61 5 @13", "cc 15 7 127 @14",
+                  "pc 2 42 0 @15", "cp 2 9 0 @16", "pb 0 1 64 @17", "sx 7e 7f 09 01 f7 @18",
+                  "sc 242 16 32 @19", "rt 248 0 0 @20", "tempo 0 0 0 120 @21"}));
 }
 
 // A consumer of one set of sixteen channels hears a port B producer as it hears port A.
@@ -133,7 +137,8 @@ TEST(MidiEndpoints, ManySendersNeitherLoseNorReorderTheirEvents) {
     for (int i = 0; i < kSenders; ++i)
         threads.emplace_back([&, i] {
             for (int n = 0; n < kEach; ++n)
-                producers[i]->SprayNoteOn(uint8_t(i), uint8_t(n & 0x7F), uint8_t((n >> 7) & 0x7F), n);
+                producers[i]->SprayNoteOn(uint8_t(i), uint8_t(n & 0x7F), uint8_t((n >> 7) & 0x7F),
+                                          n);
         });
     for (auto& t : threads) t.join();
     ASSERT_TRUE(recorder.WaitIdle(10000000));
@@ -163,7 +168,7 @@ TEST(MidiEndpoints, LongSysExArrivesWhole) {
 
 // Takes its time over each event, behind a queue of four slots.
 class TSlowCounter : public TMidiLocalConsumer {
-public:
+  public:
     TSlowCounter() : TMidiLocalConsumer("slow", 4) {}
     ~TSlowCounter() override { StopReceiving(); }
     void Data(const uint8_t*, size_t, bool, int64_t time) override {
@@ -189,7 +194,7 @@ TEST(MidiEndpoints, AFullQueueHoldsTheSenderBackAndLosesNothing) {
 // Holds the first event it takes until the test opens the gate, behind a queue of four
 // slots: a receiver that has stopped taking events.
 class TGatedConsumer : public TMidiLocalConsumer {
-public:
+  public:
     TGatedConsumer() : TMidiLocalConsumer("gated", 4) {}
     ~TGatedConsumer() override {
         Open();
@@ -209,7 +214,7 @@ public:
     }
     std::atomic<uint64_t> handled{0};
 
-private:
+  private:
     std::mutex fMutex;
     std::condition_variable fCondition;
     bool fOpen = false;

@@ -37,7 +37,7 @@ size_t frame_at(int64_t timeUs, int64_t startUs) {
 // A synthesizer that renders into a WAV file in a folder of its own, with a producer
 // connected to it.
 class TSynthInWav {
-public:
+  public:
     TSynthInWav() {
         TSynthConsumer::TOptions options;
         options.wavPath = (fDir.Path() / "Quill Synth – test.wav").string();
@@ -55,7 +55,7 @@ public:
     TMidiLocalProducer producer{"synth test"};
     bool finished = false;
 
-private:
+  private:
     TTempDir fDir;
 };
 

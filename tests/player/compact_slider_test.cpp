@@ -1,11 +1,11 @@
 #include "player/compact_slider.h"
 
-#include "tests/support/message_recorder.h"
-#include "tests/support/widget_app.h"
-
 #include <gtest/gtest.h>
 
 #include <memory>
+
+#include "tests/support/message_recorder.h"
+#include "tests/support/widget_app.h"
 
 using quill::TCompactSlider;
 using veldan::TMessage;
@@ -16,7 +16,7 @@ constexpr uint32_t kMsgChanged = 'chgd';
 constexpr uint32_t kMsgChanging = 'chng';
 
 class CompactSlider : public TWidgetTest {
-protected:
+  protected:
     CompactSlider() {
         slider.SetModificationMessage(std::make_unique<TMessage>(kMsgChanging));
         slider.SetTarget(&recorder);

@@ -1,12 +1,12 @@
 #include "player/control_bar.h"
 
-#include "veldan/widgets/tool_bar.h"
-#include "veldan/widgets/tool_button.h"
+#include <gtest/gtest.h>
+
 #include "tests/player/language_fixture.h"
 #include "tests/support/message_recorder.h"
 #include "tests/support/widget_app.h"
-
-#include <gtest/gtest.h>
+#include "veldan/widgets/tool_bar.h"
+#include "veldan/widgets/tool_button.h"
 
 using quill::TCompactSlider;
 using quill::TControlBar;
@@ -16,7 +16,7 @@ using TLit = quill::TLCDIndicator::TLit;
 namespace {
 
 class ControlBar : public TWidgetTest {
-protected:
+  protected:
     ControlBar() : texts(builtin_language()), bar(texts) {
         bar.SetTarget(&recorder);
         bar.resize(bar.sizeHint().expandedTo(QSize(640, 0)));
@@ -56,8 +56,9 @@ TEST_F(ControlBar, SlidersHaveTheirRangesAndStartValues) {
         const char* name;
         int min, max, value;
     };
-    for (const Expected& e : {Expected{"SliderVolume", 0, 200, 100}, Expected{"SliderKey", -12, 12, 0},
-                              Expected{"SliderTempo", 30, 300, 100}, Expected{"SliderPos", 0, 100, 0}}) {
+    for (const Expected& e :
+         {Expected{"SliderVolume", 0, 200, 100}, Expected{"SliderKey", -12, 12, 0},
+          Expected{"SliderTempo", 30, 300, 100}, Expected{"SliderPos", 0, 100, 0}}) {
         TCompactSlider* slider = Slider(e.name);
         EXPECT_EQ(slider->minimum(), e.min) << e.name;
         EXPECT_EQ(slider->maximum(), e.max) << e.name;

@@ -1,5 +1,3 @@
-#include "tests/player/language_fixture.h"
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,6 +5,8 @@
 #include <regex>
 #include <set>
 #include <sstream>
+
+#include "tests/player/language_fixture.h"
 
 namespace {
 
@@ -30,7 +30,8 @@ std::set<std::string> keys_looked_up() {
     static const std::regex constant(R"re(\bkText\w*\[\]\s*=\s*"([^"]+)")re");
     std::set<std::string> keys;
     const std::filesystem::path root(QUILL_SOURCE_DIR);
-    for (const char* module : {"veldan", "midi", "engine", "playlist", "loaders", "player", "app"}) {
+    for (const char* module :
+         {"veldan", "midi", "engine", "playlist", "loaders", "player", "app"}) {
         if (!std::filesystem::is_directory(root / module)) continue;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(root / module)) {
             const std::string extension = entry.path().extension().string();

@@ -2,14 +2,13 @@
 // The language tables the player tests run under: the built-in one (English) and the
 // Japanese file of the source tree.
 
-#include "player/resources.h"
-#include "veldan/core/llt.h"
-
 #include <gtest/gtest.h>
 
 #include <QString>
-
 #include <string>
+
+#include "player/resources.h"
+#include "veldan/core/llt.h"
 
 inline std::string language_file(const char* name) {
     return std::string(QUILL_SOURCE_DIR) + "/resources/Language/" + name;

@@ -472,10 +472,10 @@ TEST_F(QuillViewTest, NextPassesOverSongsThatCannotPlayAndNamesThem) {
         passed.push_back(song.filename().string() + ": " + reason);
     });
     fView->CButtonNextClicked();
-    EXPECT_EQ(passed, (std::vector<std::string>{
-                          "format2.mid: format 2 is not supported",
-                          "gone.mid: cannot open the file: No such file or directory",
-                          "empty.mid: the file has no tracks"}));
+    EXPECT_EQ(passed,
+              (std::vector<std::string>{"format2.mid: format 2 is not supported",
+                                        "gone.mid: cannot open the file: No such file or directory",
+                                        "empty.mid: the file has no tracks"}));
     EXPECT_EQ(fView->CurSongIdx(), 4);
     EXPECT_EQ(fView->State(), kStatePlaying);
     EXPECT_EQ(fView->SongTitle(), "Song 4");

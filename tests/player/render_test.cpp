@@ -2,18 +2,17 @@
 // Japanese, at whatever scale QT_SCALE_FACTOR sets, and checks that every label's text
 // fits inside the label.
 
-#include "player/control_bar.h"
-
-#include "veldan/widgets/tool_bar.h"
-#include "veldan/widgets/tool_button.h"
-#include "tests/player/language_fixture.h"
-#include "tests/support/widget_app.h"
-
 #include <gtest/gtest.h>
 
 #include <QDir>
 #include <QImage>
 #include <QLabel>
+
+#include "player/control_bar.h"
+#include "tests/player/language_fixture.h"
+#include "tests/support/widget_app.h"
+#include "veldan/widgets/tool_bar.h"
+#include "veldan/widgets/tool_button.h"
 
 namespace {
 
@@ -78,7 +77,7 @@ void expect_inside_parent(const QWidget& widget) {
 }
 
 class Render : public TWidgetTest, public ::testing::WithParamInterface<const char*> {
-protected:
+  protected:
     veldan::TLLT Language() {
         return std::string(GetParam()) == "en" ? builtin_language() : file_language("Japanese.llt");
     }
@@ -96,7 +95,8 @@ TEST_P(Render, ControlBarAtItsSmallestAndTypicalWidthsCutsNoLabel) {
         const bool typical = width == kTypicalWidth;
         expect_no_label_cut(bar, typical);
         for (const QWidget* slider : bar.findChildren<quill::TCompactSlider*>()) {
-            EXPECT_GE(slider->width(), slider->minimumWidth()) << slider->objectName().toStdString();
+            EXPECT_GE(slider->width(), slider->minimumWidth())
+                << slider->objectName().toStdString();
             EXPECT_GE(slider->width(), 40) << slider->objectName().toStdString();
         }
         path = save(bar, QString("control_bar_") + GetParam() + (typical ? "" : "_narrow"));

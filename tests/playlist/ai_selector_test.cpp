@@ -157,10 +157,10 @@ TEST_F(AISelector, SavingFewerRecordsLeavesNoTailOfTheOldFile) {
 }
 
 TEST_F(AISelector, LoadingReadsOnceAndIgnoresCountsWithoutAPriority) {
-    const fs::path database = fTemp.Write(
-        "scores.dat",
-        "[Priority]\nfirst.mid = 4\nSECOND.mid = 1\nsecond.mid = 0\nwords.mid = high\n"
-        "huge.mid = 99\n[AutoSelectCount]\nfirst.mid = 17\norphan.mid = 5\n");
+    const fs::path database =
+        fTemp.Write("scores.dat",
+                    "[Priority]\nfirst.mid = 4\nSECOND.mid = 1\nsecond.mid = 0\nwords.mid = high\n"
+                    "huge.mid = 99\n[AutoSelectCount]\nfirst.mid = 17\norphan.mid = 5\n");
     TAISelector selector;
     selector.Load(database);
     const TAISelector::TScoreTable expected = {{"SECOND.mid", {1, 0}},

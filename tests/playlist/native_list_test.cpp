@@ -1,8 +1,7 @@
-#include "playlist/native_loader.h"
-
 #include <unistd.h>
 
 #include "playlist/drvcvt.h"
+#include "playlist/native_loader.h"
 #include "tests/playlist/playlist_fixture.h"
 
 namespace fs = std::filesystem;
@@ -95,8 +94,8 @@ TEST_F(NativeList, WindowsPathsAreConvertedThroughTheDriveLetterTable) {
     const fs::path volume = fTemp.Path().root_path() / *std::next(fTemp.Path().begin());
     std::string rootLine = "\\" + song.lexically_relative(volume).string();
     for (char& c : rootLine) c = c == '/' ? '\\' : c;
-    const fs::path list = fTemp.Write(
-        "windows.qml", "MarnelList$1\r\nm:\\songs\\dance.mid\r\n" + rootLine + "\r\n");
+    const fs::path list =
+        fTemp.Write("windows.qml", "MarnelList$1\r\nm:\\songs\\dance.mid\r\n" + rootLine + "\r\n");
     ASSERT_TRUE(fView->AddListFolderFileToTopLevel(list));
     const TQuillSItem* loaded = LastRow(TopList());
     ASSERT_EQ(loaded->childCount(), 2) << (fStatus.empty() ? "" : fStatus[0]);
@@ -121,8 +120,8 @@ TEST_F(NativeList, AListOfMissingFilesStaysAndReportsEachMissingFile) {
     const TQuillSItem* loaded = LastRow(TopList());
     EXPECT_EQ(loaded->text(0).toStdString(), "[L] missing.qml");
     EXPECT_EQ(loaded->childCount(), 0);
-    EXPECT_EQ(fStatus, (std::vector<std::string>{"Not found: a.mid", "Not found: ",
-                                                 "Not found: path.mid"}));
+    EXPECT_EQ(fStatus,
+              (std::vector<std::string>{"Not found: a.mid", "Not found: ", "Not found: path.mid"}));
 }
 
 TEST_F(NativeList, AListNamingItselfDirectlyOrThroughAnotherIsAddedOnce) {
@@ -132,13 +131,14 @@ TEST_F(NativeList, AListNamingItselfDirectlyOrThroughAnotherIsAddedOnce) {
     const fs::path second = fTemp.Path() / "second.qml";
     fTemp.Write("first.qml", "MarnelList$1\n" + second.string() + "\n");
     // The second names the first through a detour that reads differently.
-    fTemp.Write("second.qml", "MarnelList$1\n" + (fTemp.Path() / "." / "first.qml").string() + "\n");
+    fTemp.Write("second.qml",
+                "MarnelList$1\n" + (fTemp.Path() / "." / "first.qml").string() + "\n");
 
     EXPECT_TRUE(fView->AddListFolderFileToTopLevel(self));
     EXPECT_TRUE(fView->AddListFolderFileToTopLevel(first));
     EXPECT_EQ(fView->FullListCountItems(), 5);  // top, self, s.mid, first, second
-    EXPECT_EQ(fStatus, (std::vector<std::string>{"Already added: self.qml",
-                                                 "Already added: first.qml"}));
+    EXPECT_EQ(fStatus,
+              (std::vector<std::string>{"Already added: self.qml", "Already added: first.qml"}));
 }
 
 TEST_F(NativeList, WritingAListWritesThePathsDirectlyUnderItAndCleansTheRow) {
@@ -181,7 +181,8 @@ TEST_F(NativeList, WritingADeletedListOrToAnUnwritablePlaceFails) {
     std::string error;
     EXPECT_FALSE(fView->OverwriteList(999, fTemp.Path() / "x.qml", &error));
     EXPECT_EQ(error, "Deleted");
-    EXPECT_FALSE(fView->OverwriteList(TopList()->ListId(), fTemp.Path() / "no" / "dir.qml", &error));
+    EXPECT_FALSE(
+        fView->OverwriteList(TopList()->ListId(), fTemp.Path() / "no" / "dir.qml", &error));
     EXPECT_EQ(error, "Cannot save: dir.qml");
     EXPECT_TRUE(TopList()->UnnamedNewList());
 }

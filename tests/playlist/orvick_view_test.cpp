@@ -109,14 +109,14 @@ TEST_F(OrvickView, NewListsAreNumberedOnAndAskForANewWindowTitleAtTheTopLevel) {
 TEST_F(OrvickView, AMissingLanguageTextFallsBackAsTheLanguageTableDoes) {
     veldan::TLLT empty;
     TOrvickView view(empty, false, fTemp.Path() / "no-loaders");
-    EXPECT_EQ(view.topLevelItem(0)->text(0).toStdString(), std::string("[L] ") +
-                                                               empty.Text("New_List") + "1");
+    EXPECT_EQ(view.topLevelItem(0)->text(0).toStdString(),
+              std::string("[L] ") + empty.Text("New_List") + "1");
 }
 
 TEST_F(OrvickView, RowTextsCarryTheKindsMarkerAndTheModifiedMark) {
     const std::vector<std::pair<TSupportFmt, std::string>> kinds = {
-        {kFmtSong, ""},          {kFmtGeneralList, "[G] "}, {kFmtFolderList, "[F] "},
-        {kFmtRawList, "[R] "},   {kFmtSemiRawList, "[S] "}, {kFmtNativeList, "[L] "},
+        {kFmtSong, ""},         {kFmtGeneralList, "[G] "}, {kFmtFolderList, "[F] "},
+        {kFmtRawList, "[R] "},  {kFmtSemiRawList, "[S] "}, {kFmtNativeList, "[L] "},
         {TSupportFmt(4242), ""}};
     for (const auto& [kind, marker] : kinds) {
         TQuillSItem row(fs::path("/music/name.lst"), kind);
@@ -293,7 +293,8 @@ TEST_F(OrvickView, ALoadedListIsAutoSortedByTheSetting) {
             fTemp.Write("sorted" + std::to_string(setting) + ".qml", "MarnelList$1\n" + songs);
         fView->SetAutoSortKind(setting);
         ASSERT_TRUE(fView->AddListFolderFileToTopLevel(list));
-        const auto* loaded = static_cast<TQuillSItem*>(TopList()->child(TopList()->childCount() - 1));
+        const auto* loaded =
+            static_cast<TQuillSItem*>(TopList()->child(TopList()->childCount() - 1));
         EXPECT_EQ(ChildNames(loaded), expected) << setting;
     }
 }

@@ -98,11 +98,11 @@ TEST_F(ShippedLoaders, AFolderLinkingToItselfIsListedOnce) {
 }
 
 TEST_F(ShippedLoaders, M3UCommentsAreSkippedAndRelativePathsResolved) {
-    const fs::path list = fTemp.Write(
-        "lists/mix.m3u",
-        "#EXTM3U\r\n#EXTINF:123,Artist - Title\r\nsongs/a.mid\r\n\r\n..\\up.mid\r\n"
-        "/abs/b.mid\r\nC:\\Music\\c.mid\r\nfile:///music/with%20space.mid\r\n"
-        "http://example.org/stream.mid\r\n   # indented comment\r\n");
+    const fs::path list =
+        fTemp.Write("lists/mix.m3u",
+                    "#EXTM3U\r\n#EXTINF:123,Artist - Title\r\nsongs/a.mid\r\n\r\n..\\up.mid\r\n"
+                    "/abs/b.mid\r\nC:\\Music\\c.mid\r\nfile:///music/with%20space.mid\r\n"
+                    "http://example.org/stream.mid\r\n   # indented comment\r\n");
     EXPECT_TRUE(Loadable(kM3U, list, kFmtGeneralList));
     using Entries = std::vector<std::pair<std::string, bool>>;
     EXPECT_EQ(Load(kM3U, list), (Entries{{(fTemp.Path() / "lists/songs/a.mid").string(), false},
@@ -118,7 +118,11 @@ TEST_F(ShippedLoaders, M3ULinesInLatin1OrShiftJisBecomeUtf8) {
               "/m/\xe9\x9f\xb3\xe6\xa5\xbd.mid");
     EXPECT_EQ(parse_m3u("\xe9\x9f\xb3.mid\n", "/m", false)[0].path, "/m/\xe9\x9f\xb3.mid");
     // An M3U8 file is UTF-8 by definition: its bytes are passed on as they are.
-    EXPECT_EQ(parse_m3u("\xef\xbb\xbf" "caf\xe9.mid\n", "/m", true)[0].path, "/m/caf\xe9.mid");
+    EXPECT_EQ(parse_m3u("\xef\xbb\xbf"
+                        "caf\xe9.mid\n",
+                        "/m", true)[0]
+                  .path,
+              "/m/caf\xe9.mid");
 }
 
 TEST_F(ShippedLoaders, AnM3UWithoutItsExtensionIsKnownByItsHeader) {
@@ -147,10 +151,11 @@ TEST_F(ShippedLoaders, TheTextListTakesLinuxAndWindowsPathsOnePerLine) {
         fTemp.Write("songs.txt", "/music/a.mid\r\n\r\nD:\\Music\\b.mid\r\n\\Music\\c.mid\n");
     EXPECT_TRUE(Loadable(kTextList, list, kFmtRawList));
     using Entries = std::vector<std::pair<std::string, bool>>;
-    EXPECT_EQ(Load(kTextList, list), (Entries{{"/music/a.mid", false},
-                                              {"D:\\Music\\b.mid", false},
-                                              {"\\Music\\c.mid", false}}));
-    EXPECT_FALSE(Loadable(kTextList, fTemp.Write("prose.txt", "Dear diary\n/a.mid\n"), kFmtRawList));
+    EXPECT_EQ(
+        Load(kTextList, list),
+        (Entries{{"/music/a.mid", false}, {"D:\\Music\\b.mid", false}, {"\\Music\\c.mid", false}}));
+    EXPECT_FALSE(
+        Loadable(kTextList, fTemp.Write("prose.txt", "Dear diary\n/a.mid\n"), kFmtRawList));
     EXPECT_FALSE(Loadable(kTextList, fTemp.Write("paths.doc", "/a.mid\n"), kFmtRawList));
 }
 

@@ -134,7 +134,9 @@ class TJackReader {
         return {event.bytes.begin(), event.bytes.begin() + event.length};
     }
     // JACK's clock (CLOCK_MONOTONIC microseconds) at a frame.
-    int64_t FrameToUs(jack_nframes_t frame) const { return int64_t(jack_frames_to_time(fClient, frame)); }
+    int64_t FrameToUs(jack_nframes_t frame) const {
+        return int64_t(jack_frames_to_time(fClient, frame));
+    }
     bool WaitFor(size_t count) {
         return wait_for([&] { return Count() >= count; }, std::chrono::seconds(10));
     }

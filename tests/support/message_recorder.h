@@ -1,15 +1,14 @@
 #pragma once
 // A message target for widget tests: it keeps every message posted to it.
 
-#include "veldan/core/handler.h"
-
 #include <QCoreApplication>
-
 #include <cstdint>
 #include <vector>
 
+#include "veldan/core/handler.h"
+
 class TMessageRecorder : public veldan::THandler {
-public:
+  public:
     std::vector<veldan::TMessage> received;
 
     void MessageReceived(veldan::TMessage* message) override { received.push_back(*message); }

@@ -53,8 +53,7 @@ TTrackBuilder& TTrackBuilder::Tempo(uint32_t delta, uint32_t us) {
     return Meta(delta, 0x51, {uint8_t(us >> 16), uint8_t(us >> 8), uint8_t(us)});
 }
 
-TTrackBuilder& TTrackBuilder::Meta(uint32_t delta, uint8_t type,
-                                   const std::vector<uint8_t>& data) {
+TTrackBuilder& TTrackBuilder::Meta(uint32_t delta, uint8_t type, const std::vector<uint8_t>& data) {
     std::vector<uint8_t> bytes{0xFF, type};
     std::vector<uint8_t> length = vlq(uint32_t(data.size()));
     bytes.insert(bytes.end(), length.begin(), length.end());

@@ -14,7 +14,7 @@
 std::vector<uint8_t> vlq(uint32_t value);
 
 class TTrackBuilder {
-public:
+  public:
     // delta, then the bytes as they stand (status or running-status data).
     TTrackBuilder& Event(uint32_t delta, std::initializer_list<uint8_t> bytes);
     TTrackBuilder& Event(uint32_t delta, const std::vector<uint8_t>& bytes);
@@ -34,14 +34,14 @@ public:
 
     std::vector<uint8_t> Body() const;
 
-private:
+  private:
     std::vector<uint8_t> fBody;
     std::vector<uint8_t> fTrailing;
     bool fEnd = true;
 };
 
 class TSmfBuilder {
-public:
+  public:
     TSmfBuilder(uint16_t format = 1, int16_t division = 480);
     TTrackBuilder& AddTrack();
     // Overrides the track count written in the header (default: the tracks added).
@@ -51,7 +51,7 @@ public:
     TSmfBuilder& AppendAfterTracks(const std::vector<uint8_t>& bytes);
     std::vector<uint8_t> Bytes() const;
 
-private:
+  private:
     uint16_t fFormat;
     int16_t fDivision;
     int fDeclared = -1;

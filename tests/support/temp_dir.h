@@ -7,7 +7,7 @@
 #include <vector>
 
 class TTempDir {
-public:
+  public:
     TTempDir();
     ~TTempDir();
     TTempDir(const TTempDir&) = delete;
@@ -17,7 +17,7 @@ public:
     std::filesystem::path Write(const std::string& name, const std::vector<uint8_t>& bytes) const;
     std::filesystem::path Write(const std::string& name, const std::string& text) const;
 
-private:
+  private:
     std::filesystem::path fPath;
 };
 

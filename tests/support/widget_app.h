@@ -2,11 +2,11 @@
 // The QApplication widget tests share, on the offscreen platform unless the environment
 // names another; and bounded waits that keep the event loop running.
 
+#include <gtest/gtest.h>
+
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QTest>
-#include <gtest/gtest.h>
-
 #include <functional>
 
 inline QApplication* widget_application() {
@@ -32,6 +32,6 @@ inline bool process_until(const std::function<bool()>& condition, int timeoutMs 
 
 // Base of widget test fixtures: the application exists before any member widget.
 class TWidgetTest : public ::testing::Test {
-protected:
+  protected:
     TWidgetTest() { widget_application(); }
 };

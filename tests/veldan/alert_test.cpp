@@ -1,9 +1,5 @@
 #include "veldan/widgets/alert.h"
 
-#include "veldan/core/llt.h"
-#include "tests/support/temp_dir.h"
-#include "tests/support/widget_app.h"
-
 #include <gtest/gtest.h>
 
 #include <QByteArray>
@@ -11,8 +7,11 @@
 #include <QPushButton>
 #include <QTimer>
 #include <QUrl>
-
 #include <functional>
+
+#include "tests/support/temp_dir.h"
+#include "tests/support/widget_app.h"
+#include "veldan/core/llt.h"
 
 using veldan::TAlertType;
 
@@ -36,8 +35,8 @@ void press_key(QMessageBox* alert, Qt::Key key) { QTest::keyClick(alert, key); }
 class Alert : public TWidgetTest {};
 
 TEST_F(Alert, EveryButtonAnswersItsFirstLetterAndTheEscapeButtonEscape) {
-    auto alert = veldan::make_alert("Title", "Text", "Save", "Discard", "Cancel", 1,
-                                    TAlertType::kWarning);
+    auto alert =
+        veldan::make_alert("Title", "Text", "Save", "Discard", "Cancel", 1, TAlertType::kWarning);
     const QList<QAbstractButton*> buttons = alert->buttons();
     ASSERT_EQ(buttons.size(), 3);
     EXPECT_EQ(buttons[0]->text(), "Save");
@@ -128,10 +127,10 @@ TEST_F(Alert, ClickButtonShowsThePressThenClicks) {
 // Receives the file URLs that would go to the desktop's preferred application.
 class TUrlCatcher : public QObject {
     Q_OBJECT
-public:
+  public:
     QList<QUrl> opened;
 
-public slots:
+  public slots:
     void Open(const QUrl& url) { opened.append(url); }
 };
 

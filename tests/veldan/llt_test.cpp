@@ -179,9 +179,9 @@ TEST(LLT, BuiltInResourceLoadsAndAMissingOneIsRejected) {
 
 TEST(LLT, AFallbackFillsOnlyTheKeysATranslationLacksAndKeepsItsInformation) {
     TLLT translation;
-    ASSERT_EQ(translation.LoadData(QByteArray::fromStdString(llt_file(
-                  "Header = LLT File Format 100\nLanguage = Deutsch\nWriter = Jemand",
-                  "Menu_File = Datei"))),
+    ASSERT_EQ(translation.LoadData(QByteArray::fromStdString(
+                  llt_file("Header = LLT File Format 100\nLanguage = Deutsch\nWriter = Jemand",
+                           "Menu_File = Datei"))),
               0);
     TLLT builtin;
     ASSERT_EQ(builtin.LoadData(QByteArray::fromStdString(

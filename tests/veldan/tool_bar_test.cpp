@@ -1,16 +1,15 @@
 #include "veldan/widgets/tool_bar.h"
-#include "veldan/widgets/tool_button.h"
-#include "veldan/widgets/tool_tip.h"
-
-#include "tests/support/message_recorder.h"
-#include "tests/support/widget_app.h"
 
 #include <gtest/gtest.h>
 
 #include <QPixmap>
 #include <QTest>
-
 #include <memory>
+
+#include "tests/support/message_recorder.h"
+#include "tests/support/widget_app.h"
+#include "veldan/widgets/tool_button.h"
+#include "veldan/widgets/tool_tip.h"
 
 using veldan::TMessage;
 using veldan::TToolBar;
@@ -33,7 +32,7 @@ TToolButton* make_button(const char* name, uint32_t behavior, int side = 16,
 }
 
 class ToolBar : public TWidgetTest {
-protected:
+  protected:
     // Three toggles, a separator, two toggles; the first group in radio mode.
     void MakeTwoGroups() {
         for (const char* name : {"A", "B", "C"}) {

@@ -1,7 +1,5 @@
 #include "veldan/widgets/tool_tip.h"
 
-#include "tests/support/widget_app.h"
-
 #include <gtest/gtest.h>
 
 #include <QCursor>
@@ -9,8 +7,9 @@
 #include <QEnterEvent>
 #include <QHBoxLayout>
 #include <QLabel>
-
 #include <memory>
+
+#include "tests/support/widget_app.h"
 
 using veldan::TToolTip;
 
@@ -21,7 +20,7 @@ constexpr int64_t kShortShowUs = 150000;
 
 // A window with two targets, each with a short-timed tool tip.
 class ToolTip : public TWidgetTest {
-protected:
+  protected:
     void SetUp() override {
         auto* layout = new QHBoxLayout(&window);
         for (int i = 0; i < 2; ++i) {

@@ -23,7 +23,7 @@ constexpr int32_t kMusicPriority = 110;
 bool apply_thread_priority(int32_t priority);
 
 class TThread {
-public:
+  public:
     // Without the right to real-time scheduling the thread keeps normal priority.
     TThread(const char* name, int32_t priority);
     virtual ~TThread();
@@ -46,7 +46,7 @@ public:
     // Whether the system granted real-time scheduling; known once the thread runs.
     bool IsRealTime() const { return fRealTime.load(std::memory_order_acquire); }
 
-protected:
+  protected:
     virtual int32_t Execute() = 0;
 
     // From the thread itself: blocks until Resume() or Stop(); false when stopping.
@@ -70,7 +70,7 @@ protected:
     }
     bool StopRequested() const { return fStop.load(std::memory_order_acquire); }
 
-private:
+  private:
     void Run();
     void Signal();
 

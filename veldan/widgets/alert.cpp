@@ -1,16 +1,15 @@
 #include "veldan/widgets/alert.h"
 
-#include "veldan/core/entry.h"
-#include "veldan/core/llt.h"
-
 #include <QAbstractButton>
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QPushButton>
 #include <QThread>
 #include <QUrl>
-
 #include <filesystem>
+
+#include "veldan/core/entry.h"
+#include "veldan/core/llt.h"
 
 namespace veldan {
 
@@ -77,8 +76,8 @@ int alert_button_index(const QMessageBox& alert, const QAbstractButton* button) 
     return alert.buttons().indexOf(const_cast<QAbstractButton*>(button));
 }
 
-int show_alert(const char* title, const char* text, const char* b0, const char* b1,
-               const char* b2, int escapeIndex, TAlertType type) {
+int show_alert(const char* title, const char* text, const char* b0, const char* b1, const char* b2,
+               int escapeIndex, TAlertType type) {
     std::unique_ptr<QMessageBox> alert = make_alert(title, text, b0, b1, b2, escapeIndex, type);
     alert->exec();
     return alert_button_index(*alert, alert->clickedButton());

@@ -7,12 +7,11 @@
 // the first character of its label. Alerts run modally and return the index of the button
 // pressed; closing the window counts as the Escape button (-1 when there is none).
 
-#include "veldan/core/alert_hook.h"
-
 #include <QMessageBox>
-
 #include <memory>
 #include <string>
+
+#include "veldan/core/alert_hook.h"
 
 class QAbstractButton;
 
@@ -34,8 +33,8 @@ std::unique_ptr<QMessageBox> make_alert(const char* title, const char* text, con
 // The index of button among the alert's buttons; -1 when it is none of them.
 int alert_button_index(const QMessageBox& alert, const QAbstractButton* button);
 
-int show_alert(const char* title, const char* text, const char* b0, const char* b1,
-               const char* b2, int escapeIndex, TAlertType type);
+int show_alert(const char* title, const char* text, const char* b0, const char* b1, const char* b2,
+               int escapeIndex, TAlertType type);
 // A one-button alert; a null button reads kDefaultButtonLabel.
 int show_msg(const char* title, const char* text, const char* button, TAlertType type);
 // The conventional alert for a failure the user must see: the caption "Alert_Caption" and

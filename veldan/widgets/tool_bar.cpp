@@ -1,10 +1,9 @@
 #include "veldan/widgets/tool_bar.h"
 
-#include "veldan/widgets/tool_button.h"
-
 #include <QPainter>
-
 #include <algorithm>
+
+#include "veldan/widgets/tool_button.h"
 
 namespace veldan {
 

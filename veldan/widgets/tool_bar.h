@@ -5,7 +5,6 @@
 
 #include <QString>
 #include <QWidget>
-
 #include <vector>
 
 namespace veldan {
@@ -13,7 +12,7 @@ namespace veldan {
 class TToolButton;
 
 class TToolBar : public QWidget {
-public:
+  public:
     static constexpr int kMargin = 3;
     static constexpr int kSpacing = 1;
 
@@ -44,10 +43,10 @@ public:
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override { return sizeHint(); }
 
-protected:
+  protected:
     void paintEvent(QPaintEvent* event) override;
 
-private:
+  private:
     void LayOutFrom(int index);
 
     bool fFlat = false;

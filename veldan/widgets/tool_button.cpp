@@ -1,16 +1,15 @@
 #include "veldan/widgets/tool_button.h"
 
-#include "veldan/core/handler.h"
-#include "veldan/widgets/tool_bar.h"
-#include "veldan/widgets/tool_tip.h"
-
 #include <QAccessible>
 #include <QAccessibleWidget>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
-
 #include <algorithm>
+
+#include "veldan/core/handler.h"
+#include "veldan/widgets/tool_bar.h"
+#include "veldan/widgets/tool_tip.h"
 
 namespace veldan {
 
@@ -44,7 +43,7 @@ void draw_bevel(QPainter* painter, const QRect& r, const QPalette& palette, bool
 }  // namespace
 
 class TToolButtonAccessible : public QAccessibleWidget {
-public:
+  public:
     explicit TToolButtonAccessible(TToolButton* button)
         : QAccessibleWidget(button, QAccessible::Button) {}
 
@@ -74,15 +73,14 @@ public:
 
     QStringList actionNames() const override {
         if (Button()->IsSeparator() || !widget()->isEnabled()) return {};
-        return {Button()->fBehavior == TToolButton::kToggleButton ? toggleAction()
-                                                                  : pressAction()};
+        return {Button()->fBehavior == TToolButton::kToggleButton ? toggleAction() : pressAction()};
     }
 
     void doAction(const QString& action) override {
         if (actionNames().contains(action)) Button()->Clicked();
     }
 
-private:
+  private:
     TToolButton* Button() const { return static_cast<TToolButton*>(widget()); }
 };
 

@@ -14,16 +14,15 @@
 // check box (toggle) or a radio button (radio mode) named by its tip unless an accessible
 // name is set, with its on state and its press or toggle action.
 
-#include "veldan/core/message.h"
-
 #include <QIcon>
 #include <QPointer>
 #include <QWidget>
-
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "veldan/core/message.h"
 
 namespace veldan {
 
@@ -31,7 +30,7 @@ class TToolBar;
 class TToolTip;
 
 class TToolButton : public QWidget {
-public:
+  public:
     enum TBehavior : uint32_t {
         kPushButton = 0,
         kToggleButton = 1,
@@ -86,7 +85,7 @@ public:
 
     QSize sizeHint() const override { return size(); }
 
-protected:
+  protected:
     void paintEvent(QPaintEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
@@ -97,7 +96,7 @@ protected:
     void leaveEvent(QEvent* event) override;
     void changeEvent(QEvent* event) override;
 
-private:
+  private:
     friend class TToolBar;
     friend class TToolButtonAccessible;
     void SetBar(TToolBar* bar) { fBar = bar; }
@@ -121,13 +120,13 @@ private:
 
 // A thin gap between buttons that also ends a radio group. It takes no clicks.
 class TSeparatorButton : public TToolButton {
-public:
+  public:
     static constexpr int kWidth = 8;
 
     TSeparatorButton(int height, QWidget* parent = nullptr);
     bool IsSeparator() const override { return true; }
 
-protected:
+  protected:
     void paintEvent(QPaintEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;

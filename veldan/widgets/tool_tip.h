@@ -8,16 +8,15 @@
 // runner and the tool tip talk by posted messages, so everything happens on the GUI
 // thread in order.
 
-#include "veldan/core/handler.h"
-
 #include <QObject>
 #include <QPointer>
 #include <QString>
 #include <QWidget>
-
 #include <cstdint>
 #include <memory>
 #include <string>
+
+#include "veldan/core/handler.h"
 
 class QTimer;
 
@@ -27,22 +26,22 @@ class TToolTipWin;
 
 // Tells the tool tip when the pointer enters and leaves the watched widget.
 class TTTSpy : public QObject {
-public:
+  public:
     explicit TTTSpy(QObject* toolTip) : fToolTip(toolTip) {}
 
     void SetWatched(QWidget* view);
 
-protected:
+  protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
-private:
+  private:
     bool fInside = false;
     QPointer<QWidget> fWatched;
     QObject* fToolTip;
 };
 
 class TToolTip : public THandler {
-public:
+  public:
     static constexpr uint32_t kMsgPointerEntered = 'Pmen';
     static constexpr uint32_t kMsgPointerExited = 'Pmex';
     static constexpr uint32_t kMsgOpenTip = 'Potr';
@@ -77,7 +76,7 @@ public:
 
     void MessageReceived(TMessage* message) override;
 
-private:
+  private:
     void PointerEntered();
     void PointerExited();
     void OpenTipRqtd();
@@ -95,11 +94,10 @@ private:
 // A small bordered window showing the tip on pale yellow; it never takes the focus and
 // deletes itself when closed, which happens by itself after the show time.
 class TToolTipWin : public QWidget {
-public:
+  public:
     static constexpr const char* kTipViewName = "TipView";
 
-    TToolTipWin(const QPoint& topLeft, const QString& name, const std::string& tip,
-                int64_t showUs);
+    TToolTipWin(const QPoint& topLeft, const QString& name, const std::string& tip, int64_t showUs);
 };
 
 }  // namespace veldan

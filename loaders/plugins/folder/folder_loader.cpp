@@ -33,8 +33,9 @@ class TFolderLoader : public TContainerLoader {
             std::error_code typeError;
             found.push_back({entry->path().string(), entry->is_directory(typeError)});
         }
-        std::sort(found.begin(), found.end(),
-                  [](const TContainerEntry& a, const TContainerEntry& b) { return a.path < b.path; });
+        std::sort(
+            found.begin(), found.end(),
+            [](const TContainerEntry& a, const TContainerEntry& b) { return a.path < b.path; });
         entries->insert(entries->end(), found.begin(), found.end());
         return 0;
     }
