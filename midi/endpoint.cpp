@@ -42,18 +42,20 @@ void TMidiConsumer::DisconnectAllProducers() {
 void TMidiConsumer::ReceivePieces(int port, const uint8_t* head, size_t headLength,
                                   const uint8_t* body, size_t bodyLength, bool atomic,
                                   int64_t time) {
-    const size_t length = headLength + bodyLength;
-    uint8_t stack[kJoinStackBytes];
-    std::unique_ptr<uint8_t[]> heap;
-    uint8_t* joined = stack;
-    if (length > sizeof stack) {
-        heap.reset(new uint8_t[length]);
-        joined = heap.get();
-    }
-    if (headLength) std::memcpy(joined, head, headLength);
-    if (bodyLength) std::memcpy(joined + headLength, body, bodyLength);
+    const TJoinedPieces joined(head, headLength, body, bodyLength);
     if (port == 0)
-        Receive(joined, length, atomic, time);
+        Receive(joined.Data(), joined.Length(), atomic, time);
     else
-        ReceiveOnPort(port, joined, length, atomic, time);
+        ReceiveOnPort(port, joined.Data(), joined.Length(), atomic, time);
+}
+
+TJoinedPieces::TJoinedPieces(const uint8_t* head, size_t headLength, const uint8_t* body,
+                             size_t bodyLength)
+    : fLength(headLength + bodyLength) {
+    if (fLength > kJoinStackBytes) {
+        fHeap.reset(new uint8_t[fLength]);
+        fData = fHeap.get();
+    }
+    if (headLength) std::memcpy(fData, head, headLength);
+    if (bodyLength) std::memcpy(fData + headLength, body, bodyLength);
 }

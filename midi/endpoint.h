@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -39,6 +40,26 @@ class TMidiEndpoint {
     std::string fName;
 };
 
+// One event's pieces (head, then body) joined into one run of bytes for a receiver that
+// takes a single buffer: on the stack up to kJoinStackBytes, on the heap beyond.
+class TJoinedPieces {
+  public:
+    static constexpr size_t kJoinStackBytes = 1024;
+
+    TJoinedPieces(const uint8_t* head, size_t headLength, const uint8_t* body, size_t bodyLength);
+    TJoinedPieces(const TJoinedPieces&) = delete;
+    TJoinedPieces& operator=(const TJoinedPieces&) = delete;
+
+    const uint8_t* Data() const { return fData; }
+    size_t Length() const { return fLength; }
+
+  private:
+    uint8_t fStack[kJoinStackBytes];
+    std::unique_ptr<uint8_t[]> fHeap;
+    size_t fLength;
+    uint8_t* fData = fStack;
+};
+
 // Something events can be sent to: a local consumer of this program, or a port of another
 // program reached through a system backend.
 class TMidiConsumer : public TMidiEndpoint {
@@ -64,12 +85,11 @@ class TMidiConsumer : public TMidiEndpoint {
     // Called instead of either of the above when the sender has the event in two pieces,
     // head then body (a SysEx's 0xF0, then its data), so that it need not copy a long
     // SysEx to put one byte in front of it. port as for ReceiveOnPort. This default puts
-    // the pieces together, on the stack up to kJoinStackBytes and on the heap beyond
-    // (the documented exception above), and calls Receive (port 0) or ReceiveOnPort;
+    // the pieces together (TJoinedPieces: on the stack, on the heap beyond its size: the
+    // documented exception above) and calls Receive (port 0) or ReceiveOnPort;
     // local consumers take the pieces into their queue as they are.
     virtual void ReceivePieces(int port, const uint8_t* head, size_t headLength,
                                const uint8_t* body, size_t bodyLength, bool atomic, int64_t time);
-    static constexpr size_t kJoinStackBytes = 1024;
 
     // Told on the connecting thread when a producer starts or stops sending here, so a
     // system backend can mirror the connection (an ALSA subscription, a JACK connection).

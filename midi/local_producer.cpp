@@ -162,17 +162,8 @@ void TMidiLocalProducer::SprayPieces(const uint8_t* head, size_t headLength, con
     for (TMidiConsumer* consumer : route->consumers)
         consumer->ReceivePieces(port, head, headLength, body, bodyLength, atomic, time);
     if (!route->sinks.empty()) {
-        const size_t length = headLength + bodyLength;
-        uint8_t stack[kSysExStackBytes];
-        std::unique_ptr<uint8_t[]> heap;
-        uint8_t* joined = stack;
-        if (length > sizeof stack) {
-            heap.reset(new uint8_t[length]);
-            joined = heap.get();
-        }
-        if (headLength) std::memcpy(joined, head, headLength);
-        if (bodyLength) std::memcpy(joined + headLength, body, bodyLength);
-        for (TMidiPortSink* sink : route->sinks) sink->Send(joined, length, time);
+        const TJoinedPieces joined(head, headLength, body, bodyLength);
+        for (TMidiPortSink* sink : route->sinks) sink->Send(joined.Data(), joined.Length(), time);
     }
     fSprays.fetch_sub(1);
 }

@@ -7,7 +7,7 @@
 // A spray allocates nothing on its way to local consumers, whatever the event's length:
 // a SysEx goes to them as two pieces (0xF0, then the caller's data) that their queues
 // put together. Port sinks and other consumers take one buffer, so for them a SysEx is
-// put together on the stack, and on the heap when longer than kSysExStackBytes.
+// put together once (TJoinedPieces: on the stack, on the heap when long).
 //
 // A producer may also have port sinks: the ports a system backend gives it (an ALSA
 // sequencer port, a JACK output port). Each sink gets every spray once, whatever the
@@ -35,8 +35,6 @@ class TMidiPortSink {
 
 class TMidiLocalProducer : public TMidiProducer {
   public:
-    static constexpr size_t kSysExStackBytes = 1024;
-
     explicit TMidiLocalProducer(std::string name = {});
     ~TMidiLocalProducer() override;
 
