@@ -69,8 +69,35 @@ void* operator new(size_t size, std::align_val_t alignment) {
 void* operator new[](size_t size, std::align_val_t alignment) {
     return allocate_aligned(size, alignment);
 }
+// The library's own nothrow forms would pair a sanitizer's allocator with the free below.
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    note_allocation();
+    return std::malloc(size ? size : 1);
+}
+void* operator new[](size_t size, const std::nothrow_t& nothrow) noexcept {
+    return operator new(size, nothrow);
+}
+void* operator new(size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    try {
+        return allocate_aligned(size, alignment);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+void* operator new[](size_t size, std::align_val_t alignment,
+                     const std::nothrow_t& nothrow) noexcept {
+    return operator new(size, alignment, nothrow);
+}
 void operator delete(void* block) noexcept { std::free(block); }
 void operator delete[](void* block) noexcept { std::free(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { std::free(block); }
+void operator delete(void* block, std::align_val_t, const std::nothrow_t&) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, std::align_val_t, const std::nothrow_t&) noexcept {
+    std::free(block);
+}
 void operator delete(void* block, size_t) noexcept { std::free(block); }
 void operator delete[](void* block, size_t) noexcept { std::free(block); }
 void operator delete(void* block, std::align_val_t) noexcept { std::free(block); }

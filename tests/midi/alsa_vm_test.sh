@@ -9,4 +9,8 @@
 [ -x "$2" ] || { echo "no VM script at $2: not booting a VM (skipped)"; exit 77; }
 command -v qemu-system-x86_64 >/dev/null ||
   { echo "qemu-system-x86 is missing: scripts/install-deps --test"; exit 1; }
-cd "$1" && exec "$2" ctest -L '^alsa$' --output-on-failure
+# The sanitizers' options (their suppressions among them) do not cross into the VM by
+# themselves.
+cd "$1" && exec "$2" env "ASAN_OPTIONS=${ASAN_OPTIONS:-}" "LSAN_OPTIONS=${LSAN_OPTIONS:-}" \
+  "UBSAN_OPTIONS=${UBSAN_OPTIONS:-}" "TSAN_OPTIONS=${TSAN_OPTIONS:-}" \
+  ctest -L '^alsa$' --output-on-failure
