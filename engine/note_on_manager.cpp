@@ -56,12 +56,11 @@ void TNoteOnManager::SystemExclusive(const uint8_t* data, size_t length, int64_t
 }
 
 void TNoteOnManager::AddNoteOnInfo(uint8_t channel, uint8_t note) {
-    // The duplicate check also runs under the lock: the owner may be emptying the table.
+    // Every strike is kept, a note struck twice too: a synthesizer that stacks voices
+    // needs a note-off for each, and the filter owes one for each.
     std::lock_guard lock(fLock);
     TChannelNotes& notes = fTable[channel & 0x0F];
     const uint8_t count = notes.Count();
-    auto end = notes.notes.begin() + count;
-    if (std::find(notes.notes.begin(), end, note) != end) return;
     if (count < notes.notes.size()) {
         notes.notes[count] = note;
         notes.SetCount(uint8_t(count + 1));

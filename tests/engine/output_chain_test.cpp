@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <thread>
@@ -138,10 +139,11 @@ TEST(OutputChain, AMutedChannelDropsNoteOnsReleasesWhatSoundsAndPassesTheRest) {
     EXPECT_EQ(f.chain.Filter(1).MutedChannels(), 0) << "each port has its own";
 }
 
-TEST(NoteOnManager, RecordsEachSoundingNoteOnceAndReleasesOnNoteOffOrVelocityZero) {
+TEST(NoteOnManager, RecordsEachStrikeAndReleasesOnNoteOffOrVelocityZero) {
     TLaneFixture f;
     f.in.SprayNoteOn(0, 60, 100, 0);
     f.in.SprayNoteOn(0, 60, 100, 0);
+    f.in.SprayNoteOff(0, 60, 0, 0);
     f.in.SprayNoteOff(0, 60, 0, 0);
     f.in.SprayNoteOn(1, 62, 100, 0);
     f.in.SprayNoteOn(1, 62, 0, 0);
@@ -173,6 +175,22 @@ TEST(NoteOnManager, SilencesNotesThatWereStillOnTheirWayIn) {
     std::vector<std::string> out = f.Out();
     EXPECT_EQ(out.size(), 200u);
     EXPECT_EQ(out.back(), "80 63 40");
+}
+
+// A synthesizer that stacks voices keeps the second strike of a note sounding after one
+// note-off, so each strike is released on its own.
+TEST(NoteOnManager, ANoteStruckTwiceIsReleasedOncePerStrike) {
+    TLaneFixture f;
+    f.in.SprayNoteOn(0, 60, 100, 0);
+    f.in.SprayNoteOn(0, 60, 90, 0);
+    f.in.SprayNoteOn(0, 62, 90, 0);
+    f.in.SprayNoteOff(0, 62, 64, 0);
+    f.Drain();
+    EXPECT_EQ(f.chain.NoteOnManager(0).SoundingCount(0), 2);
+    f.chain.QuickAllNotesOff();
+    std::vector<std::string> out = f.Out();
+    EXPECT_EQ(std::count(out.begin(), out.end(), "80 3c 40"), 2);
+    EXPECT_EQ(f.chain.NoteOnManager(0).SoundingCount(0), 0);
 }
 
 TEST(NoteOnManager, OnlyControllerAllNotesOffEmptiesAChannel) {
