@@ -3,13 +3,12 @@
 #include <algorithm>
 
 #include "engine/smf_producer.h"
-#include "loaders/plugins/common/plugin_text.h"
+#include "veldan/base/text_encoding.h"
 
 namespace {
 
-using quill_plugin::is_valid_utf8;
-using quill_plugin::latin1_to_utf8;
-using quill_plugin::strict_sjis_to_utf8;
+using veldan::is_valid_utf8;
+using veldan::latin1_to_utf8;
 
 constexpr uint8_t kMetaLyric = 0x05;
 
@@ -37,11 +36,16 @@ std::vector<TRawText> raw_texts(const TSMFProducer& producer, bool* fromLyrics) 
 }  // namespace
 
 TLyrics::TEncoding TLyrics::Detect(const std::string& bytes) {
-    if (is_valid_utf8(bytes)) return TEncoding::kUtf8;
-    // As the playlist plug-ins read lines: Shift-JIS only when it has no half-width
-    // katakana, the range where Latin-1 keeps its accented capitals.
-    return quill_plugin::to_utf8(bytes) == latin1_to_utf8(bytes) ? TEncoding::kLatin1
-                                                                 : TEncoding::kShiftJis;
+    // As the playlist plug-ins read lines.
+    switch (veldan::detect_encoding(bytes)) {
+        case veldan::TTextEncoding::kUtf8:
+            return TEncoding::kUtf8;
+        case veldan::TTextEncoding::kShiftJis:
+            return TEncoding::kShiftJis;
+        case veldan::TTextEncoding::kLatin1:
+            break;
+    }
+    return TEncoding::kLatin1;
 }
 
 std::string TLyrics::Decode(const std::string& bytes, TEncoding encoding) {
@@ -49,7 +53,7 @@ std::string TLyrics::Decode(const std::string& bytes, TEncoding encoding) {
     std::string utf8;
     switch (encoding) {
         case TEncoding::kShiftJis:
-            if (strict_sjis_to_utf8(bytes, &utf8)) return utf8;
+            if (veldan::sjis_to_utf8(bytes, &utf8)) return utf8;
             break;  // not Shift-JIS after all: every byte still shows
         case TEncoding::kUtf8:
             if (is_valid_utf8(bytes)) return bytes;

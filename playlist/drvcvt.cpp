@@ -1,16 +1,12 @@
 #include "playlist/drvcvt.h"
 
-#include <iconv.h>
-
-#include <cerrno>
 #include <cstdio>
 
 #include "veldan/base/strings.h"
+#include "veldan/base/text_encoding.h"
 #include "veldan/core/entry.h"
 
 namespace {
-
-constexpr char kSubstitute = 0x1A;
 
 // The index of a drive letter, or -1; the 0x20 bit folds lower case to upper.
 int letter_index(char letter) {
@@ -40,36 +36,6 @@ bool settings_file(std::filesystem::path* file) {
 }
 
 }  // namespace
-
-bool sjis_to_utf8(const std::string& sjis, std::string* utf8) {
-    // CP932 first: plain SHIFT_JIS turns 0x7E into an overline, which breaks "~" in paths.
-    iconv_t converter = iconv_open("UTF-8", "CP932");
-    if (converter == iconv_t(-1)) converter = iconv_open("UTF-8", "SHIFT_JIS");
-    if (converter == iconv_t(-1)) return false;
-    // One input byte gives at most three UTF-8 bytes (half-width katakana).
-    std::string out(sjis.size() * 3, '\0');
-    char* in = const_cast<char*>(sjis.data());
-    size_t inLeft = sjis.size();
-    char* next = out.data();
-    size_t outLeft = out.size();
-    bool converted = true;
-    while (inLeft > 0) {
-        if (iconv(converter, &in, &inLeft, &next, &outLeft) != size_t(-1)) break;
-        if ((errno != EILSEQ && errno != EINVAL) || outLeft == 0) {
-            converted = false;
-            break;
-        }
-        *next++ = kSubstitute;
-        outLeft--;
-        in++;
-        inLeft--;
-    }
-    iconv_close(converter);
-    if (!converted) return false;
-    out.resize(out.size() - outLeft);
-    *utf8 = std::move(out);
-    return true;
-}
 
 TDrvCvt::TDrvCvt() {
     SetBeDL('A', "/no name");
@@ -121,7 +87,8 @@ bool TDrvCvt::CvtPathWinToBe(const char* winPath, std::string* out, const char* 
     replace_separators(&result, sjis);
     // kept: lines of files written on Windows end in a carriage return.
     if (!result.empty() && result.back() == '\r') result.pop_back();
-    if (!sjis || !sjis_to_utf8(result, out)) *out = result;
+    if (!sjis || !veldan::sjis_to_utf8(result, out, veldan::TBadSjisByte::kSubstitute))
+        *out = result;
     return true;
 }
 

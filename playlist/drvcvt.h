@@ -40,7 +40,3 @@ class TDrvCvt : public veldan::TArchivable {
   private:
     std::array<std::string, 26> fPaths;
 };
-
-// Shift-JIS (as Windows writes it, code page 932) to UTF-8; a byte that can't be
-// converted becomes the substitute 0x1A. False when the system has no such conversion.
-bool sjis_to_utf8(const std::string& sjis, std::string* utf8);

@@ -9,6 +9,7 @@
 #include "playlist/drvcvt.h"
 #include "playlist/native_loader.h"
 #include "veldan/base/strings.h"
+#include "veldan/base/text_encoding.h"
 #include "veldan/base/vel_file.h"
 #include "veldan/core/llt.h"
 
@@ -286,7 +287,7 @@ fs::path TOrvickView::ResolveEntry(const std::string& line, const fs::path& cont
     if (!line.empty() && line[0] == '/') {
         std::string utf8;
         if (veldan::detect_charset(line.c_str()) == veldan::kSJISConversion &&
-            sjis_to_utf8(line, &utf8)) {
+            veldan::sjis_to_utf8(line, &utf8, veldan::TBadSjisByte::kSubstitute)) {
             path = utf8;
         }
     } else {

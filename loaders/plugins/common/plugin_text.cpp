@@ -1,7 +1,6 @@
 #include "loaders/plugins/common/plugin_text.h"
 
 #include <fcntl.h>
-#include <iconv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,56 +8,6 @@
 #include <cstdint>
 
 namespace quill_plugin {
-
-namespace {
-
-bool is_continuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
-
-bool has_half_width_katakana(const std::string& utf8) {
-    // U+FF61..U+FF9F: EF BD A1..BF and EF BE 80..9F.
-    for (size_t i = 0; i + 2 < utf8.size(); i++) {
-        const auto lead = static_cast<unsigned char>(utf8[i]);
-        const auto second = static_cast<unsigned char>(utf8[i + 1]);
-        const auto third = static_cast<unsigned char>(utf8[i + 2]);
-        if (lead == 0xEF &&
-            ((second == 0xBD && third >= 0xA1) || (second == 0xBE && third <= 0x9F)))
-            return true;
-    }
-    return false;
-}
-
-}  // namespace
-
-bool strict_sjis_to_utf8(const std::string& sjis, std::string* utf8) {
-    iconv_t converter = iconv_open("UTF-8", "CP932");
-    if (converter == iconv_t(-1)) return false;
-    std::string out(sjis.size() * 3 + 4, '\0');
-    char* in = const_cast<char*>(sjis.data());
-    size_t inLeft = sjis.size();
-    char* next = out.data();
-    size_t outLeft = out.size();
-    const bool converted = iconv(converter, &in, &inLeft, &next, &outLeft) != size_t(-1);
-    iconv_close(converter);
-    if (!converted) return false;
-    out.resize(out.size() - outLeft);
-    *utf8 = std::move(out);
-    return true;
-}
-
-std::string latin1_to_utf8(const std::string& latin1) {
-    std::string utf8;
-    utf8.reserve(latin1.size() * 2);
-    for (char c : latin1) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x80) {
-            utf8 += c;
-        } else {
-            utf8 += char(0xC0 | (byte >> 6));
-            utf8 += char(0x80 | (byte & 0x3F));
-        }
-    }
-    return utf8;
-}
 
 bool is_regular_file(const std::string& path) {
     struct stat info {};
@@ -137,46 +86,6 @@ std::string trimmed(const std::string& text) {
     const size_t first = text.find_first_not_of(blanks);
     if (first == std::string::npos) return std::string();
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-bool is_valid_utf8(const std::string& text) {
-    size_t i = 0;
-    while (i < text.size()) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        size_t length = 1;
-        uint32_t code = byte;
-        if (byte >= 0xF0 && byte <= 0xF4) {
-            length = 4;
-            code = byte & 0x07;
-        } else if (byte >= 0xE0) {
-            length = byte <= 0xEF ? 3 : 0;
-            code = byte & 0x0F;
-        } else if (byte >= 0xC2) {
-            length = 2;
-            code = byte & 0x1F;
-        } else if (byte >= 0x80) {
-            length = 0;
-        }
-        if (length == 0 || i + length > text.size()) return false;
-        for (size_t k = 1; k < length; k++) {
-            const auto next = static_cast<unsigned char>(text[i + k]);
-            if (!is_continuation(next)) return false;
-            code = (code << 6) | (next & 0x3F);
-        }
-        // Overlong forms, surrogates and values past U+10FFFF.
-        if ((length == 3 && code < 0x800) || (length == 4 && (code < 0x10000 || code > 0x10FFFF)) ||
-            (code >= 0xD800 && code <= 0xDFFF))
-            return false;
-        i += length;
-    }
-    return true;
-}
-
-std::string to_utf8(const std::string& line) {
-    if (is_valid_utf8(line)) return line;
-    std::string utf8;
-    if (strict_sjis_to_utf8(line, &utf8) && !has_half_width_katakana(utf8)) return utf8;
-    return latin1_to_utf8(line);
 }
 
 bool is_windows_absolute(const std::string& path) {

@@ -25,15 +25,6 @@ bool has_extension(const std::string& path, const std::vector<std::string>& exts
 bool is_regular_file(const std::string& path);
 std::string trimmed(const std::string& text);
 
-bool is_valid_utf8(const std::string& text);
-// The line in UTF-8: kept when it is UTF-8; else read as Shift-JIS when it converts
-// cleanly without half-width katakana (the range where Latin-1 keeps its accented
-// capitals); else read as Latin-1, which always converts.
-std::string to_utf8(const std::string& line);
-// Shift-JIS (code page 932) to UTF-8; false at the first byte that does not convert.
-bool strict_sjis_to_utf8(const std::string& sjis, std::string* utf8);
-std::string latin1_to_utf8(const std::string& latin1);
-
 // "C:\..." or "C:/...", or a path from the root of a Windows volume ("\...").
 bool is_windows_absolute(const std::string& path);
 

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "loaders/plugins/common/plugin_text.h"
+#include "veldan/base/text_encoding.h"
 
 namespace {
 
@@ -54,7 +55,7 @@ std::vector<TContainerEntry> parse_m3u(const std::string& text, const std::strin
     for (const std::string& raw : quill_plugin::text_lines(text)) {
         const std::string line = quill_plugin::trimmed(raw);
         if (line.empty() || line[0] == '#') continue;
-        const std::string path = path_of(utf8Only ? line : quill_plugin::to_utf8(line), folder);
+        const std::string path = path_of(utf8Only ? line : veldan::to_utf8(line), folder);
         if (!path.empty()) entries.push_back({path, false});
     }
     return entries;

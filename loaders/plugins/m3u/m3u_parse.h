@@ -6,7 +6,7 @@
 // Absolute paths of this system and Windows paths ("C:\...", "\...") are passed on as they
 // stand; relative paths (with "\" or "/" between folders) are resolved against folder.
 // An M3U8 file is UTF-8; in an M3U file each line that is not UTF-8 is read as Shift-JIS
-// or Latin-1 (see quill_plugin::to_utf8).
+// or Latin-1 (see veldan::to_utf8).
 
 #include <string>
 #include <vector>
