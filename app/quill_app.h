@@ -22,9 +22,9 @@
 #include "app/dialogs/pref_win.h"
 #include "app/mpris.h"
 #include "app/quill_win.h"
-#include "app/settings/pref.h"
 #include "midi/backends.h"
 #include "midi/synth.h"
+#include "player/pref.h"
 #include "playlist/drvcvt_win.h"
 #include "veldan/core/handler.h"
 

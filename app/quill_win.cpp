@@ -14,12 +14,12 @@
 #include <system_error>
 
 #include "app/settings/exit_state.h"
-#include "app/settings/pref.h"
 #include "app/settings/settings.h"
 #include "app/song_export.h"
 #include "midi/endpoint.h"
 #include "midi/roster.h"
 #include "midi/synth.h"
+#include "player/pref.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"

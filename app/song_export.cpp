@@ -3,10 +3,10 @@
 #include <QApplication>
 #include <QProgressDialog>
 
-#include "app/settings/pref.h"
 #include "engine/offline_render.h"
 #include "engine/smf_producer.h"
 #include "player/control_bar.h"
+#include "player/pref.h"
 #include "player/quill_view.h"
 #include "veldan/core/llt.h"
 

@@ -19,8 +19,8 @@
 #include <memory>
 #include <string>
 
-#include "app/settings/pref.h"
 #include "midi/recorder.h"
+#include "player/pref.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
 #include "tests/player/chaos_jack.h"

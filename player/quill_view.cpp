@@ -8,11 +8,11 @@
 #include <mutex>
 #include <vector>
 
-#include "app/settings/pref.h"
 #include "midi/roster.h"
 #include "player/channel_panel.h"
 #include "player/list_hint.h"
 #include "player/lyrics_view.h"
+#include "player/pref.h"
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
 #include "veldan/base/clock.h"

@@ -31,7 +31,7 @@
 
 #include "app/dialogs/lang_files.h"
 #include "app/dialogs/synth_box.h"
-#include "app/settings/pref.h"
+#include "player/pref.h"
 #include "veldan/core/handler.h"
 
 class QButtonGroup;

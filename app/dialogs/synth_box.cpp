@@ -12,8 +12,8 @@
 #include <QSpinBox>
 #include <QVBoxLayout>
 
-#include "app/settings/pref.h"
 #include "midi/synth.h"
+#include "player/pref.h"
 #include "veldan/core/llt.h"
 #include "veldan/widgets/lang_key.h"
 

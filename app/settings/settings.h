@@ -21,7 +21,7 @@
 
 #include "app/settings/app_privacy.h"
 #include "app/settings/exit_state.h"
-#include "app/settings/pref.h"
+#include "player/pref.h"
 
 namespace veldan {
 class TArchivable;

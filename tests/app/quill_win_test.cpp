@@ -19,10 +19,10 @@
 #include <QTimer>
 
 #include "app/settings/exit_state.h"
-#include "app/settings/pref.h"
 #include "app/settings/settings.h"
 #include "midi/recorder.h"
 #include "player/control_bar.h"
+#include "player/pref.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"

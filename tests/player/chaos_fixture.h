@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "app/settings/pref.h"
 #include "midi/recorder.h"
+#include "player/pref.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
 #include "tests/support/scoped_env.h"

@@ -17,8 +17,8 @@
 #include <mutex>
 #include <thread>
 
-#include "app/settings/pref.h"
 #include "engine/sys_reset.h"
+#include "player/pref.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
 #include "tests/support/smf_builder.h"

@@ -7,7 +7,7 @@
 
 #include <QLabel>
 
-#include "app/settings/pref.h"
+#include "player/pref.h"
 #include "player/quill_view.h"
 #include "playlist/orvick_view.h"
 #include "tests/player/language_fixture.h"

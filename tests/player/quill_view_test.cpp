@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "app/settings/pref.h"
 #include "engine/sys_reset.h"
 #include "midi/recorder.h"
+#include "player/pref.h"
 #include "player/resources.h"
 #include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"

@@ -1,4 +1,4 @@
-#include "app/settings/pref.h"
+#include "player/pref.h"
 
 #include <algorithm>
 #include <iterator>
