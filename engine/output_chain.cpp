@@ -28,8 +28,17 @@ TOutputChain::TOutputChain(TSMFProducer& producer) {
 
 TOutputChain::~TOutputChain() = default;
 
-void TOutputChain::QuickAllNotesOff() {
-    for (auto& manager : fManagers) manager->QuickAllNotesOff(0);
+bool TOutputChain::QuickAllNotesOff() {
+    // Both lanes are asked before either is waited for, so that they work at once.
+    std::array<uint32_t, kPorts> tickets{};
+    for (int port = 0; port < kPorts; ++port)
+        tickets[size_t(port)] = NoteOnManager(port).PostNotesOff(0xFFFF, 0);
+    const int64_t deadline = veldan::system_time() + TNoteOnManager::kCommandWaitUs;
+    bool done = true;
+    for (int port = 0; port < kPorts; ++port)
+        if (!NoteOnManager(port).WaitDone(tickets[size_t(port)], deadline - veldan::system_time()))
+            done = false;
+    return done;
 }
 
 void TOutputChain::SetMutedChannels(int port, uint16_t channels) {

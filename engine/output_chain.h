@@ -28,8 +28,9 @@ class TOutputChain {
     TMidiFilter& Filter(int port) { return *fFilters[port & 1]; }
     TMidiLocalProducer* PublicOut(int port) { return fFilters[port & 1]->Producer(); }
 
-    // Owner's thread: silences every sounding note on both lanes.
-    void QuickAllNotesOff();
+    // Owner's thread: silences every sounding note on both lanes, after what was sent to
+    // them before; returns once both have done it (false if one had not in time).
+    bool QuickAllNotesOff();
     // Owner's thread: the channels of port whose note-ons are dropped from now on (bit 0 is
     // channel 1); the notes that sound on a channel just muted are released at once.
     void SetMutedChannels(int port, uint16_t channels);

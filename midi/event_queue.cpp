@@ -15,7 +15,7 @@ TMidiEventQueue::TMidiEventQueue(size_t capacity)
 }
 
 TMidiEventQueue::TPush TMidiEventQueue::TryPush(std::initializer_list<TPiece> pieces, bool atomic,
-                                                int64_t time) {
+                                                int64_t time, uint8_t kind) {
     size_t length = 0;
     for (const TPiece& piece : pieces) length += piece.second;
     if (length > MaxEventBytes()) return TPush::kTooLong;
@@ -52,6 +52,7 @@ TMidiEventQueue::TPush TMidiEventQueue::TryPush(std::initializer_list<TPiece> pi
     slot.span = uint32_t(span);
     slot.firstBlock = uint32_t(firstBlock);
     slot.atomic = atomic;
+    slot.kind = kind;
     slot.sequence.store(index + 1, std::memory_order_release);
     return TPush::kPushed;
 }

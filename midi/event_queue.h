@@ -30,15 +30,17 @@ class TMidiEventQueue {
     using TPiece = std::pair<const uint8_t*, size_t>;
 
     // Any thread; lock-free. The event is the pieces back to back (a port tag, a SysEx's
-    // 0xF0, its data), put together here; kFull when there is no room now.
-    TPush TryPush(std::initializer_list<TPiece> pieces, bool atomic, int64_t time);
+    // 0xF0, its data), put together here; kFull when there is no room now. kind travels
+    // beside the bytes, never in them, so that what an event says cannot change its kind.
+    TPush TryPush(std::initializer_list<TPiece> pieces, bool atomic, int64_t time,
+                  uint8_t kind = 0);
     TPush TryPush(const uint8_t* data, size_t length, bool atomic, int64_t time) {
         return TryPush({TPiece{data, length}}, atomic, time);
     }
 
-    // The consumer thread only. Calls handler(data, length, atomic, time) for the oldest
-    // event and returns true, or returns false when the queue is empty. data stays valid
-    // only during the call.
+    // The consumer thread only. Calls handler(data, length, atomic, time, kind) for the
+    // oldest event and returns true, or returns false when the queue is empty. data stays
+    // valid only during the call.
     template <typename Handler>
     bool TryPop(Handler&& handler);
 
@@ -53,6 +55,7 @@ class TMidiEventQueue {
         uint32_t span;        // slots the event holds, this one first
         uint32_t firstBlock;  // where its bytes start: this slot's block, or block 0
         bool atomic;
+        uint8_t kind;
     };
 
     std::unique_ptr<TSlot[]> fSlots;
@@ -68,7 +71,7 @@ bool TMidiEventQueue::TryPop(Handler&& handler) {
     if (slot.sequence.load(std::memory_order_acquire) != fReadIndex + 1) return false;
     const uint32_t span = slot.span;
     handler(static_cast<const uint8_t*>(fBytes.get() + size_t(slot.firstBlock) * kBlockBytes),
-            size_t(slot.length), slot.atomic, slot.time);
+            size_t(slot.length), slot.atomic, slot.time, slot.kind);
     // In order, the last one last: a sender that finds the last slot of its range free
     // knows that every slot before it is free too.
     for (uint32_t i = 0; i < span; ++i)

@@ -35,25 +35,34 @@ void TMidiLocalConsumer::ReceivePieces(int /*port*/, const uint8_t* head, size_t
     Enqueue({{head, headLength}, {body, bodyLength}}, atomic, time);
 }
 
-void TMidiLocalConsumer::Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces, bool atomic,
+bool TMidiLocalConsumer::Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces, bool atomic,
                                  int64_t time) {
+    return Push(pieces, atomic, time, kKindEvent);
+}
+
+bool TMidiLocalConsumer::EnqueueCommand(const uint8_t* data, size_t length, int64_t time) {
+    return Push({{data, length}}, false, time, kKindCommand);
+}
+
+bool TMidiLocalConsumer::Push(std::initializer_list<TMidiEventQueue::TPiece> pieces, bool atomic,
+                              int64_t time, uint8_t kind) {
     int64_t deadline = -1;
     for (;;) {
         // Read before trying, so that room freed after a failed try ends the wait at once.
         const uint32_t freed = fFreed.load(std::memory_order_seq_cst);
-        const TMidiEventQueue::TPush pushed = fQueue.TryPush(pieces, atomic, time);
+        const TMidiEventQueue::TPush pushed = fQueue.TryPush(pieces, atomic, time, kind);
         if (pushed == TMidiEventQueue::TPush::kPushed) {
             if (fStalled.load(std::memory_order_relaxed))
                 fStalled.store(false, std::memory_order_relaxed);
             fAccepted.fetch_add(1, std::memory_order_seq_cst);
             WakeReceiver();
-            return;
+            return true;
         }
         if (pushed == TMidiEventQueue::TPush::kTooLong) {
             fSendDrops.fetch_add(1, std::memory_order_relaxed);
-            return;
+            return false;
         }
-        if (fQuit.load(std::memory_order_acquire)) return;
+        if (fQuit.load(std::memory_order_acquire)) return false;
         fOverflows.fetch_add(1, std::memory_order_relaxed);
         WakeReceiver();
         const int64_t now = veldan::system_time();
@@ -61,7 +70,7 @@ void TMidiLocalConsumer::Enqueue(std::initializer_list<TMidiEventQueue::TPiece> 
         if (now >= deadline || fStalled.load(std::memory_order_relaxed)) {
             fStalled.store(true, std::memory_order_relaxed);
             fSendDrops.fetch_add(1, std::memory_order_relaxed);
-            return;
+            return false;
         }
         fSendersWaiting.fetch_add(1, std::memory_order_seq_cst);
         veldan::futex_wait_until(&fFreed, freed, deadline);
@@ -85,8 +94,12 @@ void TMidiLocalConsumer::WakeReceiver() {
 void TMidiLocalConsumer::ReceiveLoop() {
     pthread_setname_np(pthread_self(), kReceiveThreadName);
     veldan::apply_thread_priority(fReceivePriority);
-    auto handle = [this](const uint8_t* data, size_t length, bool atomic, int64_t time) {
-        Data(data, length, atomic, time);
+    auto handle = [this](const uint8_t* data, size_t length, bool atomic, int64_t time,
+                         uint8_t kind) {
+        if (kind == kKindCommand)
+            Command(data, length, time);
+        else
+            Data(data, length, atomic, time);
     };
     uint64_t handled = 0;
     for (;;) {

@@ -89,10 +89,20 @@ class TMidiLocalConsumer : public TMidiConsumer {
   protected:
     void StopReceiving();
     // Sending side, for the hooks above and for subclasses that put a few bytes in front
-    // of an event: the pieces back to back become one event.
-    void Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces, bool atomic, int64_t time);
+    // of an event: the pieces back to back become one event. False when it was dropped.
+    bool Enqueue(std::initializer_list<TMidiEventQueue::TPiece> pieces, bool atomic, int64_t time);
+    // Sending side, for a subclass's owner: a request that the receive thread carries out
+    // in Command(), after every event accepted before it and before every later one. It
+    // is marked as a command in the queue, beside its bytes, so nothing sprayed to this
+    // consumer can pass for one. Waits for room and is dropped as an event would be.
+    bool EnqueueCommand(const uint8_t* data, size_t length, int64_t time);
+    // Receive thread: a command queued with EnqueueCommand, its bytes as they were given.
+    virtual void Command(const uint8_t* /*data*/, size_t /*length*/, int64_t /*time*/) {}
 
   private:
+    enum : uint8_t { kKindEvent = 0, kKindCommand = 1 };
+    bool Push(std::initializer_list<TMidiEventQueue::TPiece> pieces, bool atomic, int64_t time,
+              uint8_t kind);
     void ReceiveLoop();
     void WakeReceiver();
     void RoomFreed();

@@ -110,14 +110,11 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
     fPrepare.SetResetSentHandler(
         [this](int32_t kind) { fControlBar->SetResetLit(kind, TLCDIndicator::TLit::kHalfLit); });
     fProducer.SetEndOfSongHandler([this] { PostFromPlayThread(); });
-    for (int port = 0; port < TOutputChain::kPorts; ++port)
-        fChain.NoteOnManager(port).SetSysResetHandler([this](int32_t kind) {
-            veldan::TMessage seen(kMsgSysResetReceived);
-            seen.AddInt32(kSysResetField, kind);
-            veldan::post_message(this, seen);
-        });
     fPosTimer.setInterval(kPosRefreshMs);
-    connect(&fPosTimer, &QTimer::timeout, this, [this] { UpdatePosCompo(); });
+    connect(&fPosTimer, &QTimer::timeout, this, [this] {
+        UpdatePosCompo();
+        UpdateSysResetCompos();
+    });
     auto guard = std::make_shared<TPostGuard>(this);
     fRosterGuard = guard;
     fRosterWatch = TMidiRoster::Default().AddWatcher(
@@ -131,11 +128,8 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
 TQuillView::~TQuillView() {
     TMidiRoster::Default().RemoveWatcher(fRosterWatch);
     std::static_pointer_cast<TPostGuard>(fRosterGuard)->Close();
-    // No thread may post here once the view is gone: the play thread ends with Stop, and
-    // a receive thread calls its handler under the lock that replacing the handler takes.
+    // No thread may post here once the view is gone: the play thread ends with Stop.
     fProducer.Stop();
-    for (int port = 0; port < TOutputChain::kPorts; ++port)
-        fChain.NoteOnManager(port).SetSysResetHandler(nullptr);
 }
 
 void TQuillView::PostFromPlayThread() {
@@ -152,11 +146,15 @@ void TQuillView::SetRandom(TRandomFn random) {
 int32_t TQuillView::CurSongIdx() const { return fPlaylist->CurSongIdx(); }
 
 void TQuillView::SetState(int32_t state) {
+    const bool wasPlaying = fState == kStatePlaying;
     fState = state;
-    if (state == kStatePlaying)
+    if (state == kStatePlaying) {
         fPosTimer.start();
-    else
+    } else {
         fPosTimer.stop();
+        // The timer's last look: a song shorter than its interval still lights its resets.
+        if (wasPlaying) UpdateSysResetCompos();
+    }
     // Stopped or preparing, the song starts from its beginning; paused, it goes on from
     // where it stands.
     UpdatePosCompo();
@@ -284,6 +282,9 @@ bool TQuillView::LoadSong(int32_t index) {
     }
     MarkNowPlaying(true);
     fControlBar->TurnOffAllSysReset();
+    // What the songs before left unread is theirs, not this one's.
+    for (int port = 0; port < TOutputChain::kPorts; ++port)
+        fChain.NoteOnManager(port).TakeSysResets();
     return true;
 }
 
@@ -454,6 +455,16 @@ void TQuillView::SysResetReceived(const veldan::TMessage& message) {
     int32_t kind = 0;
     if (message.FindInt32(kSysResetField, &kind))
         fControlBar->SetResetLit(kind, TLCDIndicator::TLit::kLit);
+}
+
+void TQuillView::UpdateSysResetCompos() {
+    // The note-on managers' receive threads only raise bits: posting from there would
+    // allocate and take Qt's lock while music plays.
+    for (int port = 0; port < TOutputChain::kPorts; ++port) {
+        const int32_t kinds = fChain.NoteOnManager(port).TakeSysResets();
+        for (int32_t kind = 1; kind <= kinds; kind <<= 1)
+            if (kinds & kind) fControlBar->SetResetLit(kind, TLCDIndicator::TLit::kLit);
+    }
 }
 
 void TQuillView::AllNotesOffRqtd() {

@@ -195,6 +195,8 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
 
     void UpdatePortCompos();
     void UpdatePosCompo();
+    // Lights the indicators of the resets the note-on managers saw since the last look.
+    void UpdateSysResetCompos();
     void ExpSongTitle();
 
     void MessageReceived(veldan::TMessage* message) override;

@@ -163,4 +163,45 @@ TEST(ChainAllocation, ASysExHeavySongPlaysThroughTheChainOnBothPortsWithoutAlloc
     EXPECT_EQ(gChainAllocations.load(), 0u);
 }
 
+// The owner's requests are carried out on the managers' receive threads: all notes off,
+// mutes, a look at the table, while a song with system resets plays on both ports.
+TEST(ChainAllocation, TheOwnersRequestsCostTheReceiveThreadsNoAllocation) {
+    TChainFixture f;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().Tempo(0, 250000);
+    const std::vector<uint8_t> gsReset = {0x41, 0x10, 0x42, 0x12, 0x40,
+                                          0x00, 0x7F, 0x00, 0x41, 0xF7};
+    for (uint8_t port = 0; port < 2; ++port) {
+        TTrackBuilder& track = smf.AddTrack();
+        track.Port(0, port);
+        for (int round = 0; round < 100; ++round) {
+            if (round % 10 == 0) track.SysEx(0, gsReset);
+            for (uint8_t note = 60; note < 68; ++note) track.NoteOn(0, port, note, 100);
+            for (uint8_t note = 60; note < 68; ++note)
+                track.NoteOff(note == 60 ? 20 : 0, port, note);
+        }
+    }
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    int requests = 0;
+    int32_t resets = 0;
+    {
+        TCounting counting;
+        ASSERT_EQ(f.producer.Play(), 0);
+        while (f.ended.load() == 0 && requests < 100000) {
+            f.chain.QuickAllNotesOff();
+            f.chain.SetMutedChannels(requests % 2, uint16_t(requests % 3 == 0 ? 0x0003 : 0));
+            f.chain.NoteOnManager(requests % 2).SoundingNotes(uint8_t(requests % 2));
+            resets |= f.chain.NoteOnManager(0).TakeSysResets();
+            ++requests;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        ASSERT_TRUE(wait_for([&] { return f.ended.load() == 1; }, std::chrono::seconds(20)));
+        f.Drain();
+    }
+    resets |= f.chain.NoteOnManager(0).TakeSysResets();
+    EXPECT_GT(requests, 50);
+    EXPECT_EQ(resets, 2) << "the song's GS resets were seen";
+    EXPECT_EQ(gChainAllocations.load(), 0u);
+}
+
 }  // namespace

@@ -177,6 +177,61 @@ TEST(NoteOnManager, SilencesNotesThatWereStillOnTheirWayIn) {
     EXPECT_EQ(out.back(), "80 63 40");
 }
 
+// A synthesizer behind a short queue that takes a while over every event: what the chain
+// sends piles up in the chain's own queues. Sounding notes are counted per channel and
+// note as the synthesizer would hear them.
+class TSlowSynth : public TMidiLocalConsumer {
+  public:
+    TSlowSynth() : TMidiLocalConsumer("slow synth", 16) {}
+    ~TSlowSynth() override { StopReceiving(); }
+    void NoteOn(uint8_t channel, uint8_t note, uint8_t velocity, int64_t) override {
+        Take();
+        if (velocity == 0)
+            Release(channel, note);
+        else
+            ++fSounding[channel][note];
+    }
+    void NoteOff(uint8_t channel, uint8_t note, uint8_t, int64_t) override {
+        Take();
+        Release(channel, note);
+    }
+    void ControlChange(uint8_t, uint8_t, uint8_t, int64_t) override { Take(); }
+    // Only once WaitIdle has returned.
+    int32_t Sounding() const {
+        int32_t total = 0;
+        for (const auto& channel : fSounding)
+            for (int32_t count : channel) total += count;
+        return total;
+    }
+
+  private:
+    void Take() { std::this_thread::sleep_for(std::chrono::microseconds(100)); }
+    void Release(uint8_t channel, uint8_t note) {
+        if (fSounding[channel][note] > 0) --fSounding[channel][note];
+    }
+    std::array<std::array<int32_t, 128>, 16> fSounding{};
+};
+
+// However long the chain takes to pass on what it was sent (here several tenths of a
+// second), all notes off comes after every note-on sent before it, never in between.
+TEST(NoteOnManager, SilencesEveryNoteSentBeforeItHoweverLongTheOutputTakes) {
+    TSMFProducer producer;
+    TOutputChain chain{producer};
+    TSlowSynth synth;
+    chain.PublicOut(0)->Connect(&synth);
+    const TMidiLocalProducer& in = *producer.Producer(0);
+    // Enough to fill the filter's queue and most of the manager's behind it.
+    for (int i = 0; i < 6000; ++i) in.SprayControlChange(0, 7, 100, 0);
+    int notes = 0;
+    for (uint8_t channel = 0; channel < 8; ++channel)
+        for (uint8_t note = 0; note < 128; ++note, ++notes) in.SprayNoteOn(channel, note, 100, 0);
+    chain.QuickAllNotesOff();
+    ASSERT_TRUE(chain.WaitIdle(30000000));
+    ASSERT_TRUE(synth.WaitIdle(30000000));
+    EXPECT_EQ(synth.SendDrops() + chain.Filter(0).SendDrops(), 0u);
+    EXPECT_EQ(synth.Sounding(), 0) << "of " << notes << " notes";
+}
+
 // A synthesizer that stacks voices keeps the second strike of a note sounding after one
 // note-off, so each strike is released on its own.
 TEST(NoteOnManager, ANoteStruckTwiceIsReleasedOncePerStrike) {
@@ -209,27 +264,29 @@ TEST(NoteOnManager, OnlyControllerAllNotesOffEmptiesAChannel) {
 
 TEST(NoteOnManager, SongResetClearsTheTableAndTellsTheOwnerItsKind) {
     TLaneFixture f;
-    std::atomic<int32_t> kind{0};
-    f.chain.NoteOnManager(0).SetSysResetHandler([&](int32_t k) { kind = k; });
+    TNoteOnManager& manager = f.chain.NoteOnManager(0);
     f.in.SprayNoteOn(0, 60, 100, 0);
     const std::vector<uint8_t> roland = {0x41, 0x10, 0x42, 0x12, 0x40,
                                          0x01, 0x30, 0x00, 0x0F, 0xF7};
     f.in.SpraySystemExclusive(roland.data(), roland.size(), 0);
     f.Drain();
-    EXPECT_EQ(kind.load(), 0);
-    EXPECT_EQ(f.chain.NoteOnManager(0).SoundingNotes(0).size(), 1u);
+    EXPECT_EQ(manager.TakeSysResets(), 0);
+    EXPECT_EQ(manager.SoundingNotes(0).size(), 1u);
 
     const std::vector<uint8_t> gs = {0x41, 0x10, 0x42, 0x12, 0x40, 0x00, 0x7F, 0x00, 0x41, 0xF7};
     f.in.SpraySystemExclusive(gs.data(), gs.size(), 0);
     f.Drain();
-    EXPECT_EQ(kind.load(), kSysResetGS);
-    EXPECT_TRUE(f.chain.NoteOnManager(0).SoundingNotes(0).empty());
+    EXPECT_EQ(manager.TakeSysResets(), kSysResetGS);
+    EXPECT_EQ(manager.TakeSysResets(), 0) << "each reset is told once";
+    EXPECT_TRUE(manager.SoundingNotes(0).empty());
     EXPECT_EQ(recorded(f.portA).back(), "f0 41 10 42 12 40 00 7f 00 41 f7");
 
     f.in.SpraySystemExclusive(MIDI_NRT_XG_SYSTEM_ON, sizeof MIDI_NRT_XG_SYSTEM_ON, 0);
     f.in.SpraySystemExclusive(MIDI_NRT_GM_SYSTEM_ON, 3, 0);  // too short to be a reset
+    f.in.SpraySystemExclusive(gs.data(), gs.size(), 0);
     f.Drain();
-    EXPECT_EQ(kind.load(), kSysResetXG);
+    EXPECT_EQ(manager.TakeSysResets(), kSysResetXG | kSysResetGS)
+        << "resets seen between two looks are all told";
 }
 
 TEST(OutputChain, RawSystemResetByteAndMetaDataNeverLeave) {

@@ -72,6 +72,32 @@ TEST(MidiEndpoints, EverySprayReachesItsHookWithItsArgumentsAndTime) {
                   "sc 242 16 32 @19", "rt 248 0 0 @20", "tempo 0 0 0 120 @21"}));
 }
 
+// A consumer whose owner gives it commands through its queue, here the same bytes as
+// the note-on sprayed beside them.
+class TCommandLog : public THookLog {
+  public:
+    ~TCommandLog() override { StopReceiving(); }
+    bool Ask(const uint8_t* data, size_t length, int64_t time) {
+        return EnqueueCommand(data, length, time);
+    }
+    void Command(const uint8_t* d, size_t n, int64_t t) override {
+        calls.push_back("command " + hex_bytes(d, n) + " @" + std::to_string(t));
+    }
+};
+
+TEST(MidiEndpoints, CommandsComeInOrderWithTheEventsAndNoEventPassesForOne) {
+    TMidiLocalProducer producer("test producer");
+    TCommandLog log;
+    ASSERT_EQ(producer.Connect(&log), 0);
+    const uint8_t bytes[] = {0x90, 0x3C, 0x64};
+    producer.SprayNoteOn(0, 0x3C, 0x64, 1);
+    ASSERT_TRUE(log.Ask(bytes, sizeof bytes, 2));
+    producer.SprayData(bytes, sizeof bytes, true, 3);
+    ASSERT_TRUE(log.WaitIdle(2000000));
+    EXPECT_EQ(log.calls, (std::vector<std::string>{"on 0 60 100 @1", "command 90 3c 64 @2",
+                                                   "on 0 60 100 @3"}));
+}
+
 // A consumer of one set of sixteen channels hears a port B producer as it hears port A.
 TEST(MidiEndpoints, APortBProducerReachesAnOrdinaryConsumerUnchanged) {
     TMidiLocalProducer portB("port B");
