@@ -235,3 +235,39 @@ TEST_F(JackServer, ServerStoppingWhilePlayingIsReportedOnceAndNeverBlocksTheSend
                                                     "\" stopped; its ports are gone"}));
     EXPECT_EQ(backends.Status(), "JACK: the server \"" + server->Name() + "\" stopped");
 }
+
+// A server that stops answering (on its way down, or held) must not hold the thread that
+// lets a consumer go and silences it, which is the window's: the requests wait for the
+// server in order, and once it runs again they are carried out and leave nothing behind.
+TEST_F(JackServer, AServerThatStopsAnsweringNeverHoldsTheDisconnectingThread) {
+    ASSERT_EQ(out.Connect(consumer), 0);
+    out.SprayNoteOn(0, 60, 100, 0);
+    ASSERT_TRUE(reader->WaitFor(1));
+    server->Freeze();
+
+    TMidiLocalProducer silencer("DisconnectProducer");
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(out.Disconnect(consumer), 0);
+    ASSERT_EQ(silencer.Connect(consumer), 0);
+    for (uint8_t channel = 0; channel < 16; ++channel)
+        for (uint8_t controller : {123, 120, 121})
+            silencer.SprayControlChange(channel, controller, 0, 0);
+    ASSERT_EQ(silencer.Disconnect(consumer), 0);
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_LT(took, std::chrono::milliseconds(500))
+        << std::chrono::duration_cast<std::chrono::milliseconds>(took).count()
+        << " ms: the disconnecting thread waited for a server that does not answer";
+
+    server->Resume();
+    const std::string privatePort = jack->ClientName() + ":DisconnectProducer";
+    EXPECT_TRUE(wait_for([&] {
+        return !Connected("Quill MIDI OUT A") && !jack_port_by_name(Client(), privatePort.c_str());
+    })) << "the requests left behind were not carried out";
+    // The port works as before once the server answers again.
+    const size_t before = reader->Count();
+    ASSERT_EQ(out.Connect(consumer), 0);
+    out.SprayNoteOn(0, 62, 100, 0);
+    ASSERT_TRUE(reader->WaitFor(before + 1)) << reader->Count();
+    EXPECT_EQ(reader->Bytes(reader->Count() - 1), (std::vector<uint8_t>{0x90, 62, 100}));
+    EXPECT_TRUE(Problems().empty()) << Problems().front();
+}

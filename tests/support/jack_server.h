@@ -14,8 +14,11 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/wait.h"
@@ -66,7 +69,31 @@ class TJackServer {
             timeout);
     }
 
+    // The server stops answering, as one on its way down or held by a debugger: its clients'
+    // requests wait, and no process cycle runs. It runs again at Resume, or by itself after
+    // limit, so that a caller that waits for it makes its test fail instead of hang.
+    void Freeze(std::chrono::milliseconds limit = std::chrono::seconds(3)) {
+        if (fPid < 0 || fThaw.joinable()) return;
+        kill(fPid, SIGSTOP);
+        fThawed = false;
+        fThaw = std::thread([this, limit] {
+            std::unique_lock lock(fThawLock);
+            fThawWake.wait_for(lock, limit, [&] { return fThawed; });
+            kill(fPid, SIGCONT);
+        });
+    }
+    void Resume() {
+        if (!fThaw.joinable()) return;
+        {
+            std::lock_guard lock(fThawLock);
+            fThawed = true;
+        }
+        fThawWake.notify_one();
+        fThaw.join();
+    }
+
     void Stop() {
+        Resume();
         if (fPid < 0) return;
         kill(fPid, SIGTERM);
         bool reaped = wait_for([&] { return waitpid(fPid, nullptr, WNOHANG) == fPid; });
@@ -81,6 +108,10 @@ class TJackServer {
     static inline int sCount = 0;
     const std::string fName;
     pid_t fPid = -1;
+    std::thread fThaw;
+    std::mutex fThawLock;
+    std::condition_variable fThawWake;
+    bool fThawed = true;
 };
 
 // A JACK client with one MIDI input port that writes down every event with its frame.
