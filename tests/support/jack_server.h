@@ -121,6 +121,12 @@ class TJackReader {
         jack_nframes_t frame;
         uint32_t length;
         std::array<uint8_t, 16> bytes;
+        // The cycle it came in, as the server timed it: when the cycle began (JACK's
+        // microseconds) and how long a period lasts; offset is the frame within the cycle.
+        int64_t cycleStartUs;
+        int64_t periodUs;
+        jack_nframes_t offset;
+        jack_nframes_t cycleFrames;
     };
     TJackReader(const std::string& server, const char* name, size_t capacity = 4096)
         : fEvents(capacity) {
@@ -176,6 +182,11 @@ class TJackReader {
     void Process(jack_nframes_t frames) {
         void* buffer = jack_port_get_buffer(fPort, frames);
         const jack_nframes_t cycleStart = jack_last_frame_time(fClient);
+        jack_nframes_t cycleFrame;
+        jack_time_t cycleStartUs = 0;
+        jack_time_t nextCycleUs;
+        float periodUs = 0;
+        jack_get_cycle_times(fClient, &cycleFrame, &cycleStartUs, &nextCycleUs, &periodUs);
         const uint32_t events = jack_midi_get_event_count(buffer);
         size_t count = fCount.load(std::memory_order_relaxed);
         for (uint32_t i = 0; i < events && count < fEvents.size(); ++i) {
@@ -183,6 +194,10 @@ class TJackReader {
             if (jack_midi_event_get(&event, buffer, i) != 0) continue;
             TEvent& slot = fEvents[count++];
             slot.frame = cycleStart + event.time;
+            slot.cycleStartUs = int64_t(cycleStartUs);
+            slot.periodUs = int64_t(periodUs);
+            slot.offset = event.time;
+            slot.cycleFrames = frames;
             slot.length = uint32_t(std::min(event.size, slot.bytes.size()));
             std::memcpy(slot.bytes.data(), event.buffer, slot.length);
         }
