@@ -16,6 +16,12 @@ namespace {
 // How long a disconnecting or closing thread waits for the process callback to pass on
 // what a port was sent; a stalled server must not hang the caller.
 constexpr int64_t kFlushLimitUs = 500000;
+// A server that has run no process cycle for this long (or four periods, if longer) is
+// not waited for: it is on its way down or held.
+constexpr int64_t kAnswerLimitUs = 200000;
+// How long a request refused after its asker went on waits to see whether the server is
+// going down before the refusal is reported.
+constexpr int64_t kLateFailureWaitUs = 1000000;
 
 struct TRecord {
     int64_t sentUs;  // jack_get_time() when sent
@@ -26,19 +32,42 @@ void wait_briefly() { std::this_thread::sleep_for(std::chrono::milliseconds(1));
 
 }  // namespace
 
+// What a port's requests share with it: they may run after the port has gone.
+struct TJackBackend::TPortHandle {
+    std::atomic<jack_port_t*> port{nullptr};  // once registered
+    // The process callback passes on the port's events once it is registered (public) or
+    // linked (private): before, they would go to no one.
+    std::atomic<bool> draining{false};
+};
+
+struct TJackBackend::TRequest {
+    std::function<bool()> run;
+    std::string lateFailure;
+    bool done = false;  // these under fRequestLock
+    bool succeeded = false;
+    bool abandoned = false;
+};
+
 class TJackBackend::TJackPort final : public TMidiSystemBackend::TPort {
   public:
-    TJackPort(TJackBackend& backend, std::string name, jack_port_t* port)
-        : TPort(backend, std::move(name)), fJack(backend), fPort(port), fRing(kRingBytes) {
+    TJackPort(TJackBackend& backend, std::string name, std::shared_ptr<TPortHandle> handle)
+        : TPort(backend, std::move(name)),
+          fJack(backend),
+          fHandle(std::move(handle)),
+          fRing(kRingBytes) {
         fJack.AddPort(this);
     }
 
     ~TJackPort() override {
         fJack.RemovePort(this);
-        if (!fJack.ServerGone()) jack_port_unregister(fJack.fClient, fPort);
+        if (fJack.ServerGone()) return;
+        fJack.Ask([client = fJack.fClient, handle = fHandle] {
+            if (jack_port_t* port = handle->port.load()) jack_port_unregister(client, port);
+            return true;
+        });
     }
 
-    jack_port_t* Port() const { return fPort; }
+    const std::shared_ptr<TPortHandle>& Handle() const { return fHandle; }
     bool Empty() const { return fRing.ReadSpace() == 0; }
 
     // Spraying threads; the lock is held only by other senders of this port, briefly.
@@ -55,8 +84,11 @@ class TJackBackend::TJackPort final : public TMidiSystemBackend::TPort {
 
     // Process callback: moves every event sent before this cycle into the port's buffer.
     void Drain(jack_nframes_t frames, int64_t cycleStartUs, int64_t periodUs) {
-        void* buffer = jack_port_get_buffer(fPort, frames);
+        jack_port_t* port = fHandle->port.load(std::memory_order_acquire);
+        if (!port) return;
+        void* buffer = jack_port_get_buffer(port, frames);
         jack_midi_clear_buffer(buffer);
+        if (!fHandle->draining.load(std::memory_order_acquire)) return;
         const size_t capacity = jack_midi_max_event_size(buffer);
         uint32_t last = 0;
         TRecord record;
@@ -82,7 +114,7 @@ class TJackBackend::TJackPort final : public TMidiSystemBackend::TPort {
 
   private:
     TJackBackend& fJack;
-    jack_port_t* const fPort;
+    const std::shared_ptr<TPortHandle> fHandle;
     TByteRing fRing;
     std::mutex fWriteLock;
 };
@@ -145,10 +177,13 @@ TJackBackend::TJackBackend(jack_client_t* client, std::string serverName)
     : fClient(client),
       fServerName(serverName.empty() ? "default" : std::move(serverName)),
       fClientName(jack_get_client_name(client)),
-      fPortList(new TPortList) {}
+      fPortList(new TPortList),
+      fLastCycleUs(veldan::system_time()),
+      fRequestThread([this] { RequestLoop(); }) {}
 
 TJackBackend::~TJackBackend() {
     Stop();
+    StopRequests();
     jack_client_close(fClient);
     delete fPortList.load();
 }
@@ -180,6 +215,8 @@ int TJackBackend::Process(jack_nframes_t frames) {
     }
     for (TJackPort* port : *fPortList.load())
         port->Drain(frames, int64_t(cycleStartUs), int64_t(periodUs));
+    fPeriodUs.store(int64_t(periodUs));
+    fLastCycleUs.store(veldan::system_time());
     fCycles.fetch_add(1);
     fProcessing.fetch_sub(1);
     return 0;
@@ -205,38 +242,114 @@ void TJackBackend::RemovePort(TJackPort* port) {
     Publish(next);
 }
 
+bool TJackBackend::Answering() const {
+    if (ServerGone()) return false;
+    const int64_t limitUs = std::max(kAnswerLimitUs, 4 * fPeriodUs.load());
+    return veldan::system_time() - fLastCycleUs.load() < limitUs;
+}
+
+bool TJackBackend::Ask(std::function<bool()> run, std::string lateFailure) {
+    auto request = std::make_shared<TRequest>();
+    request->run = std::move(run);
+    request->lateFailure = std::move(lateFailure);
+    std::unique_lock lock(fRequestLock);
+    fRequests.push_back(request);
+    fRequestQueued.notify_one();
+    while (!request->done) {
+        if (!Answering()) {
+            request->abandoned = true;
+            return true;
+        }
+        fRequestDone.wait_for(lock, std::chrono::milliseconds(5));
+    }
+    return request->succeeded;
+}
+
+void TJackBackend::RequestLoop() {
+    std::unique_lock lock(fRequestLock);
+    for (;;) {
+        fRequestQueued.wait(lock, [this] { return fRequestsEnd || !fRequests.empty(); });
+        // What was asked before the end is still carried out: ports go, links are undone.
+        if (fRequests.empty()) return;
+        std::shared_ptr<TRequest> request = std::move(fRequests.front());
+        fRequests.pop_front();
+        lock.unlock();
+        const bool succeeded = request->run();
+        lock.lock();
+        request->done = true;
+        request->succeeded = succeeded;
+        fRequestDone.notify_all();
+        if (succeeded || !request->abandoned || request->lateFailure.empty()) continue;
+        // A server on its way down refuses what it was asked before it goes, and may run a
+        // last cycle or two; its loss is told once, elsewhere.
+        lock.unlock();
+        const int64_t deadline = veldan::system_time() + kLateFailureWaitUs;
+        while (!ServerGone() && veldan::system_time() < deadline) wait_briefly();
+        if (Answering()) Report(request->lateFailure);
+        lock.lock();
+    }
+}
+
+void TJackBackend::StopRequests() {
+    {
+        std::lock_guard lock(fRequestLock);
+        fRequestsEnd = true;
+    }
+    fRequestQueued.notify_one();
+    if (fRequestThread.joinable()) fRequestThread.join();
+}
+
 void TJackBackend::WaitCycles(uint64_t cycles) {
     const uint64_t target = fCycles.load() + cycles;
     const int64_t deadline = veldan::system_time() + kFlushLimitUs;
-    while (fCycles.load() < target && !ServerGone() && veldan::system_time() < deadline)
+    while (fCycles.load() < target && Answering() && veldan::system_time() < deadline)
         wait_briefly();
 }
 
-std::unique_ptr<TMidiSystemBackend::TPort> TJackBackend::OpenPort(const std::string& name, bool) {
+std::unique_ptr<TMidiSystemBackend::TPort> TJackBackend::OpenPort(const std::string& name,
+                                                                  bool isPublic) {
     if (ServerGone()) return nullptr;
-    jack_port_t* port = jack_port_register(fClient, name.empty() ? "out" : name.c_str(),
-                                           JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
-    if (!port) return nullptr;
-    return std::make_unique<TJackPort>(*this, name, port);
+    auto handle = std::make_shared<TPortHandle>();
+    const bool made = Ask(
+        [this, handle, portName = name.empty() ? std::string("out") : name, isPublic] {
+            jack_port_t* port = jack_port_register(fClient, portName.c_str(),
+                                                   JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
+            handle->port.store(port);
+            if (isPublic) handle->draining.store(port != nullptr, std::memory_order_release);
+            return port != nullptr;
+        },
+        PortFailure(name));
+    if (!made) return nullptr;
+    return std::make_unique<TJackPort>(*this, name, handle);
 }
 
 bool TJackBackend::Link(TPort& port, const TMidiSystemConsumer& consumer) {
     if (ServerGone()) return false;
-    const char* source = jack_port_name(static_cast<TJackPort&>(port).Port());
-    int result = jack_connect(fClient, source, consumer.Address().c_str());
-    return result == 0 || result == EEXIST;
+    return Ask(
+        [this, handle = static_cast<TJackPort&>(port).Handle(), address = consumer.Address()] {
+            jack_port_t* source = handle->port.load();
+            if (!source) return false;
+            int result = jack_connect(fClient, jack_port_name(source), address.c_str());
+            if (result != 0 && result != EEXIST) return false;
+            handle->draining.store(true, std::memory_order_release);
+            return true;
+        },
+        ConnectFailure(port.Name(), consumer));
 }
 
 void TJackBackend::Unlink(TPort& port, const TMidiSystemConsumer& consumer) {
     if (ServerGone()) return;
-    jack_disconnect(fClient, jack_port_name(static_cast<TJackPort&>(port).Port()),
-                    consumer.Address().c_str());
+    Ask([this, handle = static_cast<TJackPort&>(port).Handle(), address = consumer.Address()] {
+        if (jack_port_t* source = handle->port.load())
+            jack_disconnect(fClient, jack_port_name(source), address.c_str());
+        return true;
+    });
 }
 
 void TJackBackend::Flush(TPort& port) {
     const auto& jackPort = static_cast<const TJackPort&>(port);
     const int64_t deadline = veldan::system_time() + kFlushLimitUs;
-    while (!jackPort.Empty() && !ServerGone() && veldan::system_time() < deadline) wait_briefly();
+    while (!jackPort.Empty() && Answering() && veldan::system_time() < deadline) wait_briefly();
     // The cycle that took the last events has ended once two more have begun.
     WaitCycles(2);
 }

@@ -12,13 +12,27 @@
 // ring or a full port buffer loses the event, reported once per port; the sender never
 // waits. JACK's registration callbacks only wake the service thread, which lists the
 // ports again; a server that stops is reported once and its consumers go.
+//
+// Requests to the server that make, link, unlink and drop ports run in order on a request
+// thread of the backend. The asking thread (often the window's, letting a consumer go and
+// silencing it) waits for each while the server answers, and goes on without the answer
+// once the server has run no process cycle for a while: a server that is on its way down,
+// or held, keeps a request waiting for seconds or for ever. Then the port or link counts as
+// made, what is sent waits in the port's ring, and a request the server refuses later is
+// reported if the server answers again. What was sent through a port that is dropped
+// before the server answered again is lost with it.
 
 #include <jack/jack.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "midi/system_backend.h"
@@ -56,9 +70,19 @@ class TJackBackend final : public TMidiSystemBackend {
 
   private:
     class TJackPort;
+    struct TPortHandle;
+    struct TRequest;
     using TPortList = std::vector<TJackPort*>;
 
     TJackBackend(jack_client_t* client, std::string serverName);
+    // Any thread: false once the server is gone or has run no process cycle for a while.
+    bool Answering() const;
+    // Runs request on the request thread and waits for it while the server answers. False
+    // only when the request ran and failed; a request that fails after the asker went on
+    // is reported as lateFailure, if the server answers by then.
+    bool Ask(std::function<bool()> request, std::string lateFailure = {});
+    void RequestLoop();
+    void StopRequests();
     void Publish(TPortList* next);
     void AddPort(TJackPort* port);
     void RemovePort(TJackPort* port);
@@ -73,6 +97,15 @@ class TJackBackend final : public TMidiSystemBackend {
     std::atomic<TPortList*> fPortList;
     std::atomic<int32_t> fProcessing{0};
     std::atomic<uint64_t> fCycles{0};
+    std::atomic<int64_t> fLastCycleUs;  // system_time() of the last process cycle
+    std::atomic<int64_t> fPeriodUs{0};
     std::atomic<bool> fServerGone{false};
     bool fServerGoneHandled = false;  // service thread only
+
+    std::mutex fRequestLock;  // the queue and each request's outcome
+    std::condition_variable fRequestQueued;
+    std::condition_variable fRequestDone;
+    std::deque<std::shared_ptr<TRequest>> fRequests;
+    bool fRequestsEnd = false;
+    std::thread fRequestThread;
 };

@@ -145,8 +145,7 @@ TMidiSystemConsumer* TMidiSystemBackend::FindByAddress(const std::string& addres
 void TMidiSystemBackend::ProducerRegistered(TMidiLocalProducer* producer) {
     std::lock_guard lock(fPortsLock);
     if (FindPort(producer)) return;
-    if (!OpenPortFor(producer, true))
-        Report(std::string(SystemName()) + ": cannot make the port \"" + producer->Name() + "\"");
+    if (!OpenPortFor(producer, true)) Report(PortFailure(producer->Name()));
 }
 
 void TMidiSystemBackend::ProducerUnregistered(TMidiLocalProducer* producer) {
@@ -154,9 +153,18 @@ void TMidiSystemBackend::ProducerUnregistered(TMidiLocalProducer* producer) {
     if (TPortEntry* entry = FindPort(producer)) ClosePort(entry);
 }
 
+std::string TMidiSystemBackend::ConnectFailure(const std::string& port,
+                                               const TMidiSystemConsumer& consumer) const {
+    return std::string(SystemName()) + ": cannot connect \"" + port + "\" to \"" + consumer.Name() +
+           "\"";
+}
+
+std::string TMidiSystemBackend::PortFailure(const std::string& port) const {
+    return std::string(SystemName()) + ": cannot make the port \"" + port + "\"";
+}
+
 void TMidiSystemBackend::Connect(TMidiLocalProducer* producer, TMidiSystemConsumer* consumer) {
-    const std::string what = std::string(SystemName()) + ": cannot connect \"" + producer->Name() +
-                             "\" to \"" + consumer->Name() + "\"";
+    const std::string what = ConnectFailure(producer->Name(), *consumer);
     if (consumer->IsGone()) {
         Report(what + " (it has gone)");
         return;

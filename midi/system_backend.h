@@ -19,7 +19,8 @@
 // Stop() writes the eventfd and joins it. Announcements and problems noticed on other
 // threads (real-time senders, the system's own threads) are handed to it, so roster
 // watchers and the problem handler run on the service thread, or on the thread that calls
-// Start, Stop, Connect or Disconnect. Each problem is reported once.
+// Start, Stop, Connect or Disconnect (or a thread of the backend's own that asks the system
+// on their behalf, as JACK's does). Each problem is reported once.
 
 #include <poll.h>
 
@@ -157,6 +158,9 @@ class TMidiSystemBackend : public TMidiRosterBackend {
     void RetireAllConsumers();
     // Not on a real-time thread: reports problem unless it was reported before.
     void Report(const std::string& problem);
+    // What is reported when the system refuses a link, or a port (port: the producer's name).
+    std::string ConnectFailure(const std::string& port, const TMidiSystemConsumer& consumer) const;
+    std::string PortFailure(const std::string& port) const;
 
   private:
     friend class TMidiSystemConsumer;

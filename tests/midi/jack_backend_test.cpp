@@ -26,8 +26,8 @@
 
 namespace {
 
-constexpr int kRate = kJackRate;
-constexpr int kPeriod = kJackPeriod;
+// An event placed within this of its sending is on time: a frame is 21 us.
+constexpr int64_t kOnTimeUs = 100;
 
 class JackServer : public ::testing::Test {
   protected:
@@ -126,25 +126,58 @@ TEST_F(JackServer, EventsArriveInOrderWithTheirSpacing) {
     }
     const uint8_t gs[] = {0x41, 0x10, 0x42, 0x12, 0x40, 0x00, 0x7F, 0x00, 0x41};
     out.SpraySystemExclusive(gs, sizeof gs, 0);
-    ASSERT_TRUE(reader->WaitFor(kEvents + 1)) << reader->Count();
-    for (int i = 0; i < kEvents; ++i)
-        EXPECT_EQ(reader->Bytes(i),
-                  (std::vector<uint8_t>{uint8_t(0x90 | (i % 16)), uint8_t(40 + i), 100}));
-    EXPECT_EQ(reader->Bytes(kEvents), (std::vector<uint8_t>{0xF0, 0x41, 0x10, 0x42, 0x12, 0x40,
-                                                            0x00, 0x7F, 0x00, 0x41, 0xF7}));
-    // Placement follows the send times to the frame; without real-time scheduling a late
-    // process cycle may still displace a few events by a few periods.
-    std::vector<int64_t> errors;
-    int outside = 0;
-    for (int i = 1; i < kEvents; ++i) {
-        int64_t spacing = int64_t(reader->Event(i).frame) - int64_t(reader->Event(i - 1).frame);
-        int64_t sentSpacing = int64_t(sentUs[i] - sentUs[i - 1]) * kRate / 1000000;
-        errors.push_back(std::abs(spacing - sentSpacing));
-        if (errors.back() > 2 * kPeriod) ++outside;
+    // A server without real-time scheduling on a loaded machine runs cycles late (xruns),
+    // and what a late client writes in one may never reach the reader: that loss is the
+    // server's, told by its xruns. Without an xrun, every event must come.
+    const bool all = reader->WaitFor(kEvents + 1);
+    const size_t xruns = reader->Xruns();
+    if (!all) {
+        ASSERT_GT(xruns, 0u) << "events lost without an xrun: " << reader->Count();
+        ASSERT_GT(reader->Count(), 0u) << "nothing came";
     }
-    std::sort(errors.begin(), errors.end());
-    EXPECT_LE(errors[errors.size() / 2], 32) << "median error in frames: the spacing is lost";
-    EXPECT_LE(outside, kEvents / 4) << "too many events displaced by over two periods";
+    const size_t received = std::min(reader->Count(), size_t(kEvents + 1));
+    const bool sysExCame = all || reader->Bytes(received - 1)[0] == 0xF0;
+    if (sysExCame) {
+        EXPECT_EQ(reader->Bytes(received - 1),
+                  (std::vector<uint8_t>{0xF0, 0x41, 0x10, 0x42, 0x12, 0x40, 0x00, 0x7F, 0x00, 0x41,
+                                        0xF7}));
+    }
+    // In the order sent, each note once; the note number tells which event it is.
+    std::vector<int> sent;
+    for (size_t k = 0; k < received - (sysExCame ? 1 : 0); ++k) {
+        const std::vector<uint8_t> bytes = reader->Bytes(k);
+        const int i = bytes.size() == 3 ? int(bytes[1]) - 40 : -1;
+        ASSERT_TRUE(i >= 0 && i < kEvents && (sent.empty() || i > sent.back()))
+            << "event " << k << " out of order or unknown";
+        EXPECT_EQ(bytes, (std::vector<uint8_t>{uint8_t(0x90 | (i % 16)), uint8_t(40 + i), 100}));
+        sent.push_back(i);
+    }
+    // The events sent during one period are played in the next at the same place, so each
+    // stands for a moment one period before its frame, by the server's own timing of the
+    // cycle it came in; placed on time, that is when it was sent, to a frame. A late cycle
+    // puts what was sent before the period it follows at its start: later, never earlier.
+    // Placed early, the spacing is squeezed or lost (an event put at the start of its
+    // cycle stands for a moment before it was sent). Frames are not compared with the
+    // clock: a loaded server's frame count falls behind it. An xrun can mistime a cycle
+    // either way, so a few stray events are allowed; a fault moves most or all of them.
+    int onTime = 0;
+    std::vector<int64_t> earlyUs;
+    for (size_t k = 0; k < sent.size(); ++k) {
+        const TJackReader::TEvent& event = reader->Event(k);
+        const int64_t frameUs = event.periodUs / event.cycleFrames;
+        const int64_t standsForUs = event.cycleStartUs - event.periodUs +
+                                    int64_t(event.offset) * event.periodUs / event.cycleFrames;
+        const int64_t latenessUs = standsForUs - int64_t(sentUs[size_t(sent[k])]);
+        if (latenessUs < -2 * frameUs)
+            earlyUs.push_back(-latenessUs);
+        else if (latenessUs <= kOnTimeUs)
+            ++onTime;
+    }
+    EXPECT_LE(earlyUs.size(), xruns > 0 ? 2u : 0u)
+        << "events placed before they were sent, the first by " << earlyUs.front() << " us ("
+        << xruns << " xruns)";
+    EXPECT_GE(onTime, int(sent.size()) / 5)
+        << "events placed on time, of " << sent.size() << " (" << xruns << " xruns)";
     EXPECT_TRUE(Problems().empty());
 }
 
@@ -234,4 +267,40 @@ TEST_F(JackServer, ServerStoppingWhilePlayingIsReportedOnceAndNeverBlocksTheSend
     EXPECT_EQ(Problems(), (std::vector<std::string>{"JACK: the server \"" + server->Name() +
                                                     "\" stopped; its ports are gone"}));
     EXPECT_EQ(backends.Status(), "JACK: the server \"" + server->Name() + "\" stopped");
+}
+
+// A server that stops answering (on its way down, or held) must not hold the thread that
+// lets a consumer go and silences it, which is the window's: the requests wait for the
+// server in order, and once it runs again they are carried out and leave nothing behind.
+TEST_F(JackServer, AServerThatStopsAnsweringNeverHoldsTheDisconnectingThread) {
+    ASSERT_EQ(out.Connect(consumer), 0);
+    out.SprayNoteOn(0, 60, 100, 0);
+    ASSERT_TRUE(reader->WaitFor(1));
+    server->Freeze();
+
+    TMidiLocalProducer silencer("DisconnectProducer");
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(out.Disconnect(consumer), 0);
+    ASSERT_EQ(silencer.Connect(consumer), 0);
+    for (uint8_t channel = 0; channel < 16; ++channel)
+        for (uint8_t controller : {123, 120, 121})
+            silencer.SprayControlChange(channel, controller, 0, 0);
+    ASSERT_EQ(silencer.Disconnect(consumer), 0);
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_LT(took, std::chrono::milliseconds(500))
+        << std::chrono::duration_cast<std::chrono::milliseconds>(took).count()
+        << " ms: the disconnecting thread waited for a server that does not answer";
+
+    server->Resume();
+    const std::string privatePort = jack->ClientName() + ":DisconnectProducer";
+    EXPECT_TRUE(wait_for([&] {
+        return !Connected("Quill MIDI OUT A") && !jack_port_by_name(Client(), privatePort.c_str());
+    })) << "the requests left behind were not carried out";
+    // The port works as before once the server answers again.
+    const size_t before = reader->Count();
+    ASSERT_EQ(out.Connect(consumer), 0);
+    out.SprayNoteOn(0, 62, 100, 0);
+    ASSERT_TRUE(reader->WaitFor(before + 1)) << reader->Count();
+    EXPECT_EQ(reader->Bytes(reader->Count() - 1), (std::vector<uint8_t>{0x90, 62, 100}));
+    EXPECT_TRUE(Problems().empty()) << Problems().front();
 }

@@ -52,6 +52,7 @@ class TChaosJack {
         });
         if (!a || !b) return Fail("the JACK clients are not in the roster");
         fAddressA = fReaderA->PortName();
+        fIdA = a->ID();
         Toggle(view, 0, a->ID());
         Toggle(view, 1, b->ID());
         if (!view.Ports().IsPortConnected(0) || !view.Ports().IsPortConnected(1))
@@ -75,6 +76,19 @@ class TChaosJack {
             fReceivedByB = fReaderB->Count();
             fServer->Stop();
         });
+    }
+    // The server stops answering until StopServer (or a few seconds have passed).
+    void FreezeServer() { fServer->Freeze(); }
+    void StopServer() { fServer->Stop(); }
+    // Client A's roster id: port A is connected to it.
+    int32_t ConsumerA() const { return fIdA; }
+    // The MIDI OUT menu's item for a consumer of a port: connects, or lets go and silences.
+    static void Toggle(quill::TQuillView& view, int32_t port, int32_t id) {
+        veldan::TMessage item(quill::TQuillView::kMsgMidiOut);
+        item.AddInt32(quill::TQuillView::kMidiPortField, port);
+        item.AddInt32(quill::TQuillView::kConsumerIdField, id);
+        veldan::post_message(&view, item);
+        QCoreApplication::sendPostedEvents();
     }
     void Join() {
         if (fKiller.joinable()) fKiller.join();
@@ -110,13 +124,6 @@ class TChaosJack {
         fError = error;
         return false;
     }
-    static void Toggle(quill::TQuillView& view, int32_t port, int32_t id) {
-        veldan::TMessage item(quill::TQuillView::kMsgMidiOut);
-        item.AddInt32(quill::TQuillView::kMidiPortField, port);
-        item.AddInt32(quill::TQuillView::kConsumerIdField, id);
-        veldan::post_message(&view, item);
-        QCoreApplication::sendPostedEvents();
-    }
 
     std::unique_ptr<TJackServer> fServer;
     std::unique_ptr<TJackReader> fReaderA;
@@ -125,6 +132,7 @@ class TChaosJack {
     std::mutex fLock;
     std::vector<std::string> fProblems;
     std::string fAddressA;
+    int32_t fIdA = 0;
     std::string fError;
     std::thread fKiller;
     size_t fHeardAtFirst = 0, fHeardAtSecond = 0, fReceivedByA = 0, fReceivedByB = 0;

@@ -14,8 +14,11 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/wait.h"
@@ -66,7 +69,31 @@ class TJackServer {
             timeout);
     }
 
+    // The server stops answering, as one on its way down or held by a debugger: its clients'
+    // requests wait, and no process cycle runs. It runs again at Resume, or by itself after
+    // limit, so that a caller that waits for it makes its test fail instead of hang.
+    void Freeze(std::chrono::milliseconds limit = std::chrono::seconds(3)) {
+        if (fPid < 0 || fThaw.joinable()) return;
+        kill(fPid, SIGSTOP);
+        fThawed = false;
+        fThaw = std::thread([this, limit] {
+            std::unique_lock lock(fThawLock);
+            fThawWake.wait_for(lock, limit, [&] { return fThawed; });
+            kill(fPid, SIGCONT);
+        });
+    }
+    void Resume() {
+        if (!fThaw.joinable()) return;
+        {
+            std::lock_guard lock(fThawLock);
+            fThawed = true;
+        }
+        fThawWake.notify_one();
+        fThaw.join();
+    }
+
     void Stop() {
+        Resume();
         if (fPid < 0) return;
         kill(fPid, SIGTERM);
         bool reaped = wait_for([&] { return waitpid(fPid, nullptr, WNOHANG) == fPid; });
@@ -81,6 +108,10 @@ class TJackServer {
     static inline int sCount = 0;
     const std::string fName;
     pid_t fPid = -1;
+    std::thread fThaw;
+    std::mutex fThawLock;
+    std::condition_variable fThawWake;
+    bool fThawed = true;
 };
 
 // A JACK client with one MIDI input port that writes down every event with its frame.
@@ -90,6 +121,12 @@ class TJackReader {
         jack_nframes_t frame;
         uint32_t length;
         std::array<uint8_t, 16> bytes;
+        // The cycle it came in, as the server timed it: when the cycle began (JACK's
+        // microseconds) and how long a period lasts; offset is the frame within the cycle.
+        int64_t cycleStartUs;
+        int64_t periodUs;
+        jack_nframes_t offset;
+        jack_nframes_t cycleFrames;
     };
     TJackReader(const std::string& server, const char* name, size_t capacity = 4096)
         : fEvents(capacity) {
@@ -145,6 +182,11 @@ class TJackReader {
     void Process(jack_nframes_t frames) {
         void* buffer = jack_port_get_buffer(fPort, frames);
         const jack_nframes_t cycleStart = jack_last_frame_time(fClient);
+        jack_nframes_t cycleFrame;
+        jack_time_t cycleStartUs = 0;
+        jack_time_t nextCycleUs;
+        float periodUs = 0;
+        jack_get_cycle_times(fClient, &cycleFrame, &cycleStartUs, &nextCycleUs, &periodUs);
         const uint32_t events = jack_midi_get_event_count(buffer);
         size_t count = fCount.load(std::memory_order_relaxed);
         for (uint32_t i = 0; i < events && count < fEvents.size(); ++i) {
@@ -152,6 +194,10 @@ class TJackReader {
             if (jack_midi_event_get(&event, buffer, i) != 0) continue;
             TEvent& slot = fEvents[count++];
             slot.frame = cycleStart + event.time;
+            slot.cycleStartUs = int64_t(cycleStartUs);
+            slot.periodUs = int64_t(periodUs);
+            slot.offset = event.time;
+            slot.cycleFrames = frames;
             slot.length = uint32_t(std::min(event.size, slot.bytes.size()));
             std::memcpy(slot.bytes.data(), event.buffer, slot.length);
         }
