@@ -10,15 +10,15 @@ TLoopPlan::TLoopPlan(const TLoopPoints& points, const TLoopSettings& settings,
     fActive = true;
     fStartTick = points.startTick;
     fEndTick = points.endTick;
-    fTimes = uint32_t(std::clamp(settings.times, TLoopSettings::kMinTimes,
-                                 TLoopSettings::kMaxTimes));
+    fTimes =
+        uint32_t(std::clamp(settings.times, TLoopSettings::kMinTimes, TLoopSettings::kMaxTimes));
     fLast = {fTimes, fEndTick};
     const int64_t startUs = tempoMap.TickToUs(fStartTick, 100);
     const int64_t bodyUs = tempoMap.TickToUs(fEndTick, 100) - startUs;
     // A body that takes no time (a Set Tempo of 0) would loop for ever under a fade.
     if (bodyUs <= 0) return;
-    fFadeUs = int64_t(std::clamp(settings.fadeSeconds, 0, TLoopSettings::kMaxFadeSeconds)) *
-              1000000;
+    fFadeUs =
+        int64_t(std::clamp(settings.fadeSeconds, 0, TLoopSettings::kMaxFadeSeconds)) * 1000000;
     if (fFadeUs == 0) return;
     // The fade's end: whole bodies, then the first tick of the next at or past the rest.
     const int64_t bodies = fFadeUs / bodyUs;

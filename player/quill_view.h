@@ -195,6 +195,8 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
 
     void UpdatePortCompos();
     void UpdatePosCompo();
+    // Hands the marked-loop preferences to the producer.
+    void ApplyLoopPrefs();
     void ExpSongTitle();
 
     void MessageReceived(veldan::TMessage* message) override;

@@ -322,7 +322,8 @@ TEST(LoopPlay, TheFiltersRampTheVelocitiesDownToSilence) {
     std::vector<int> velocities;
     for (const TMidiRecorder::TEntry& entry : f.portA.Entries()) {
         const uint8_t* bytes = f.portA.BytesOf(entry);
-        if (entry.length == 3 && bytes[0] == 0x90 && bytes[1] == 0x3E) velocities.push_back(bytes[2]);
+        if (entry.length == 3 && bytes[0] == 0x90 && bytes[1] == 0x3E)
+            velocities.push_back(bytes[2]);
     }
     // Two passes at full velocity, then ten fading ones.
     ASSERT_EQ(velocities.size(), 12u);
