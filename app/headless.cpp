@@ -140,6 +140,12 @@ int render(const THeadlessOptions& options) {
     render.tempoPercent = options.tempoPercent;
     render.key = options.key;
     render.volumePercent = options.volumePercent;
+    // Rendering reads no preferences: the loops only when asked for.
+    TLoopSettings loops;
+    loops.on = options.loopTimes > 0;
+    if (options.loopTimes > 0) loops.times = options.loopTimes;
+    if (options.fadeSeconds >= 0) loops.fadeSeconds = options.fadeSeconds;
+    producer.SetLoopSettings(loops);
     const bool terminal = isatty(STDOUT_FILENO);
     auto progress = [terminal](int64_t doneUs, int64_t totalUs) {
         if (terminal && totalUs > 0) {
@@ -154,7 +160,7 @@ int render(const THeadlessOptions& options) {
         return 1;
     }
     const int64_t lengthUs =
-        producer.TempoMap().TickToUs(producer.CountTicks(), render.tempoPercent);
+        producer.PlayedTickToUs(producer.CountPlayedTicks(), render.tempoPercent);
     std::printf("%sRendered %s (%s)\n", terminal ? "\r" : "", options.renderPath.c_str(),
                 clock_text(lengthUs).c_str());
     return 0;
@@ -305,6 +311,11 @@ void THeadlessPlayer::ApplyOptionsToPrefs() {
         fPrefs.waitBetweenSongs = true;
         fPrefs.silenceBetweenSongsUs = fOptions.songSilenceSeconds * 1000000LL;
     }
+    if (fOptions.loopTimes > 0) {
+        fPrefs.loops.on = true;
+        fPrefs.loops.times = fOptions.loopTimes;
+    }
+    if (fOptions.fadeSeconds >= 0) fPrefs.loops.fadeSeconds = fOptions.fadeSeconds;
     // The files play in the order given.
     fPrefs.autoSortKind = TPref::kSortNone;
 }

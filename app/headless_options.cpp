@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cstring>
 
+#include "engine/loop_plan.h"
+
 const char* const kHeadlessUsage =
     "usage: quillmidi [FILE...]                          open the window with these files\n"
     "       quillmidi --headless [options] FILE...       play without a window\n"
@@ -27,6 +29,11 @@ const char* const kHeadlessUsage =
     "  --reset-silence MS    silence after each reset, 0..60000 ms\n"
     "  --song-silence S      silence before each song, 0..3600 s\n"
     "                        (without these three, as the preferences say)\n"
+    "  --loops N             play the loop a song marks (controller 111, or the markers\n"
+    "                        loopStart and loopEnd) N more times, 1..99, then fade out\n"
+    "  --fade S              the fade after the loops, 0..30 s\n"
+    "                        (without these two, as the preferences say; --render plays\n"
+    "                        loops only with --loops, and fades 8 s unless told)\n"
     "  --trace FILE          write every event that leaves the ports: <us> <A|B> <bytes>\n";
 
 namespace {
@@ -45,13 +52,16 @@ bool parse_headless_options(int argc, char** argv, THeadlessOptions* options, st
         int32_t low, high;
         int32_t* target;
     };
-    const TRange ranges[] = {{"--key", -12, 12, &options->key},
-                             {"--tempo", 30, 300, &options->tempoPercent},
-                             {"--volume", 0, 200, &options->volumePercent},
-                             {"--mode", 0, 5, &options->playMode},
-                             {"--resets", 0, 15, &options->resetMask},
-                             {"--reset-silence", 0, 60000, &options->resetSilenceMs},
-                             {"--song-silence", 0, 3600, &options->songSilenceSeconds}};
+    const TRange ranges[] = {
+        {"--key", -12, 12, &options->key},
+        {"--tempo", 30, 300, &options->tempoPercent},
+        {"--volume", 0, 200, &options->volumePercent},
+        {"--mode", 0, 5, &options->playMode},
+        {"--resets", 0, 15, &options->resetMask},
+        {"--reset-silence", 0, 60000, &options->resetSilenceMs},
+        {"--song-silence", 0, 3600, &options->songSilenceSeconds},
+        {"--loops", TLoopSettings::kMinTimes, TLoopSettings::kMaxTimes, &options->loopTimes},
+        {"--fade", 0, TLoopSettings::kMaxFadeSeconds, &options->fadeSeconds}};
     struct TText {
         const char* name;
         std::string* target;

@@ -25,6 +25,7 @@ bool export_current_song(QWidget* parent, const quill::TQuillView& view, const v
         *error = song.empty() ? "no song" : producer.LastError();
         return false;
     }
+    producer.SetLoopSettings(prefs.loops);
     const quill::TControlBar& bar = *view.ControlBar();
     TRenderOptions options;
     options.tempoPercent = bar.SliderValue(quill::TControlBar::kTempo);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/loop_plan.h"
 #include "midi/midi_defs.h"
 
 TMidiFilter::TMidiFilter(const std::string& name) : TMidiPassThrough(name) {}
@@ -20,6 +21,11 @@ int32_t TMidiFilter::SetVolume(int32_t percent) {
 
 uint8_t TMidiFilter::ScaleVelocity(uint8_t velocity, int32_t volumePercent) {
     int64_t scaled = int64_t(velocity) * volumePercent / 100;
+    return uint8_t(std::clamp<int64_t>(scaled, 0, 127));
+}
+
+uint8_t TMidiFilter::ScaleVelocity(uint8_t velocity, int32_t volumePercent, int32_t fadeLevel) {
+    int64_t scaled = int64_t(velocity) * volumePercent * fadeLevel / (100 * TLoopPlan::kFadeFull);
     return uint8_t(std::clamp<int64_t>(scaled, 0, 127));
 }
 
@@ -59,7 +65,10 @@ void TMidiFilter::NoteOn(uint8_t channel, uint8_t note, uint8_t velocity, int64_
     }
     if (MutedChannels() & (1u << (channel & 0x0F))) return;
     const uint8_t out = Transpose(channel, note, Key());
-    const uint8_t scaled = ScaleVelocity(velocity, Volume());
+    const std::atomic<int32_t>* fade = fFadeSource.load(std::memory_order_acquire);
+    const uint8_t scaled =
+        fade ? ScaleVelocity(velocity, Volume(), fade->load(std::memory_order_relaxed))
+             : ScaleVelocity(velocity, Volume());
     // Turned into a release by the volume: it starts nothing that a note-off would owe.
     if (scaled == 0) {
         fOutput.SprayNoteOn(channel, out, 0, time);

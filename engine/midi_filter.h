@@ -9,9 +9,13 @@
 // without leaving a note hanging. A note-off that nothing is owed to takes the key in
 // force.
 //
+// A song that plays its marked loops fades out at its end: the note-on velocities are
+// scaled by the fade level (per mille) that the play thread writes as the song goes on, a
+// ramp down to silence that costs the receive thread one atomic load per note-on.
+//
 // Threads: hooks on the filter's receive thread, which alone touches the note table (a
 // fixed array: nothing allocates or locks there); SetKey/SetVolume from the owner's
-// thread. Key and volume are atomics read once per event.
+// thread. Key, volume and the fade level are atomics read once per event.
 
 #include <array>
 #include <atomic>
@@ -38,7 +42,15 @@ class TMidiFilter : public TMidiPassThrough {
     void NoteOff(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) override;
     void NoteOn(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) override;
 
+    // Owner's thread, before events come: where the fade level is read (the producer's,
+    // which must outlive the filter's receiving); null for no fade.
+    void SetFadeSource(const std::atomic<int32_t>* level) {
+        fFadeSource.store(level, std::memory_order_release);
+    }
+
     static uint8_t ScaleVelocity(uint8_t velocity, int32_t volumePercent);
+    // Also by a fade level from 1000 (full) down to 0 (silence).
+    static uint8_t ScaleVelocity(uint8_t velocity, int32_t volumePercent, int32_t fadeLevel);
     static uint8_t Transpose(uint8_t channel, uint8_t note, int32_t semitones);
 
   private:
@@ -54,4 +66,5 @@ class TMidiFilter : public TMidiPassThrough {
     std::atomic<int32_t> fKey{0};
     std::atomic<int32_t> fVolume{100};
     std::atomic<uint16_t> fMuted{0};
+    std::atomic<const std::atomic<int32_t>*> fFadeSource{nullptr};
 };

@@ -19,8 +19,8 @@ namespace {
 constexpr int64_t kProgressEveryUs = 1000000;
 constexpr sf_count_t kCopyFrames = 8192;
 
-// Takes the walked events to the synthesizer at their song time.
-class TRenderSink : public TSMFEventSink {
+// Takes the walked events to the synthesizer at their time in the song as played.
+class TRenderSink : public TPlaySink {
   public:
     TRenderSink(TSMFProducer& producer, TSynthConsumer& synth, const TRenderOptions& options,
                 const TRenderProgressFn& progress)
@@ -28,11 +28,16 @@ class TRenderSink : public TSMFEventSink {
           fSynth(synth),
           fOptions(options),
           fProgress(progress),
-          fTotalUs(producer.TempoMap().TickToUs(producer.CountTicks(), options.tempoPercent)) {}
+          fTotalUs(producer.PlayedTickToUs(producer.CountPlayedTicks(), options.tempoPercent)) {}
 
-    void Event(const TSMFEvent& e) override {
+    bool Cancelled() const { return fCancelled; }
+    int64_t TotalUs() const { return fTotalUs; }
+
+  protected:
+    void Deliver(const TSMFEvent& e) override {
         if (fCancelled || e.status < 0x80) return;
-        const int64_t us = fProducer.TempoMap().TickToUs(e.tick, fOptions.tempoPercent);
+        const int64_t us = fProducer.PlayedTickToUs(
+            fProducer.LoopPlan().PlayedTick({Pass(), e.tick}), fOptions.tempoPercent);
         fSynth.RenderUntilUs(us);
         if (us >= fNextProgressUs) {
             fNextProgressUs = us + kProgressEveryUs;
@@ -41,8 +46,6 @@ class TRenderSink : public TSMFEventSink {
         fSynth.SelectPort(int(e.port));
         Send(e);
     }
-    bool Cancelled() const { return fCancelled; }
-    int64_t TotalUs() const { return fTotalUs; }
 
   private:
     void Send(const TSMFEvent& e) {
@@ -55,9 +58,11 @@ class TRenderSink : public TSMFEventSink {
                 return;
             case midi::kNoteOn:
                 // Velocity 0 is a note-off, whatever the volume.
-                fSynth.NoteOn(channel, TMidiFilter::Transpose(channel, d[0], fOptions.key),
-                              d[1] ? TMidiFilter::ScaleVelocity(d[1], fOptions.volumePercent) : 0,
-                              0);
+                fSynth.NoteOn(
+                    channel, TMidiFilter::Transpose(channel, d[0], fOptions.key),
+                    d[1] ? TMidiFilter::ScaleVelocity(d[1], fOptions.volumePercent, FadeLevel())
+                         : 0,
+                    0);
                 return;
             case midi::kKeyPressure:
                 fSynth.KeyPressure(channel, d[0], d[1], 0);
@@ -146,13 +151,14 @@ int32_t render_wav(TSMFProducer& producer, const std::string& wavPath,
     std::unique_ptr<TSynthConsumer> synth = TSynthConsumer::Create(synthOptions, error);
     if (!synth) return -1;
     TRenderSink sink(producer, *synth, options, progress);
-    producer.Walk(sink);
+    producer.WalkPlayed(sink);
     if (sink.Cancelled()) {
         synth->DiscardWav();
         *error = "cancelled";
         return -1;
     }
-    // The song's last tick may come after its last event (a long End of Track).
+    // The song's last tick may come after its last event (a long End of Track), and a
+    // fade may end between two events.
     synth->RenderUntilUs(sink.TotalUs());
     if (!synth->Finish(options.tailUs)) {
         *error = "cannot write " + wavPath;

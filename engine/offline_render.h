@@ -3,7 +3,8 @@
 // when the name ends in ".flac", faster than real time: the song is walked with a virtual clock
 // (its tempo map at the chosen rate), and the synthesizer renders the samples between one event and
 // the next. Both lanes are rendered, as the synthesizer hears ports A and B (channels 1-16 and
-// 17-32); the key and the volume are applied as the output chain applies them.
+// 17-32); the key and the volume are applied as the output chain applies them, and a
+// marked loop is played as the producer's loop settings say (see TLoopPlan).
 
 #include <cstdint>
 #include <functional>

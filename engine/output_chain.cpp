@@ -20,6 +20,7 @@ TOutputChain::TOutputChain(TSMFProducer& producer) {
         // lane B on its port-B channels.
         fFilters[port]->Producer()->SetPort(port);
         fFilters[port]->Producer()->Register();
+        fFilters[port]->SetFadeSource(&producer.FadeLevel());
         fManagers[port] = std::make_unique<TNoteOnManager>();
         fManagers[port]->Connect(fFilters[port].get());
         producer.Producer(port)->Connect(fManagers[port].get());

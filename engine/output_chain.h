@@ -18,6 +18,7 @@ class TOutputChain {
   public:
     static constexpr int kPorts = 2;
 
+    // The producer must outlive the chain: the filters read its fade level.
     explicit TOutputChain(TSMFProducer& producer);
     ~TOutputChain();
 

@@ -7,13 +7,23 @@
 namespace {
 
 constexpr uint64_t kSeekPending = uint64_t(1) << 32;
+constexpr int kSeekPassShift = 33;
+
+uint64_t pack_pos(TLoopPlan::TPos pos) { return uint64_t(pos.pass) << 32 | pos.tick; }
 
 // Sends the song's events through the producer's lanes, as they come due.
-class TSprayToLanes : public TSMFEventSink {
+class TSprayToLanes : public TPlaySink {
   public:
-    explicit TSprayToLanes(const TSMFProducer& producer) : fProducer(producer) {}
+    explicit TSprayToLanes(TSMFProducer& producer, std::atomic<int32_t>& fadeLevel)
+        : fProducer(producer), fFadeLevel(fadeLevel) {}
 
-    void Event(const TSMFEvent& e) override {
+    // The filters read it for every note-on after this.
+    void FadeLevelChanged(int32_t level) override {
+        fFadeLevel.store(level, std::memory_order_relaxed);
+    }
+
+  protected:
+    void Deliver(const TSMFEvent& e) override {
         const TMidiLocalProducer& out = *fProducer.Producer(long(e.port));
         uint8_t channel = e.status & 0x0F;
         const uint8_t* d = e.data;
@@ -47,6 +57,7 @@ class TSprayToLanes : public TSMFEventSink {
 
   private:
     const TSMFProducer& fProducer;
+    std::atomic<int32_t>& fFadeLevel;
 };
 
 }  // namespace
@@ -59,16 +70,28 @@ TPlayThread::TPlayThread(TSMFProducer* producer)
 
 TPlayThread::~TPlayThread() { Stop(); }
 
-void TPlayThread::RequestSeek(uint32_t tick) {
-    fSeek.store(kSeekPending | tick, std::memory_order_release);
-    fCurrentTick.store(tick, std::memory_order_release);
+void TPlayThread::RequestSeek(TLoopPlan::TPos pos) {
+    fSeek.store(uint64_t(pos.pass) << kSeekPassShift | kSeekPending | pos.tick,
+                std::memory_order_release);
+    PublishPos(pos);
     Interrupt();
 }
 
-bool TPlayThread::TakeSeek(uint32_t* tick) {
+void TPlayThread::SetCurrentPos(TLoopPlan::TPos pos) { PublishPos(pos); }
+
+void TPlayThread::PublishPos(TLoopPlan::TPos pos) {
+    fCurrentPos.store(pack_pos(pos), std::memory_order_release);
+}
+
+TLoopPlan::TPos TPlayThread::CurrentPos() const {
+    const uint64_t word = fCurrentPos.load(std::memory_order_acquire);
+    return {uint32_t(word >> 32), uint32_t(word)};
+}
+
+bool TPlayThread::TakeSeek(TLoopPlan::TPos* pos) {
     uint64_t request = fSeek.exchange(0, std::memory_order_acq_rel);
     if (!(request & kSeekPending)) return false;
-    *tick = uint32_t(request);
+    *pos = {uint32_t(request >> kSeekPassShift), uint32_t(request)};
     return true;
 }
 
@@ -103,42 +126,57 @@ bool TPlayThread::SleepUntilDue(uint32_t tick, TSongClock* clock) {
 
 int32_t TPlayThread::Execute() {
     TSMFProducer& producer = *fProducer;
-    TSprayToLanes lanes(producer);
-    uint32_t tick = 0;
-    TakeSeek(&tick);
+    const TLoopPlan& plan = producer.fLoopPlan;
+    TSprayToLanes lanes(producer, producer.fFadeLevel);
+    TLoopPlan::TPos pos;
+    TakeSeek(&pos);
     producer.Rewind();
-    for (auto& track : producer.fTracks) track->SetCurrentTick(tick);
+    for (auto& track : producer.fTracks) track->SetCurrentTick(pos.tick);
+    // Looked up before playing starts, and again only at a seek.
+    int64_t fadeElapsedUs = plan.FadeElapsedUs(pos, producer.TempoMap());
 
     const int16_t division = producer.Division();
     TSongClock clock;
     const int64_t startUs = veldan::system_time();
-    clock.Start(startUs, tick, producer.Tempo(), division, producer.TempoRate());
+    clock.Start(startUs, pos.tick, producer.Tempo(), division, producer.TempoRate());
     producer.fPlayStartedUs.store(startUs, std::memory_order_release);
 
     for (;;) {
         if (producer.fPauseRequest.load(std::memory_order_acquire)) {
             if (!PauseHere()) return 0;
+            // The owner silenced what sounded when it paused.
+            lanes.ForgetSounding();
             // kept: the rest that was cut by the pause is not carried over; the events of
             // the tick being waited for go out at once.
-            clock.Start(veldan::system_time(), tick, producer.Tempo(), division,
+            clock.Start(veldan::system_time(), pos.tick, producer.Tempo(), division,
                         producer.TempoRate());
         }
-        uint32_t seekTick;
-        if (TakeSeek(&seekTick)) {
-            tick = seekTick;
-            for (auto& track : producer.fTracks) track->SetCurrentTick(tick);
-            producer.ChaseTo(tick, lanes, &fChaseState);
-            clock.Start(veldan::system_time(), tick, producer.Tempo(), division,
+        if (TakeSeek(&pos)) {
+            for (auto& track : producer.fTracks) track->SetCurrentTick(pos.tick);
+            // The owner silences what sounds before it seeks.
+            lanes.ForgetSounding();
+            producer.ChaseTo(pos.tick, lanes, &fChaseState);
+            fadeElapsedUs = plan.FadeElapsedUs(pos, producer.TempoMap());
+            clock.Start(veldan::system_time(), pos.tick, producer.Tempo(), division,
                         producer.TempoRate());
         }
-        uint32_t wait = producer.SprayTick(tick, lanes);
+        const uint32_t pass = pos.pass;
+        const uint32_t stopTick = pos.tick;
+        if (!producer.LoopStep(&pos, fadeElapsedUs, lanes, &fChaseState)) break;
+        if (pos.pass != pass) {
+            // The loop's start is due when its end was: the clock goes on without a gap.
+            clock.Start(clock.TimeOf(stopTick), pos.tick, producer.Tempo(), division, clock.Rate());
+            PublishPos(pos);
+        }
+        uint32_t wait = producer.SprayTick(pos.tick, lanes);
         if (StopRequested()) return 0;
         // A Set Tempo takes effect from its own tick.
-        if (producer.Tempo() != clock.Tempo()) clock.SetTempo(tick, producer.Tempo());
-        if (wait == TSMFTrack::kNoEvent) break;
-        tick += wait;
-        fCurrentTick.store(tick, std::memory_order_release);
-        if (!SleepUntilDue(tick, &clock)) return 0;
+        if (producer.Tempo() != clock.Tempo()) clock.SetTempo(pos.tick, producer.Tempo());
+        const uint32_t next = producer.NextTick(pos, wait, &fadeElapsedUs);
+        if (next == TSMFTrack::kNoEvent) break;
+        pos.tick = next;
+        PublishPos(pos);
+        if (!SleepUntilDue(pos.tick, &clock)) return 0;
     }
     producer.SongEnded();
     return 0;

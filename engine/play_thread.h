@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "engine/chase_index.h"
+#include "engine/loop_plan.h"
 #include "engine/tempo_map.h"
 #include "veldan/base/thread.h"
 
@@ -24,26 +25,30 @@ class TPlayThread : public veldan::TThread {
     ~TPlayThread() override;
 
     // Owner's thread; wait-free. Applied by the thread at its next step.
-    void RequestSeek(uint32_t tick);
+    void RequestSeek(TLoopPlan::TPos pos);
     // Owner's thread, only while the thread is not running (terminated).
-    void SetCurrentTick(uint32_t tick) { fCurrentTick.store(tick, std::memory_order_release); }
-    // The tick being played or waited for; a pending seek's target once requested.
-    uint32_t CurrentTick() const { return fCurrentTick.load(std::memory_order_acquire); }
+    void SetCurrentPos(TLoopPlan::TPos pos);
+    // The pass and tick being played or waited for; a pending seek's target once requested.
+    // Any thread: both come from one word, so a jump is never seen half made.
+    TLoopPlan::TPos CurrentPos() const;
     void Wake() { Interrupt(); }
 
   protected:
     int32_t Execute() override;
 
   private:
-    bool TakeSeek(uint32_t* tick);
+    bool TakeSeek(TLoopPlan::TPos* pos);
+    void PublishPos(TLoopPlan::TPos pos);
     bool PauseHere();
     bool RequestPending() const;
     // Sleeps until tick is due by clock, or until a request comes; false when stopping.
     bool SleepUntilDue(uint32_t tick, TSongClock* clock);
 
     TSMFProducer* fProducer;
-    std::atomic<uint32_t> fCurrentTick{0};
-    // Bit 32 set: a seek to the low 32 bits is pending.
+    // The pass in the high 32 bits, the tick in the low.
+    std::atomic<uint64_t> fCurrentPos{0};
+    // Bit 32 set: a seek is pending, to the tick in the low 32 bits and the pass in the
+    // bits above bit 32.
     std::atomic<uint64_t> fSeek{0};
     // Room for a chase, made with the thread so that a seek allocates nothing.
     TChaseIndex::TState fChaseState;

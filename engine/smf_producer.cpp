@@ -8,6 +8,7 @@
 
 #include "engine/play_thread.h"
 #include "engine/rmid.h"
+#include "midi/midi_defs.h"
 #include "veldan/base/clock.h"
 
 namespace {
@@ -18,7 +19,53 @@ uint32_t get_uint32(const uint8_t* p) {
 
 uint16_t get_uint16(const uint8_t* p) { return uint16_t(p[0] << 8 | p[1]); }
 
+// As the note-on manager silences notes.
+constexpr uint8_t kReleaseVelocity = 64;
+
+size_t sounding_index(uint32_t port, uint8_t channel, uint8_t note) {
+    return (size_t(port & 1) * 16 + (channel & 0x0F)) * 128 + (note & 0x7F);
+}
+
 }  // namespace
+
+void TPlaySink::Event(const TSMFEvent& event) {
+    const uint8_t kind = event.status & 0xF0;
+    if ((kind == midi::kNoteOn || kind == midi::kNoteOff) && event.length >= 2) {
+        uint8_t& count = fSounding[sounding_index(event.port, event.status, event.data[0])];
+        if (kind == midi::kNoteOn && event.data[1] > 0) {
+            if (count < UINT8_MAX) ++count;
+        } else if (count > 0) {
+            --count;
+        }
+    }
+    Deliver(event);
+}
+
+void TPlaySink::ReleaseSounding(uint32_t tick) {
+    TSMFEvent off{};
+    off.tick = tick;
+    off.length = 2;
+    for (uint32_t port = 0; port < 2; ++port) {
+        for (uint8_t channel = 0; channel < 16; ++channel) {
+            for (uint8_t note = 0; note < 128; ++note) {
+                uint8_t& count = fSounding[sounding_index(port, channel, note)];
+                off.port = port;
+                off.status = uint8_t(midi::kNoteOff | channel);
+                off.channelData[0] = note;
+                off.channelData[1] = kReleaseVelocity;
+                off.data = off.channelData;
+                // A synthesizer that stacks voices owes one note-off per strike.
+                for (; count > 0; --count) Deliver(off);
+            }
+        }
+    }
+}
+
+void TPlaySink::SetFadeLevel(int32_t level) {
+    if (level == fFadeLevel) return;
+    fFadeLevel = level;
+    FadeLevelChanged(level);
+}
 
 TSMFProducer::TSMFProducer() {
     for (int i = 0; i < 2; ++i)
@@ -87,6 +134,8 @@ int32_t TSMFProducer::SetTo(std::vector<uint8_t> bytes) {
         return Fail(std::move(reason));
     }
     if (IsChaseOn()) BuildChaseIndex();
+    FindLoopPoints();
+    UpdateLoopPlan();
     fLastError.clear();
     return 0;
 }
@@ -129,6 +178,8 @@ void TSMFProducer::Unset() {
     fTempoMap = TTempoMap();
     fTotalTicks = 0;
     fChaseIndex.reset();
+    fLoopPoints = {};
+    fLoopPlan = {};
 }
 
 void TSMFProducer::SetChase(bool on) {
@@ -147,8 +198,100 @@ void TSMFProducer::BuildChaseIndex() {
     }
 }
 
+void TSMFProducer::FindLoopPoints() {
+    uint32_t controller = TSMFTrack::kNoEvent;
+    uint32_t start = TSMFTrack::kNoEvent;
+    uint32_t end = TSMFTrack::kNoEvent;
+    for (const auto& track : fTracks) {
+        controller = std::min(controller, track->LoopControllerTick());
+        start = std::min(start, track->LoopStartMarkerTick());
+        end = std::min(end, track->LoopEndMarkerTick());
+    }
+    fLoopPoints = {};
+    // The markers name both ends; controller 111 names the start, and the song's end ends it.
+    if (start != TSMFTrack::kNoEvent) {
+        fLoopPoints.startTick = start;
+        fLoopPoints.endTick = end != TSMFTrack::kNoEvent ? end : fTotalTicks;
+    } else if (controller != TSMFTrack::kNoEvent) {
+        fLoopPoints.startTick = controller;
+        fLoopPoints.endTick = fTotalTicks;
+    }
+    fLoopPoints.found = fLoopPoints.endTick > fLoopPoints.startTick;
+}
+
+void TSMFProducer::SetLoopSettings(const TLoopSettings& settings) {
+    fLoopSettings = settings;
+    UpdateLoopPlan();
+}
+
+void TSMFProducer::UpdateLoopPlan() {
+    if (fPlayThread) return;
+    fLoopPlan = TLoopPlan(fLoopPoints, fLoopSettings, fTempoMap);
+    fFadeLevel.store(TLoopPlan::kFadeFull, std::memory_order_relaxed);
+    if (fLoopPlan.IsActive() && !fChaseIndex) BuildChaseIndex();
+}
+
+TLoopPlan::TPos TSMFProducer::LastPos() const {
+    return fLoopPlan.IsActive() ? fLoopPlan.Last() : TLoopPlan::TPos{0, fTotalTicks};
+}
+
+uint64_t TSMFProducer::PlayedTick() const {
+    return fPlayThread ? fLoopPlan.PlayedTick(fPlayThread->CurrentPos()) : 0;
+}
+
+int32_t TSMFProducer::SetPlayedTick(uint64_t playedTick) {
+    return SetPlayedPos(fLoopPlan.PosOfPlayed(playedTick));
+}
+
+int64_t TSMFProducer::PlayedTickToUs(uint64_t playedTick, int32_t ratePercent) const {
+    const TLoopPlan::TPos pos = fLoopPlan.PosOfPlayed(playedTick);
+    int64_t us = fTempoMap.TickToUs(pos.tick, ratePercent);
+    if (pos.pass > 0)
+        us += int64_t(pos.pass) * (fTempoMap.TickToUs(fLoopPlan.EndTick(), ratePercent) -
+                                   fTempoMap.TickToUs(fLoopPlan.StartTick(), ratePercent));
+    return us;
+}
+
+bool TSMFProducer::LoopStep(TLoopPlan::TPos* pos, int64_t fadeElapsedUs, TPlaySink& sink,
+                            TChaseIndex::TState* scratch) {
+    if (fLoopPlan.IsActive() && pos->tick >= fLoopPlan.StopTick(pos->pass)) {
+        // What sounds at the jump would hang: its note-off lies past the loop's end.
+        sink.ReleaseSounding(pos->tick);
+        // A fade that runs out right on a loop's end ends the song there, not one jump on.
+        const TLoopPlan::TPos last = fLoopPlan.Last();
+        if (pos->pass >= last.pass ||
+            (pos->pass + 1 == last.pass && last.tick <= fLoopPlan.StartTick())) {
+            sink.SetFadeLevel(fLoopPlan.FadeLevel(fadeElapsedUs));
+            return false;
+        }
+        ++pos->pass;
+        pos->tick = fLoopPlan.StartTick();
+        sink.SetPass(pos->pass);
+        for (auto& track : fTracks) track->SetCurrentTick(pos->tick);
+        SendStateAt(pos->tick, sink, scratch);
+        fTempo.store(fTempoMap.TempoAt(pos->tick), std::memory_order_relaxed);
+    }
+    sink.SetPass(pos->pass);
+    sink.SetFadeLevel(fLoopPlan.FadeLevel(fadeElapsedUs));
+    return true;
+}
+
+uint32_t TSMFProducer::NextTick(TLoopPlan::TPos pos, uint32_t wait, int64_t* fadeElapsedUs) const {
+    uint32_t next = wait == TSMFTrack::kNoEvent ? TSMFTrack::kNoEvent : pos.tick + wait;
+    if (!fLoopPlan.IsActive()) return next;
+    next = std::min(next, fLoopPlan.StopTick(pos.pass));
+    // The tempo cannot change between two stops: every Set Tempo is one.
+    if (fLoopPlan.IsFading(pos.pass))
+        *fadeElapsedUs += ticks_to_us(next - pos.tick, Tempo(), fDivision, 100);
+    return next;
+}
+
 void TSMFProducer::ChaseTo(uint32_t tick, TSMFEventSink& sink, TChaseIndex::TState* scratch) {
-    if (!IsChaseOn() || !fChaseIndex) return;
+    if (IsChaseOn()) SendStateAt(tick, sink, scratch);
+}
+
+void TSMFProducer::SendStateAt(uint32_t tick, TSMFEventSink& sink, TChaseIndex::TState* scratch) {
+    if (!fChaseIndex) return;
     fChaseIndex->StateAt(tick, scratch);
     fChaseIndex->Send(*scratch, tick, sink);
     fTempo.store(fTempoMap.TempoAt(tick), std::memory_order_relaxed);
@@ -184,6 +327,7 @@ int32_t TSMFProducer::Stop() {
     fPlayThread.reset();
     fPauseRequest.store(0, std::memory_order_release);
     fPaused = false;
+    UpdateLoopPlan();
     return 0;
 }
 
@@ -196,18 +340,22 @@ void TSMFProducer::SetTempoRate(int32_t percent) {
     if (fPlayThread) fPlayThread->Wake();
 }
 
-int32_t TSMFProducer::SetCurrentTick(uint32_t tick) {
+int32_t TSMFProducer::SetCurrentTick(uint32_t tick) { return SetPlayedPos({0, tick}); }
+
+int32_t TSMFProducer::SetPlayedPos(TLoopPlan::TPos pos) {
     if (!fPlayThread) return -1;
     if (fPlayThread->IsStarted() && !fPlayThread->IsTerminated()) {
-        fPlayThread->RequestSeek(tick);
+        fPlayThread->RequestSeek(pos);
         return 0;
     }
-    for (auto& track : fTracks) track->SetCurrentTick(tick);
-    fPlayThread->SetCurrentTick(tick);
+    for (auto& track : fTracks) track->SetCurrentTick(pos.tick);
+    fPlayThread->SetCurrentPos(pos);
     return 0;
 }
 
-uint32_t TSMFProducer::CurrentTick() const { return fPlayThread ? fPlayThread->CurrentTick() : 0; }
+uint32_t TSMFProducer::CurrentTick() const {
+    return fPlayThread ? fPlayThread->CurrentPos().tick : 0;
+}
 
 void TSMFProducer::Rewind() {
     fTempo.store(TTempoMap::kDefaultTempo, std::memory_order_relaxed);
@@ -232,6 +380,21 @@ void TSMFProducer::Walk(TSMFEventSink& sink) {
         uint32_t wait = SprayTick(tick, sink);
         if (wait == TSMFTrack::kNoEvent) break;
         tick += wait;
+    }
+    Rewind();
+}
+
+void TSMFProducer::WalkPlayed(TPlaySink& sink) {
+    if (fPlayThread) return;
+    Rewind();
+    TChaseIndex::TState scratch;
+    if (fChaseIndex) fChaseIndex->Prepare(&scratch);
+    TLoopPlan::TPos pos;
+    int64_t fadeElapsedUs = 0;
+    while (LoopStep(&pos, fadeElapsedUs, sink, &scratch)) {
+        const uint32_t next = NextTick(pos, SprayTick(pos.tick, sink), &fadeElapsedUs);
+        if (next == TSMFTrack::kNoEvent) break;
+        pos.tick = next;
     }
     Rewind();
 }

@@ -8,6 +8,7 @@
 // Pause returns as soon as the thread has stopped sending, however long the rest it was
 // sleeping through, and a seek takes effect immediately.
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -16,11 +17,40 @@
 #include <vector>
 
 #include "engine/chase_index.h"
+#include "engine/loop_plan.h"
 #include "engine/smf_track.h"
 #include "engine/tempo_map.h"
 #include "midi/local_producer.h"
 
 class TPlayThread;
+
+// A sink for the song as played, its marked loop unrolled. It counts the notes it has
+// passed on, so that where the song jumps back or ends in the middle, those still
+// sounding can be released.
+class TPlaySink : public TSMFEventSink {
+  public:
+    void Event(const TSMFEvent& event) final;
+    // Note-offs (velocity 64) at tick for every note passed on and not yet ended.
+    void ReleaseSounding(uint32_t tick);
+    // Forgets the notes passed on: the owner has silenced them itself (pause, seek).
+    void ForgetSounding() { fSounding.fill(0); }
+    // The pass through the loop that the next events belong to (see TLoopPlan).
+    uint32_t Pass() const { return fPass; }
+    void SetPass(uint32_t pass) { fPass = pass; }
+    // The fade level (per mille) for the events from now on; told only when it changes.
+    virtual void FadeLevelChanged(int32_t) {}
+    int32_t FadeLevel() const { return fFadeLevel; }
+    void SetFadeLevel(int32_t level);
+
+  protected:
+    virtual void Deliver(const TSMFEvent& event) = 0;
+
+  private:
+    // Per port, channel and note: how many note-ons wait for their note-off.
+    std::array<uint8_t, 2 * 16 * 128> fSounding{};
+    uint32_t fPass = 0;
+    int32_t fFadeLevel = TLoopPlan::kFadeFull;
+};
 
 class TSMFProducer {
   public:
@@ -79,6 +109,29 @@ class TSMFProducer {
     // Hands every event to sink in the order the play thread sends them, without timing,
     // then rewinds. Not while a play thread exists.
     void Walk(TSMFEventSink& sink);
+    // The same for the song as played (see SetLoopSettings): loops unrolled, notes
+    // released and state sent where it jumps, the fade told to sink.
+    void WalkPlayed(TPlaySink& sink);
+
+    // Marked loops (see TLoopPlan): off by default. Where the song marks none, or the
+    // settings are off, the song plays as it always has. Taken at once when no play thread
+    // exists, else from the next Stop or load. A song with a loop to play gets the chase
+    // index whatever the chase setting: the loop's start needs the state in force there.
+    void SetLoopSettings(const TLoopSettings& settings);
+    const TLoopSettings& LoopSettings() const { return fLoopSettings; }
+    const TLoopPoints& LoopPoints() const { return fLoopPoints; }
+    const TLoopPlan& LoopPlan() const { return fLoopPlan; }
+
+    // The played song's timeline in played ticks (see TLoopPlan): without a loop to play,
+    // the same as CountTicks, CurrentTick, SetCurrentTick and TempoMap().TickToUs.
+    uint64_t CountPlayedTicks() const { return fLoopPlan.PlayedTick(LastPos()); }
+    uint64_t PlayedTick() const;
+    int32_t SetPlayedTick(uint64_t playedTick);
+    int64_t PlayedTickToUs(uint64_t playedTick, int32_t ratePercent) const;
+
+    // The fade level (per mille) of the played song; written by the play thread, read by
+    // the filters of the output chain on their receive threads.
+    const std::atomic<int32_t>& FadeLevel() const { return fFadeLevel; }
 
     // Chase on seek: after a seek, the programs (with their banks), controllers, registered
     // and non-registered parameters, pitch bends and channel pressures in force at the new
@@ -104,8 +157,23 @@ class TSMFProducer {
     // Play thread, after a seek to tick: sends the chased state through sink; scratch is
     // the caller's room for it.
     void ChaseTo(uint32_t tick, TSMFEventSink& sink, TChaseIndex::TState* scratch);
+    // The same whatever the chase setting, as a loop's start needs it.
+    void SendStateAt(uint32_t tick, TSMFEventSink& sink, TChaseIndex::TState* scratch);
     void BuildChaseIndex();
     void SongEnded();
+    void FindLoopPoints();
+    void UpdateLoopPlan();
+    TLoopPlan::TPos LastPos() const;
+    int32_t SetPlayedPos(TLoopPlan::TPos pos);
+    // Play thread or WalkPlayed, before the events of pos: once pos reaches its pass's stop
+    // tick, releases what sink has sounding and either jumps back to the loop's start (the
+    // tracks, pos and the tempo move there and the state in force there is sent) or ends
+    // the song (false). Tells sink the fade level at pos.
+    bool LoopStep(TLoopPlan::TPos* pos, int64_t fadeElapsedUs, TPlaySink& sink,
+                  TChaseIndex::TState* scratch);
+    // After the events of pos: the next tick to stop at (the next event's, or where the pass
+    // stops), or kNoEvent at the song's end; the fade's run time moves on to it.
+    uint32_t NextTick(TLoopPlan::TPos pos, uint32_t wait, int64_t* fadeElapsedUs) const;
 
     std::vector<uint8_t> fFile;
     std::vector<std::unique_ptr<TSMFTrack>> fTracks;
@@ -125,4 +193,9 @@ class TSMFProducer {
     std::atomic<bool> fChaseOn{false};
     // Made and dropped only while no play thread exists.
     std::unique_ptr<TChaseIndex> fChaseIndex;
+    TLoopSettings fLoopSettings;
+    TLoopPoints fLoopPoints;
+    // Changed only while no play thread exists.
+    TLoopPlan fLoopPlan;
+    std::atomic<int32_t> fFadeLevel{TLoopPlan::kFadeFull};
 };

@@ -1,6 +1,7 @@
 #include "engine/smf_track.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <new>
 
@@ -15,6 +16,17 @@ constexpr uint8_t kMetaPort = 0x21;
 constexpr uint8_t kMetaTempo = 0x51;
 constexpr uint8_t kMetaText = 0x01;
 constexpr uint8_t kMetaLyric = 0x05;
+constexpr uint8_t kMetaMarker = 0x06;
+constexpr uint8_t kCtrlLoopStart = 111;
+
+bool equals_ignoring_case(const uint8_t* text, size_t length, const char* word) {
+    const size_t wordLength = std::strlen(word);
+    if (length != wordLength) return false;
+    for (size_t i = 0; i < length; ++i)
+        if (std::tolower(text[i]) != std::tolower(static_cast<unsigned char>(word[i])))
+            return false;
+    return true;
+}
 
 uint32_t get_uint32_at(const uint8_t* p) {
     return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];
@@ -122,10 +134,14 @@ void TSMFTrack::CreateDataMap() {
         }
         fEvents.push_back({tick, eventOffset});
         switch (status >> 4) {
+            case 0xB:
+                if ((pos < end ? *pos : 0) == kCtrlLoopStart)
+                    fLoopControllerTick = std::min(fLoopControllerTick, tick);
+                pos += 2;
+                break;
             case 0x8:
             case 0x9:
             case 0xA:
-            case 0xB:
             case 0xE:
                 pos += 2;
                 break;
@@ -150,6 +166,10 @@ void TSMFTrack::CreateDataMap() {
                                       uint32_t(pos + 1 < end ? pos[1] : 0) << 8 |
                                       uint32_t(pos + 2 < end ? pos[2] : 0);
                         fTempoEvents.push_back({tick, us});
+                    }
+                    if (type == kMetaMarker) {
+                        const size_t available = size_t(end - std::min(pos, end));
+                        NoteLoopMarker(tick, pos, std::min<size_t>(length, available));
                     }
                     if (type == kMetaText || type == kMetaLyric) {
                         const size_t available = size_t(end - std::min(pos, end));
@@ -183,6 +203,13 @@ void TSMFTrack::CreateDataMap() {
         std::stable_sort(fTextEvents.begin(), fTextEvents.end(),
                          [](const TTextEvent& a, const TTextEvent& b) { return a.tick < b.tick; });
     }
+}
+
+void TSMFTrack::NoteLoopMarker(uint32_t tick, const uint8_t* text, size_t length) {
+    if (equals_ignoring_case(text, length, "loopStart"))
+        fLoopStartMarkerTick = std::min(fLoopStartMarkerTick, tick);
+    else if (equals_ignoring_case(text, length, "loopEnd"))
+        fLoopEndMarkerTick = std::min(fLoopEndMarkerTick, tick);
 }
 
 std::string TSMFTrack::TextOf(const TTextEvent& event) const {

@@ -85,6 +85,13 @@ class TSMFTrack {
     const std::vector<TTextEvent>& TextEvents() const { return fTextEvents; }
     std::string TextOf(const TTextEvent& event) const;
 
+    // What this track marks of a loop for game music, kNoEvent for what it does not mark:
+    // the earliest controller 111 on any channel, the earliest marker "loopStart" and the
+    // earliest "loopEnd" (any case).
+    uint32_t LoopControllerTick() const { return fLoopControllerTick; }
+    uint32_t LoopStartMarkerTick() const { return fLoopStartMarkerTick; }
+    uint32_t LoopEndMarkerTick() const { return fLoopEndMarkerTick; }
+
     // Reads a variable-length number at *pos, never past end (bytes beyond read as 0);
     // values wrap at 32 bits.
     static uint32_t GetVNum(const uint8_t** pos, const uint8_t* end);
@@ -99,6 +106,7 @@ class TSMFTrack {
     void Decode(size_t index, TSMFEvent* event) const;
     uint8_t ByteAt(uint32_t offset) const { return offset < fLength ? fData[offset] : 0; }
     void ApplyMeta(const TSMFEvent& event);
+    void NoteLoopMarker(uint32_t tick, const uint8_t* text, size_t length);
 
     TSMFProducer* fOwner;
     uint32_t fIndex;
@@ -111,5 +119,8 @@ class TSMFTrack {
     std::vector<TTextEvent> fTextEvents;
     uint32_t fNameOffset = kNoEvent;
     uint32_t fCopyrightOffset = kNoEvent;
+    uint32_t fLoopControllerTick = kNoEvent;
+    uint32_t fLoopStartMarkerTick = kNoEvent;
+    uint32_t fLoopEndMarkerTick = kNoEvent;
     size_t fCurrent = 0;
 };

@@ -15,6 +15,10 @@ constexpr char kKeySilenceAfterResets[] = "SIAR";
 constexpr char kKeySilenceBetweenSongs[] = "SIBS";
 constexpr char kKeyLanguageFile[] = "LLTF";
 constexpr char kKeyChaseOnSeek[] = "ChOS";
+// "PMLp" is the switch, "PMLT" and "PMLF" its times and its fade in seconds.
+constexpr char kKeyPlayMarkedLoops[] = "PMLp";
+constexpr char kKeyLoopTimes[] = "PMLT";
+constexpr char kKeyLoopFadeSeconds[] = "PMLF";
 constexpr char kKeySoundFont[] = "SFnt";  // one string per font, in order
 constexpr char kKeySynthGain[] = "SGan";
 constexpr char kKeySynthReverb[] = "SRev";
@@ -33,7 +37,10 @@ bool TPref::Archive(veldan::TMessage* into) const {
            into->AddInt64(kKeySilenceAfterResets, silenceAfterResetsUs) &&
            into->AddInt64(kKeySilenceBetweenSongs, silenceBetweenSongsUs) &&
            into->AddString(kKeyLanguageFile, languageFile) &&
-           into->AddBool(kKeyChaseOnSeek, chaseOnSeek) && ArchiveSynth(into);
+           into->AddBool(kKeyChaseOnSeek, chaseOnSeek) &&
+           into->AddBool(kKeyPlayMarkedLoops, loops.on) &&
+           into->AddInt32(kKeyLoopTimes, loops.times) &&
+           into->AddInt32(kKeyLoopFadeSeconds, loops.fadeSeconds) && ArchiveSynth(into);
 }
 
 bool TPref::ArchiveSynth(veldan::TMessage* into) const {
@@ -59,6 +66,9 @@ bool TPref::Unarchive(const veldan::TMessage& from) {
         from.FindInt64(kKeySilenceBetweenSongs, &silenceBetweenSongsUs),
         from.FindString(kKeyLanguageFile, &languageFile),
         from.FindBool(kKeyChaseOnSeek, &chaseOnSeek),
+        from.FindBool(kKeyPlayMarkedLoops, &loops.on),
+        from.FindInt32(kKeyLoopTimes, &loops.times),
+        from.FindInt32(kKeyLoopFadeSeconds, &loops.fadeSeconds),
         from.FindFloat(kKeySynthGain, &synth.gain),
         from.FindBool(kKeySynthReverb, &synth.reverb),
         from.FindBool(kKeySynthChorus, &synth.chorus),
@@ -70,5 +80,8 @@ bool TPref::Unarchive(const veldan::TMessage& from) {
     std::string font;
     for (int32_t index = 0; from.FindString(kKeySoundFont, index, &font); ++index)
         synth.soundFonts.push_back(font);
+    // A hand-edited file gets values the window can show.
+    loops.times = std::clamp(loops.times, TLoopSettings::kMinTimes, TLoopSettings::kMaxTimes);
+    loops.fadeSeconds = std::clamp(loops.fadeSeconds, 0, TLoopSettings::kMaxFadeSeconds);
     return std::all_of(std::begin(found), std::end(found), [](bool ok) { return ok; });
 }

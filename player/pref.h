@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/loop_plan.h"
 #include "veldan/core/archivable.h"
 
 class TPref : public veldan::TArchivable {
@@ -25,6 +26,8 @@ class TPref : public veldan::TArchivable {
     std::string languageFile = "English.llt";  // leaf name in "Language"; "" is built in
     // After a seek, send the programs, controllers and bends in force at the new place.
     bool chaseOnSeek = false;
+    // Play the loop that game music marks: how many extra times, and the fade after it.
+    TLoopSettings loops;
 
     // The built-in synthesizer's part: a change of any of these makes it again.
     struct TSynthSettings {

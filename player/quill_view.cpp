@@ -123,6 +123,7 @@ TQuillView::TQuillView(const veldan::TLLT& texts, const TPref& prefs,
     UpdatePortCompos();
     UpdateTransportCompos();
     fProducer.SetChase(prefs.chaseOnSeek);
+    ApplyLoopPrefs();
 }
 
 TQuillView::~TQuillView() {
@@ -510,8 +511,7 @@ void TQuillView::SliderChangedRqtd(const veldan::TMessage& message) {
             break;
         case kMsgPosChanged:
             fChain.QuickAllNotesOff();
-            fProducer.SetCurrentTick(
-                uint32_t(uint64_t(fProducer.CountTicks()) * uint32_t(value) / 100));
+            fProducer.SetPlayedTick(fProducer.CountPlayedTicks() * uint32_t(value) / 100);
             // Stopped, the producer has no place to keep a position: the thumb goes back
             // to where playing will start.
             UpdatePosCompo();
@@ -522,26 +522,26 @@ void TQuillView::SliderChangedRqtd(const veldan::TMessage& message) {
 }
 
 int64_t TQuillView::SongLengthUs() const {
-    return fProducer.TempoMap().TickToUs(fProducer.CountTicks(), fProducer.TempoRate());
+    return fProducer.PlayedTickToUs(fProducer.CountPlayedTicks(), fProducer.TempoRate());
 }
 
 int64_t TQuillView::PositionUs() const {
-    return fProducer.TempoMap().TickToUs(fProducer.CurrentTick(), fProducer.TempoRate());
+    return fProducer.PlayedTickToUs(fProducer.PlayedTick(), fProducer.TempoRate());
 }
 
 void TQuillView::SetPositionUs(int64_t us) {
     // The first tick at or after us: time grows with the tick, so halving finds it.
-    uint32_t low = 0;
-    uint32_t high = fProducer.CountTicks();
+    uint64_t low = 0;
+    uint64_t high = fProducer.CountPlayedTicks();
     while (low < high) {
-        uint32_t middle = low + (high - low) / 2;
-        if (fProducer.TempoMap().TickToUs(middle, fProducer.TempoRate()) < us)
+        uint64_t middle = low + (high - low) / 2;
+        if (fProducer.PlayedTickToUs(middle, fProducer.TempoRate()) < us)
             low = middle + 1;
         else
             high = middle;
     }
     fChain.QuickAllNotesOff();
-    fProducer.SetCurrentTick(low);
+    fProducer.SetPlayedTick(low);
     UpdatePosCompo();
 }
 
@@ -579,8 +579,8 @@ void TQuillView::UpdatePosCompo() {
     fControlBar->SetTime(PositionUs(), fProducer.CountTracks() > 0 ? SongLengthUs() : -1);
     // The user's drag wins over the song's progress.
     if (fControlBar->IsSliderDragged(TControlBar::kPos)) return;
-    uint32_t total = fProducer.CountTicks();
-    int32_t percent = total ? int32_t(uint64_t(fProducer.CurrentTick()) * 100 / total) : 0;
+    uint64_t total = fProducer.CountPlayedTicks();
+    int32_t percent = total ? int32_t(fProducer.PlayedTick() * 100 / total) : 0;
     if (percent != fControlBar->SliderValue(TControlBar::kPos))
         fControlBar->SetSliderValue(TControlBar::kPos, std::min(percent, 100));
 }
@@ -612,7 +612,10 @@ void TQuillView::PrefChangedRqtd(const veldan::TMessage& message) {
     if (message.FindString(kStatBarStringField, &text)) fControlBar->SetStatusText(text);
     fPlaylist->SetAutoSortKind(fPrefs.autoSortKind);
     fProducer.SetChase(fPrefs.chaseOnSeek);
+    ApplyLoopPrefs();
 }
+
+void TQuillView::ApplyLoopPrefs() { fProducer.SetLoopSettings(fPrefs.loops); }
 
 bool TQuillView::OpenCurDocRqtd() {
     const TQuillSItem* song = fPlaylist->Song(fPlaylist->CurSongIdx());

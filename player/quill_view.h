@@ -197,6 +197,8 @@ class TQuillView : public veldan::TMessageHandler<QWidget> {
     void UpdatePosCompo();
     // Lights the indicators of the resets the note-on managers saw since the last look.
     void UpdateSysResetCompos();
+    // Hands the marked-loop preferences to the producer.
+    void ApplyLoopPrefs();
     void ExpSongTitle();
 
     void MessageReceived(veldan::TMessage* message) override;

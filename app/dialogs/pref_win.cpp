@@ -62,6 +62,9 @@ constexpr TLabelItem kLabelItems[] = {
     {"CBoxSilenceBetweenSongs", llt_key("CBox_Silence_Between_Songs")},
     {"StrViewSilenceIntervalBetweenSongs", llt_key("StrView_Silence_Interval_Between_Songs")},
     {"CBoxChaseOnSeek", llt_key("CBox_Chase_On_Seek")},
+    {"CBoxPlayMarkedLoops", llt_key("CBox_Play_Marked_Loops")},
+    {"StrViewLoopTimes", llt_key("StrView_Loop_Times")},
+    {"StrViewLoopFade", llt_key("StrView_Loop_Fade")},
     {"BoxAutoSort", llt_key("Box_Auto_Sort")},
     {"RButtonAutoSortNone", llt_key("RButton_Auto_Sort_None")},
     {"RButtonAutoSortUp", llt_key("RButton_Auto_Sort_Up")},
@@ -226,6 +229,7 @@ void TPrefView::BuildLayout() {
     column->addWidget(resetBox);
     column->addLayout(betweenRow);
     column->addWidget(chase);
+    column->addLayout(BuildLoopRow());
     column->addWidget(sortBox);
     column->addLayout(languageRow);
     column->addStretch(1);
@@ -233,6 +237,24 @@ void TPrefView::BuildLayout() {
     window->addLayout(columns);
     window->addSpacing(style()->pixelMetric(QStyle::PM_LayoutVerticalSpacing));
     window->addLayout(buttons);
+}
+
+// "Play marked loops: [2] more times, then fade out over [8] s".
+QLayout* TPrefView::BuildLoopRow() {
+    auto* row = new QHBoxLayout;
+    auto* box = new QCheckBox(this);
+    box->setObjectName("CBoxPlayMarkedLoops");
+    row->addWidget(box);
+    auto* times = make_field("TxtCtrlLoopTimes", this);
+    fit_digits(times, 2);
+    row->addWidget(times);
+    row->addWidget(make_label("StrViewLoopTimes", this));
+    auto* fade = make_field("TxtCtrlLoopFade", this);
+    fit_digits(fade, 2);
+    row->addWidget(fade);
+    row->addWidget(make_label("StrViewLoopFade", this));
+    row->addStretch(1);
+    return row;
 }
 
 // Controls are looked up by name, as the application's own layout would name them.
@@ -248,6 +270,11 @@ bool TPrefView::FindControls() {
     fBetweenSongs = findChild<QLineEdit*>("TxtCtrlSilenceIntervalBetweenSongs");
     fBetweenSongsUnit = findChild<QLabel*>("StrViewSilenceIntervalBetweenSongs");
     fChaseOnSeek = findChild<QCheckBox*>("CBoxChaseOnSeek");
+    fLoopsBox = findChild<QCheckBox*>("CBoxPlayMarkedLoops");
+    fLoopTimes = findChild<QLineEdit*>("TxtCtrlLoopTimes");
+    fLoopTimesUnit = findChild<QLabel*>("StrViewLoopTimes");
+    fLoopFade = findChild<QLineEdit*>("TxtCtrlLoopFade");
+    fLoopFadeUnit = findChild<QLabel*>("StrViewLoopFade");
     fAutoSortBox = findChild<QGroupBox*>("BoxAutoSort");
     for (size_t i = 0; i < fAutoSort.size(); ++i) {
         fAutoSort[i] = findChild<QRadioButton*>(kAutoSortNames[i]);
@@ -264,7 +291,8 @@ bool TPrefView::FindControls() {
         std::all_of(fAutoSort.begin(), fAutoSort.end(), [](QRadioButton* b) { return b; });
     return fSendSysResets && resetBoxesFound && fAfterResetsLabel && fAfterResets &&
            fAfterResetsUnit && fBetweenSongsBox && fBetweenSongs && fBetweenSongsUnit &&
-           fChaseOnSeek && fSynthBox && fAutoSortBox && sortFound && fLanguageLabel && fLanguage &&
+           fChaseOnSeek && fLoopsBox && fLoopTimes && fLoopTimesUnit && fLoopFade &&
+           fLoopFadeUnit && fSynthBox && fAutoSortBox && sortFound && fLanguageLabel && fLanguage &&
            fOK && fCancel;
 }
 
@@ -288,6 +316,11 @@ void TPrefView::Connect() {
     connect(fChaseOnSeek, &QCheckBox::toggled, this, [this](bool on) {
         if (!fUpdating) fPrefs.chaseOnSeek = on;
     });
+    connect(fLoopsBox, &QCheckBox::toggled, this, guarded(&TPrefView::CBoxPlayMarkedLoopsChanged));
+    connect(fLoopTimes, &QLineEdit::editingFinished, this,
+            guarded(&TPrefView::TxtCtrlLoopTimesChanged));
+    connect(fLoopFade, &QLineEdit::editingFinished, this,
+            guarded(&TPrefView::TxtCtrlLoopFadeChanged));
     connect(fAutoSortGroup, &QButtonGroup::idToggled, this, [this](int, bool on) {
         if (on && !fUpdating) RButtonAutoSortChanged();
     });
@@ -326,6 +359,24 @@ void TPrefView::TxtCtrlSilenceIntervalBetweenSongsChanged() {
     const int64_t s = std::clamp(read_integer(fBetweenSongs->text()), kMinSilenceBetweenSongsS,
                                  kMaxSilenceBetweenSongsS);
     fPrefs.silenceBetweenSongsUs = s * kUsPerS;
+}
+
+void TPrefView::CBoxPlayMarkedLoopsChanged() {
+    fPrefs.loops.on = fLoopsBox->isChecked();
+    UpdateLoopComposEnabled();
+}
+
+// A value out of range is brought into it and shown as kept.
+void TPrefView::TxtCtrlLoopTimesChanged() {
+    fPrefs.loops.times = int32_t(std::clamp<int64_t>(
+        read_integer(fLoopTimes->text()), TLoopSettings::kMinTimes, TLoopSettings::kMaxTimes));
+    fLoopTimes->setText(QString::number(fPrefs.loops.times));
+}
+
+void TPrefView::TxtCtrlLoopFadeChanged() {
+    fPrefs.loops.fadeSeconds = int32_t(
+        std::clamp<int64_t>(read_integer(fLoopFade->text()), 0, TLoopSettings::kMaxFadeSeconds));
+    fLoopFade->setText(QString::number(fPrefs.loops.fadeSeconds));
 }
 
 void TPrefView::RButtonAutoSortChanged() {
@@ -426,6 +477,9 @@ void TPrefView::UpdateCompos() {
     fBetweenSongsBox->setChecked(fPrefs.waitBetweenSongs);
     fBetweenSongs->setText(QString::number(fPrefs.silenceBetweenSongsUs / kUsPerS));
     fChaseOnSeek->setChecked(fPrefs.chaseOnSeek);
+    fLoopsBox->setChecked(fPrefs.loops.on);
+    fLoopTimes->setText(QString::number(fPrefs.loops.times));
+    fLoopFade->setText(QString::number(fPrefs.loops.fadeSeconds));
     fSynthBox->UpdateCompos();
     int sort = 0;
     if (fPrefs.autoSortKind == TPref::kSortAscending) sort = 1;
@@ -433,6 +487,7 @@ void TPrefView::UpdateCompos() {
     fAutoSort[size_t(sort)]->setChecked(true);
     UpdateSRComposEnabled();
     UpdateSilenceIntervalBetweenSongsComposEnabled();
+    UpdateLoopComposEnabled();
     MarkLanguage();
     fUpdating = false;
 }
@@ -451,6 +506,16 @@ void TPrefView::UpdateSilenceIntervalBetweenSongsComposEnabled() {
     fBetweenSongs->setEnabled(on);
     fBetweenSongsUnit->setEnabled(on);
     set_text_colour(fBetweenSongsUnit, on ? kEnabledTextColour : kDisabledTextColour);
+}
+
+void TPrefView::UpdateLoopComposEnabled() {
+    const bool on = fPrefs.loops.on;
+    for (QWidget* widget :
+         {static_cast<QWidget*>(fLoopTimes), static_cast<QWidget*>(fLoopTimesUnit),
+          static_cast<QWidget*>(fLoopFade), static_cast<QWidget*>(fLoopFadeUnit)})
+        widget->setEnabled(on);
+    for (QLabel* unit : {fLoopTimesUnit, fLoopFadeUnit})
+        set_text_colour(unit, on ? kEnabledTextColour : kDisabledTextColour);
 }
 
 void TPrefView::NotifyPrefChange(const veldan::TMessage& message) {

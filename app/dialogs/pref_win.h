@@ -83,6 +83,9 @@ class TPrefView : public veldan::TMessageHandler<QWidget> {
     void TxtCtrlSilenceIntervalAfterSysResetsChanged();
     void CBoxSilenceBetweenSongsChanged();
     void TxtCtrlSilenceIntervalBetweenSongsChanged();
+    void CBoxPlayMarkedLoopsChanged();
+    void TxtCtrlLoopTimesChanged();
+    void TxtCtrlLoopFadeChanged();
     void RButtonAutoSortChanged();
     void MFieldLanguageChanged();
     void ButtonOKClicked();
@@ -95,12 +98,14 @@ class TPrefView : public veldan::TMessageHandler<QWidget> {
     void UpdateCompos();
     void UpdateSRComposEnabled();
     void UpdateSilenceIntervalBetweenSongsComposEnabled();
+    void UpdateLoopComposEnabled();
 
     void NotifyPrefChange(const veldan::TMessage& message);
     void NotifyPrefChange(uint32_t code);
 
   private:
     void BuildLayout();
+    QLayout* BuildLoopRow();
     bool FindControls();
     void Connect();
     void NotifyPrefDiffe(const TPref& edited, const TPref& restored);
@@ -126,6 +131,11 @@ class TPrefView : public veldan::TMessageHandler<QWidget> {
     QLineEdit* fBetweenSongs = nullptr;
     QLabel* fBetweenSongsUnit = nullptr;
     QCheckBox* fChaseOnSeek = nullptr;
+    QCheckBox* fLoopsBox = nullptr;
+    QLineEdit* fLoopTimes = nullptr;
+    QLabel* fLoopTimesUnit = nullptr;
+    QLineEdit* fLoopFade = nullptr;
+    QLabel* fLoopFadeUnit = nullptr;
     TSynthBox* fSynthBox = nullptr;
     QGroupBox* fAutoSortBox = nullptr;
     std::array<QRadioButton*, 3> fAutoSort{};

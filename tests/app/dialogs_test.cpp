@@ -205,6 +205,31 @@ TEST_F(PrefWin, BetweenSongsSilenceIsClampedToOneToFiveSeconds) {
     EXPECT_EQ(pref().silenceBetweenSongsUs, 1000000);
 }
 
+TEST_F(PrefWin, MarkedLoopsAreOffByDefaultAndTheirValuesKeptInRange) {
+    EXPECT_FALSE(Child<QCheckBox>("CBoxPlayMarkedLoops")->isChecked());
+    EXPECT_FALSE(Child<QLineEdit>("TxtCtrlLoopTimes")->isEnabled());
+    EXPECT_FALSE(Child<QLineEdit>("TxtCtrlLoopFade")->isEnabled());
+    EXPECT_EQ(Child<QLineEdit>("TxtCtrlLoopTimes")->text(), "2");
+    EXPECT_EQ(Child<QLineEdit>("TxtCtrlLoopFade")->text(), "8");
+    EXPECT_EQ(Child<QLabel>("StrViewLoopTimes")->text(), "more times, then fade out over");
+    Child<QCheckBox>("CBoxPlayMarkedLoops")->click();
+    EXPECT_TRUE(pref().loops.on);
+    EXPECT_TRUE(Child<QLineEdit>("TxtCtrlLoopTimes")->isEnabled());
+    Type("TxtCtrlLoopTimes", "0");
+    EXPECT_EQ(pref().loops.times, 1);
+    Type("TxtCtrlLoopTimes", "100");
+    EXPECT_EQ(pref().loops.times, 99);
+    EXPECT_EQ(Child<QLineEdit>("TxtCtrlLoopTimes")->text(), "99");
+    Type("TxtCtrlLoopTimes", "5");
+    EXPECT_EQ(pref().loops.times, 5);
+    Type("TxtCtrlLoopFade", "45");
+    EXPECT_EQ(pref().loops.fadeSeconds, 30);
+    Type("TxtCtrlLoopFade", "-1");
+    EXPECT_EQ(pref().loops.fadeSeconds, 0);
+    Click("ButtonCancel");
+    EXPECT_EQ(pref().loops, TLoopSettings());
+}
+
 TEST_F(PrefWin, AfterResetSilenceReadsNonNumbersAsZeroAndIsClampedToOneSecond) {
     pref().sendSysResets = true;
     win->View()->UpdateCompos();

@@ -361,6 +361,94 @@ TEST(Headless, RenderWritesTheSongAsPlayingWouldWithoutWaitingForIt) {
 
 namespace {
 
+// A quarter of intro, then a loop (controller 111) of two quarters with note 62 in it, at
+// 120 beats a minute: 1.5 s in all.
+std::vector<uint8_t> looping_song() {
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack()
+        .Program(0, 0, 0)
+        .NoteOn(0, 0, 60, 100)
+        .NoteOff(480, 0, 60)
+        .Control(0, 0, 111, 0)
+        .NoteOn(0, 0, 62, 100)
+        .NoteOff(480, 0, 62)
+        .NoteOn(0, 0, 64, 100)
+        .NoteOff(480, 0, 64);
+    return smf.Bytes();
+}
+
+TEST(Headless, LoopOptionsOutOfTheirRangeAreRefusedWithIt) {
+    TTempDir dir;
+    for (const char* value : {"0", "100", "-1", "twice", "2.5"}) {
+        TResult result = run_quillmidi(std::string("--headless --loops ") + value + " x.mid", dir);
+        EXPECT_EQ(result.exitCode, 2) << value;
+        EXPECT_NE(result.err.find("--loops takes a whole number from 1 to 99"), std::string::npos)
+            << value << ": " << result.err;
+    }
+    for (const char* value : {"31", "-1", "long"}) {
+        TResult result = run_quillmidi(std::string("--headless --fade ") + value + " x.mid", dir);
+        EXPECT_EQ(result.exitCode, 2) << value;
+        EXPECT_NE(result.err.find("--fade takes a whole number from 0 to 30"), std::string::npos)
+            << value << ": " << result.err;
+    }
+    EXPECT_EQ(run_quillmidi("--headless --loops", dir).exitCode, 2);
+    TResult help = run_quillmidi("--help", dir);
+    EXPECT_NE(help.out.find("--loops N"), std::string::npos);
+    EXPECT_NE(help.out.find("--fade S"), std::string::npos);
+}
+
+TEST(Headless, RenderPlaysAMarkedLoopOnlyWhenAskedTo) {
+    TTempDir dir;
+    auto song = dir.Write("loop.mid", looping_song());
+    auto plain = dir.Path() / "plain.wav";
+    ASSERT_EQ(run_quillmidi("--render " + quoted(plain) + " " + quoted(song), dir).exitCode, 0);
+    EXPECT_NEAR(wav_facts(plain).seconds, 1.5 + 1.5, 1.0 / 44100) << "the song and the tail";
+    auto looped = dir.Path() / "looped.wav";
+    TResult result =
+        run_quillmidi("--render " + quoted(looped) + " --loops 2 --fade 0 " + quoted(song), dir);
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NEAR(wav_facts(looped).seconds, 1.5 + 2 * 1.0 + 1.5, 1.0 / 44100) << "two more loops";
+    EXPECT_NE(result.out.find("(0:03)"), std::string::npos) << result.out;
+    auto faded = dir.Path() / "faded.wav";
+    ASSERT_EQ(
+        run_quillmidi("--render " + quoted(faded) + " --loops 1 --fade 3 " + quoted(song), dir)
+            .exitCode,
+        0);
+    EXPECT_NEAR(wav_facts(faded).seconds, 1.5 + 1.0 + 3.0 + 1.5, 1.0 / 44100);
+}
+
+TEST(Headless, PlayingWithLoopsSendsTheBodyAgainAndLeavesNoNoteHanging) {
+    TTempDir dir;
+    auto song = dir.Write("loop.mid", looping_song());
+    auto wav = dir.Path() / "song.wav";
+    auto trace = dir.Path() / "trace.txt";
+    TResult result = run_quillmidi("--headless --loops 2 --fade 0 --wav " + quoted(wav) +
+                                       " --trace " + quoted(trace) + " " + quoted(song),
+                                   dir);
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    std::ifstream in(trace);
+    std::map<std::string, int> sounding;
+    int strikes62 = 0;
+    int strikes60 = 0;
+    for (std::string line; std::getline(in, line);) {
+        const std::string event = line.substr(line.find(' ') + 3);
+        if (event.rfind("90 3e", 0) == 0) ++strikes62;
+        if (event.rfind("90 3c", 0) == 0) ++strikes60;
+        const std::string key = event.substr(3, 2);
+        if (event.rfind("90", 0) == 0 && event.substr(6) != "00")
+            ++sounding[key];
+        else if ((event.rfind("80", 0) == 0 || event.rfind("90", 0) == 0) && sounding[key] > 0)
+            --sounding[key];
+    }
+    EXPECT_EQ(strikes60, 1) << "the intro plays once";
+    EXPECT_EQ(strikes62, 3) << "the loop's body three times";
+    for (const auto& [key, count] : sounding) EXPECT_EQ(count, 0) << "hanging: " << key;
+}
+
+}  // namespace
+
+namespace {
+
 // Two-port songs -------------------------------------------------------------------------
 
 TEST(Headless, WithoutOutputsNamedPortBPlaysThroughTheBuiltInSynthesizerToo) {

@@ -63,6 +63,9 @@ TEST_F(Settings, PreferencesDefaultToTheTable) {
     EXPECT_EQ(defaults.silenceBetweenSongsUs, 3000000);
     EXPECT_EQ(defaults.languageFile, "English.llt");
     EXPECT_FALSE(defaults.chaseOnSeek);
+    EXPECT_FALSE(defaults.loops.on);
+    EXPECT_EQ(defaults.loops.times, 2);
+    EXPECT_EQ(defaults.loops.fadeSeconds, 8);
 }
 
 TEST_F(Settings, PreferencesArchiveEveryKeyWithItsTypeInOrder) {
@@ -72,17 +75,19 @@ TEST_F(Settings, PreferencesArchiveEveryKeyWithItsTypeInOrder) {
         {"ClAI", veldan::kBoolType},  {"SiBS", veldan::kBoolType},   {"SSyR", veldan::kBoolType},
         {"ASKy", veldan::kInt32Type}, {"SRCb", veldan::kInt32Type},  {"SIAR", veldan::kInt64Type},
         {"SIBS", veldan::kInt64Type}, {"LLTF", veldan::kStringType}, {"ChOS", veldan::kBoolType},
+        {"PMLp", veldan::kBoolType},  {"PMLT", veldan::kInt32Type},  {"PMLF", veldan::kInt32Type},
         {"SGan", veldan::kFloatType}, {"SRev", veldan::kBoolType},   {"SCho", veldan::kBoolType},
         {"SPol", veldan::kInt32Type}, {"SDrv", veldan::kStringType},
     };
-    EXPECT_EQ(message.CountNames(), 14) << "no sound font field for the default list";
+    EXPECT_EQ(message.CountNames(), 17) << "no sound font field for the default list";
     for (const auto& [key, type] : expected) {
         uint32_t found = 0;
         EXPECT_TRUE(message.GetInfo(key, &found, nullptr)) << key;
         EXPECT_EQ(found, type) << key;
     }
-    expect_field_order(TPref(), {"ClAI", "SiBS", "SSyR", "ASKy", "SRCb", "SIAR", "SIBS", "LLTF",
-                                 "ChOS", "SGan", "SRev", "SCho", "SPol", "SDrv"});
+    expect_field_order(
+        TPref(), {"ClAI", "SiBS", "SSyR", "ASKy", "SRCb", "SIAR", "SIBS", "LLTF", "ChOS", "PMLp",
+                  "PMLT", "PMLF", "SGan", "SRev", "SCho", "SPol", "SDrv"});
 }
 
 TEST_F(Settings, PreferencesRoundTripThroughTheirFile) {
@@ -96,6 +101,7 @@ TEST_F(Settings, PreferencesRoundTripThroughTheirFile) {
     changed.silenceBetweenSongsUs = 10000000;
     changed.languageFile = "";
     changed.chaseOnSeek = true;
+    changed.loops = {true, 99, 0};
     changed.synth.soundFonts = {"/fonts/first.sf2", "/fonts/second.sf3"};
     changed.synth.gain = 0.5f;
     changed.synth.reverb = false;
@@ -127,6 +133,22 @@ TEST_F(Settings, APreferencesFileWithSomeFieldsKeepsTheOtherDefaults) {
     expected.autoSortKind = 0;
     expected.silenceBetweenSongsUs = 5000000;
     EXPECT_EQ(loaded, expected);
+}
+
+TEST_F(Settings, LoopValuesOutOfTheirRangeInTheFileAreBroughtIntoIt) {
+    TMessage edited;
+    edited.AddBool("PMLp", true);
+    edited.AddInt32("PMLT", 0);
+    edited.AddInt32("PMLF", 600);
+    WriteSettings("QuillMIDI_Prefs.arc", edited);
+
+    TPref loaded;
+    std::filesystem::path file;
+    ASSERT_TRUE(settings_entry(kPrefsFile, &file));
+    loaded.Load(file);
+    EXPECT_TRUE(loaded.loops.on);
+    EXPECT_EQ(loaded.loops.times, 1);
+    EXPECT_EQ(loaded.loops.fadeSeconds, 30);
 }
 
 TEST_F(Settings, ExitStateDefaultsToTheTable) {

@@ -82,4 +82,32 @@ TEST(PlayThreadMemory, PlayingSeekingWithChaseAndRetimingAllocateNothing) {
     EXPECT_EQ(gPlayThreadAllocations.load(), 0);
 }
 
+TEST(PlayThreadMemory, JumpingBackThroughALoopAndFadingAllocateNothing) {
+    TSmfBuilder smf(1, 96);
+    TTrackBuilder& track = smf.AddTrack().Tempo(0, 100000).Control(0, 0, 111, 0);
+    for (int step = 0; step < 16; ++step) {
+        const uint8_t channel = uint8_t(step % 16);
+        track.Program(0, channel, uint8_t(step)).Control(0, channel, 7, 90);
+        track.NoteOn(0, channel, uint8_t(60 + step), 100).NoteOff(24, channel, uint8_t(60 + step));
+    }
+    TChainFixture f;
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    TLoopSettings loops;
+    loops.on = true;
+    loops.times = 5;
+    loops.fadeSeconds = 1;
+    f.producer.SetLoopSettings(loops);
+    ASSERT_TRUE(f.producer.LoopPlan().IsActive());
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 1));
+    gWatching.store(true);
+    for (int round = 0; round < 10; ++round) {
+        f.producer.SetPlayedTick(uint64_t(round) * 211 % f.producer.CountPlayedTicks());
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    ASSERT_TRUE(wait_for([&] { return f.ended.load() == 1; }, std::chrono::seconds(20)));
+    gWatching.store(false);
+    EXPECT_EQ(gPlayThreadAllocations.load(), 0);
+}
+
 #endif
