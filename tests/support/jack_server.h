@@ -16,6 +16,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -102,9 +103,21 @@ class TJackServer {
             waitpid(fPid, nullptr, 0);
         }
         fPid = -1;
+        RemoveLeftovers();
     }
 
   private:
+    // A server killed in a test, and its clients, leave their shared memory and semaphores
+    // behind ("jack_NAME_..." and "jack_sem.*_NAME_..."); hundreds of runs would fill /dev/shm.
+    void RemoveLeftovers() const {
+        std::error_code error;
+        for (const auto& entry : std::filesystem::directory_iterator("/dev/shm", error)) {
+            const std::string leaf = entry.path().filename().string();
+            if (leaf.starts_with("jack") && leaf.find("_" + fName + "_") != std::string::npos)
+                std::filesystem::remove(entry.path(), error);
+        }
+    }
+
     static inline int sCount = 0;
     const std::string fName;
     pid_t fPid = -1;
