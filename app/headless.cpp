@@ -32,6 +32,7 @@
 #include "veldan/core/llt.h"
 
 namespace fs = std::filesystem;
+using quill::TQuillController;
 using quill::TQuillView;
 
 namespace {
@@ -189,7 +190,7 @@ class THeadlessPlayer {
     void StartTrace();
     void Start();
     void PlayFrom(int32_t index);
-    void StateChanged(int32_t state);
+    void StateChanged(TMarnelState state);
     void SongStarted();
     void CheckStopped();
     void PrintProgress(bool final);
@@ -208,7 +209,8 @@ class THeadlessPlayer {
     std::unique_ptr<TMidiRecorder> fTrace[2];
     QObject fContext;
     QTimer fProgress;
-    int32_t fLastState = kStateStopped;
+    QMetaObject::Connection fStateWatch;
+    TMarnelState fLastState = kStateStopped;
     int64_t fSongTotalUs = 0;
     int64_t fTraceStartUs = 0;
     int64_t fPlayStartUs = 0;
@@ -245,7 +247,7 @@ bool THeadlessPlayer::ConnectByName(int port, const std::string& name) {
                      name.c_str());
         return false;
     }
-    return fView->Ports().ConnectMidiOut(port, consumer->ID()) == 0;
+    return fView->Controller().Ports().ConnectMidiOut(port, consumer->ID()) == 0;
 }
 
 bool THeadlessPlayer::ConnectOutput() {
@@ -260,9 +262,10 @@ bool THeadlessPlayer::ConnectOutput() {
             std::printf("Rendering to %s\n", fSynth->WavPath().c_str());
     }
     if (fOptions.outName.empty()) {
-        if (fView->Ports().ConnectMidiOut(0, fSynth->ID()) != 0) return false;
+        if (fView->Controller().Ports().ConnectMidiOut(0, fSynth->ID()) != 0) return false;
         // Port B too, on the synthesizer's channels 17-32: two-port songs are whole.
-        if (fOptions.outNameB.empty() && fView->Ports().ConnectMidiOut(1, fSynth->ID()) != 0)
+        if (fOptions.outNameB.empty() &&
+            fView->Controller().Ports().ConnectMidiOut(1, fSynth->ID()) != 0)
             return false;
     } else if (!ConnectByName(0, fOptions.outName)) {
         return false;
@@ -322,19 +325,21 @@ void THeadlessPlayer::MakeView() {
     };
     list->SetStatusFn(report);
     list->SetFailureFn(report);
-    fView->SetPlayMode(fOptions.playMode);
-    fView->SetStateHandler([this](int32_t state) { StateChanged(state); });
+    fView->Controller().SetPlayMode(fOptions.playMode);
+    fStateWatch = QObject::connect(&fView->Controller(), &quill::TQuillController::StateChanged,
+                                   &fContext, [this](TMarnelState state) { StateChanged(state); });
     // The player passes over a song it cannot load; the terminal hears the whole path.
-    fView->SetCannotPlayHandler([this](const fs::path& song, const std::string& reason) {
-        ClearStatusLine();
-        std::fprintf(stderr, "quillmidi: %s: %s\n", song.c_str(), reason.c_str());
-        fStatus = 1;
-    });
-    fView->Chain().SetKey(fOptions.key);
-    fView->Chain().SetVolume(fOptions.volumePercent);
-    fView->Producer().SetTempoRate(fOptions.tempoPercent);
+    QObject::connect(&fView->Controller(), &quill::TQuillController::CannotPlay, &fContext,
+                     [this](const fs::path& song, const std::string& reason) {
+                         ClearStatusLine();
+                         std::fprintf(stderr, "quillmidi: %s: %s\n", song.c_str(), reason.c_str());
+                         fStatus = 1;
+                     });
+    fView->Controller().Chain().SetKey(fOptions.key);
+    fView->Controller().Chain().SetVolume(fOptions.volumePercent);
+    fView->Controller().Producer().SetTempoRate(fOptions.tempoPercent);
     if (fs::path database; fPrefs.useAIDatabase && TAISelector::DatabaseEntry(&database))
-        fView->AISelector().Load(database);
+        fView->Controller().AISelector().Load(database);
 }
 
 bool THeadlessPlayer::AddFiles() {
@@ -350,7 +355,7 @@ void THeadlessPlayer::StartTrace() {
     if (fOptions.tracePath.empty()) return;
     for (int port = 0; port < TOutputChain::kPorts; ++port) {
         fTrace[port] = std::make_unique<TMidiRecorder>("trace", kTraceEventsPerPort);
-        fView->Chain().PublicOut(port)->Connect(fTrace[port].get());
+        fView->Controller().Chain().PublicOut(port)->Connect(fTrace[port].get());
     }
 }
 
@@ -375,19 +380,19 @@ int THeadlessPlayer::Run() {
 void THeadlessPlayer::Start() {
     // The random modes choose the first song too.
     int32_t index = 0;
-    int32_t mode = fView->PlayMode();
+    int32_t mode = fView->Controller().PlayMode();
     if (mode == quill::kPlayModeRandom || mode == quill::kPlayModeAIRandom)
-        fView->GetNextSongIdx(false, &index);
+        fView->Controller().GetNextSongIdx(false, &index);
     PlayFrom(index);
 }
 
 void THeadlessPlayer::PlayFrom(int32_t index) {
-    if (fView->PlaySongAt(index)) return;
+    if (fView->Controller().PlaySongAt(index)) return;
     // Stopped already, so the state handler hears nothing of the failure.
     QTimer::singleShot(0, &fContext, [this] { CheckStopped(); });
 }
 
-void THeadlessPlayer::StateChanged(int32_t state) {
+void THeadlessPlayer::StateChanged(TMarnelState state) {
     if (state == kStatePlaying && fTraceStartUs == 0) {
         // Trace times count from the first song's start; resets sent before it carry
         // negative times.
@@ -406,9 +411,10 @@ void THeadlessPlayer::StateChanged(int32_t state) {
 }
 
 void THeadlessPlayer::SongStarted() {
-    fSongTotalUs = fView->SongLengthUs();
-    std::string title = fView->SongTitle();
-    if (title.empty()) title = fView->OrvickView()->Song(fView->CurSongIdx())->FileName();
+    fSongTotalUs = fView->Controller().SongLengthUs();
+    std::string title = fView->Controller().SongTitle();
+    if (title.empty())
+        title = fView->OrvickView()->Song(fView->Controller().CurSongIdx())->FileName();
     fSongName = title;
     fLastPlainSecond = -1;
     if (fPlain) {
@@ -420,14 +426,14 @@ void THeadlessPlayer::SongStarted() {
 
 void THeadlessPlayer::CheckStopped() {
     // The player itself goes on past songs that cannot be loaded; stopped, none is left.
-    if (!fFinished && fView->State() == kStateStopped) Finish(false);
+    if (!fFinished && fView->Controller().State() == kStateStopped) Finish(false);
 }
 
 void THeadlessPlayer::PrintProgress(bool final) {
     // The producer's position is the next event's time, ahead of the music through a long
     // note or rest; nothing here pauses, seeks or changes the rate, so the time since the
     // song started playing is the song's time, the position its bound if the thread lags.
-    int64_t now = std::min(fView->PositionUs(), veldan::system_time() - fPlayStartUs);
+    int64_t now = std::min(fView->Controller().PositionUs(), veldan::system_time() - fPlayStartUs);
     // At a song's end the producer may already be unloaded.
     if (final && !fFinished) now = fSongTotalUs;
     if (fStatusLine) DrawStatusLine(now, final);
@@ -463,13 +469,13 @@ void THeadlessPlayer::ClearStatusLine() {
 void THeadlessPlayer::Finish(bool interrupted) {
     if (fFinished) return;
     fFinished = true;
-    if (interrupted && fView->State() == kStatePlaying) PrintProgress(true);
+    if (interrupted && fView->Controller().State() == kStatePlaying) PrintProgress(true);
     ClearStatusLine();
-    fView->SetStateHandler(nullptr);
-    fView->StopSong();
+    QObject::disconnect(fStateWatch);
+    fView->Controller().StopSong();
     // Interrupted, the user wants quiet at once: sustain pedals and release tails too.
-    if (interrupted) fView->Ports().MuteAllMidiOut();
-    fView->Chain().WaitIdle(kDrainTimeoutUs);
+    if (interrupted) fView->Controller().Ports().MuteAllMidiOut();
+    fView->Controller().Chain().WaitIdle(kDrainTimeoutUs);
     if (fSynth) {
         fSynth->WaitIdle(kDrainTimeoutUs);
         fSynth->Finish(interrupted ? 0 : kReleaseTailUs);

@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <string>
 
+#include "engine/marnel_state.h"
 #include "player/compact_slider.h"
 #include "player/lcd_indicator.h"
 
@@ -43,11 +44,8 @@ constexpr uint32_t kMsgTempoChanging = 'stpg';
 constexpr uint32_t kMsgPosChanged = 'spoc';
 constexpr uint32_t kMsgPosChanging = 'spog';
 
-// The player state as the controller keeps it: 0 stopped, 1 playing, 2 paused, 3 to 7
-// preparing (shown as playing).
-constexpr int32_t kStateStopped = 0;
-constexpr int32_t kStatePlaying = 1;
-constexpr int32_t kStatePaused = 2;
+// The player state as the controller keeps it; the preparing states are shown as playing.
+using enum ::TMarnelState;
 
 class TControlBar : public QWidget {
   public:
@@ -68,7 +66,7 @@ class TControlBar : public QWidget {
     // Relabels tool tips and read-outs from the table.
     void ApplyLanguage(const veldan::TLLT& texts);
 
-    void SetPlayState(int32_t state);
+    void SetPlayState(TMarnelState state);
     // Sets a slider from code (no message) and its read-out.
     void SetSliderValue(TSlider slider, int32_t value);
     int32_t SliderValue(TSlider slider) const;

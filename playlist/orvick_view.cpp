@@ -122,6 +122,18 @@ TQuillSItem* TOrvickView::Song(int32_t songIndex) const {
     return fFlatSongs[size_t(songIndex)];
 }
 
+const fs::path& TOrvickView::SongRef(int32_t songIndex) const {
+    static const fs::path none;
+    const TQuillSItem* song = Song(songIndex);
+    return song ? song->EntryRef() : none;
+}
+
+const std::string& TOrvickView::SongFileName(int32_t songIndex) const {
+    static const std::string none;
+    const TQuillSItem* song = Song(songIndex);
+    return song ? song->FileName() : none;
+}
+
 int32_t TOrvickView::SongIdx(int32_t fullListIndex) const {
     BuildFlatList();
     if (fullListIndex < 0 || size_t(fullListIndex) >= fFlatSongIndexes.size()) return -1;
