@@ -247,7 +247,7 @@ bool THeadlessPlayer::ConnectByName(int port, const std::string& name) {
                      name.c_str());
         return false;
     }
-    return fView->Controller().Ports().ConnectMidiOut(port, consumer->ID()) == 0;
+    return fView->Controller().ConnectMidiOut(port, consumer->ID()) == 0;
 }
 
 bool THeadlessPlayer::ConnectOutput() {
@@ -262,10 +262,9 @@ bool THeadlessPlayer::ConnectOutput() {
             std::printf("Rendering to %s\n", fSynth->WavPath().c_str());
     }
     if (fOptions.outName.empty()) {
-        if (fView->Controller().Ports().ConnectMidiOut(0, fSynth->ID()) != 0) return false;
+        if (fView->Controller().ConnectMidiOut(0, fSynth->ID()) != 0) return false;
         // Port B too, on the synthesizer's channels 17-32: two-port songs are whole.
-        if (fOptions.outNameB.empty() &&
-            fView->Controller().Ports().ConnectMidiOut(1, fSynth->ID()) != 0)
+        if (fOptions.outNameB.empty() && fView->Controller().ConnectMidiOut(1, fSynth->ID()) != 0)
             return false;
     } else if (!ConnectByName(0, fOptions.outName)) {
         return false;
@@ -335,9 +334,9 @@ void THeadlessPlayer::MakeView() {
                          std::fprintf(stderr, "quillmidi: %s: %s\n", song.c_str(), reason.c_str());
                          fStatus = 1;
                      });
-    fView->Controller().Chain().SetKey(fOptions.key);
-    fView->Controller().Chain().SetVolume(fOptions.volumePercent);
-    fView->Controller().Producer().SetTempoRate(fOptions.tempoPercent);
+    fView->Controller().SetKey(fOptions.key);
+    fView->Controller().SetVolume(fOptions.volumePercent);
+    fView->Controller().SetTempoRate(fOptions.tempoPercent);
     if (fs::path database; fPrefs.useAIDatabase && TAISelector::DatabaseEntry(&database))
         fView->Controller().AISelector().Load(database);
 }
@@ -355,7 +354,7 @@ void THeadlessPlayer::StartTrace() {
     if (fOptions.tracePath.empty()) return;
     for (int port = 0; port < TOutputChain::kPorts; ++port) {
         fTrace[port] = std::make_unique<TMidiRecorder>("trace", kTraceEventsPerPort);
-        fView->Controller().Chain().PublicOut(port)->Connect(fTrace[port].get());
+        fView->Controller().ConnectOutput(port, fTrace[port].get());
     }
 }
 
@@ -474,8 +473,8 @@ void THeadlessPlayer::Finish(bool interrupted) {
     QObject::disconnect(fStateWatch);
     fView->Controller().StopSong();
     // Interrupted, the user wants quiet at once: sustain pedals and release tails too.
-    if (interrupted) fView->Controller().Ports().MuteAllMidiOut();
-    fView->Controller().Chain().WaitIdle(kDrainTimeoutUs);
+    if (interrupted) fView->Controller().MuteAllMidiOut();
+    fView->Controller().WaitOutputIdle(kDrainTimeoutUs);
     if (fSynth) {
         fSynth->WaitIdle(kDrainTimeoutUs);
         fSynth->Finish(interrupted ? 0 : kReleaseTailUs);

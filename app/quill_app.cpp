@@ -173,12 +173,10 @@ TSynthConsumer::TOptions TQuillApp::SynthOptions(const TPref::TSynthSettings& se
 
 void TQuillApp::ApplySynthPrefs() {
     if (pref().synth == fSynthInUse || !fMainWin) return;
-    TMidiOutPorts& ports = fMainWin->View()->Controller().Ports();
+    quill::TQuillController& player = fMainWin->View()->Controller();
     std::vector<int> connected;
     for (int port = 0; port < TOutputChain::kPorts; ++port)
-        if (fSynth &&
-            fMainWin->View()->Controller().Chain().PublicOut(port)->IsConnected(fSynth.get()))
-            connected.push_back(port);
+        if (fSynth && player.IsConnected(port, fSynth.get())) connected.push_back(port);
     // A file being rendered is finished first: the new synthesizer writes the same path.
     if (fSynth && fSynth->DriverName() == TSynthConsumer::kWavDriver) fSynth.reset();
     std::string error;
@@ -196,7 +194,7 @@ void TQuillApp::ApplySynthPrefs() {
         if (!fresh) return;
     }
     fresh->Register();
-    for (int port : connected) ports.ConnectMidiOut(port, fresh->ID());
+    for (int port : connected) player.ConnectMidiOut(port, fresh->ID());
     if (fSynth) fSynth->Finish(0);
     fSynth = std::move(fresh);
     fMainWin->View()->UpdatePortCompos();
@@ -271,7 +269,7 @@ void TQuillApp::Quit() {
     fMainWin->WriteExitState();
     // No note may hang in a synthesizer that outlives us.
     fMainWin->View()->Controller().StopSong();
-    fMainWin->View()->Controller().Ports().MuteAllMidiOut();
+    fMainWin->View()->Controller().MuteAllMidiOut();
     if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database)) {
         std::string error;
         if (fMainWin->View()->Controller().AISelector().Save(database, &error) != 0)

@@ -295,10 +295,9 @@ void TQuillWin::RecreateMenuMidiOutRqtd() { CreateMenuMidiOut(); }
 
 void TQuillWin::UpdateMenuMidiOutRqtd() {
     for (size_t port = 0; port < fMenuMidiOut.size(); ++port) {
-        TMidiLocalProducer* out = fView->Controller().Chain().PublicOut(int(port));
         for (QAction* item : fMenuMidiOut[port]->actions()) {
             TMidiConsumer* consumer = TMidiRoster::Default().FindConsumer(item->data().toInt());
-            item->setChecked(consumer && out->IsConnected(consumer));
+            item->setChecked(consumer && fView->Controller().IsConnected(int(port), consumer));
         }
     }
 }
@@ -498,7 +497,7 @@ void TQuillWin::ConnectByNames(int port, const std::vector<std::string>& names) 
         int32_t id = 0;
         while (TMidiConsumer* consumer = TMidiRoster::Default().NextConsumer(&id)) {
             if (consumer->Name() != name) continue;
-            fView->Controller().Ports().ConnectMidiOut(port, consumer->ID());
+            fView->Controller().ConnectMidiOut(port, consumer->ID());
             break;
         }
     }
@@ -576,7 +575,7 @@ void TQuillWin::WriteExitState() {
     for (int port = 0; port < TExitState::kOutputCount; ++port) {
         auto& names = fExitState.connections[size_t(port)];
         names.clear();
-        for (TMidiConsumer* consumer : fView->Controller().Chain().PublicOut(port)->Connections())
+        for (TMidiConsumer* consumer : fView->Controller().Connections(port))
             names.push_back(consumer->Name());
     }
 }

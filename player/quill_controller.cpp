@@ -365,7 +365,8 @@ void TQuillController::ChangeSongRqtd(int32_t index) {
 // Scores ---------------------------------------------------------------------------------
 
 void TQuillController::ScoreUpCurrentSong() {
-    if (fPrefs.useAIDatabase) fSelector.ChangeScore(fPlaylist->SongFileName(fPlaylist->CurSongIdx()), 1);
+    if (fPrefs.useAIDatabase)
+        fSelector.ChangeScore(fPlaylist->SongFileName(fPlaylist->CurSongIdx()), 1);
 }
 
 void TQuillController::ScoreDownCurrentSong() {
@@ -378,8 +379,7 @@ void TQuillController::ScoreDownCurrentSong() {
 
 void TQuillController::SysResetReceived(const veldan::TMessage& message) {
     int32_t kind = 0;
-    if (message.FindInt32(kSysResetField, &kind))
-        Q_EMIT ResetSeen(kind);
+    if (message.FindInt32(kSysResetField, &kind)) Q_EMIT ResetSeen(kind);
 }
 
 void TQuillController::AllNotesOffRqtd() {
@@ -411,30 +411,64 @@ void TQuillController::SliderChangedRqtd(const veldan::TMessage& message) {
     if (!message.FindInt32(kSliderValueField, &value)) return;
     switch (message.what) {
         case kMsgVolumeChanged:
-            fChain.SetVolume(value);
+            SetVolume(value);
             break;
         case kMsgKeyChanged:
-            // The notes of the old key stop with it rather than clash with the new one. The
-            // filters send every note-off where its note-on went, so nothing needs to
-            // drain between the two.
-            fChain.QuickAllNotesOff();
-            fChain.SetKey(value);
+            SetKey(value);
             break;
         case kMsgTempoChanged:
-            fProducer.SetTempoRate(value);
+            SetTempoRate(value);
             break;
         case kMsgPosChanged:
-            fChain.QuickAllNotesOff();
-            fProducer.SetCurrentTick(
-                uint32_t(uint64_t(fProducer.CountTicks()) * uint32_t(value) / 100));
-            // Stopped, the producer has no place to keep a position: the thumb goes back
-            // to where playing will start.
-            UpdatePosCompo();
+            SetPositionPercent(value);
             break;
         default:
             break;
     }
 }
+
+void TQuillController::SetVolume(int32_t percent) { fChain.SetVolume(percent); }
+
+void TQuillController::SetKey(int32_t key) {
+    // The notes of the old key stop with it rather than clash with the new one. The
+    // filters send every note-off where its note-on went, so nothing needs to drain
+    // between the two.
+    fChain.QuickAllNotesOff();
+    fChain.SetKey(key);
+}
+
+void TQuillController::SetTempoRate(int32_t percent) { fProducer.SetTempoRate(percent); }
+
+void TQuillController::SetPositionPercent(int32_t percent) {
+    fChain.QuickAllNotesOff();
+    fProducer.SetCurrentTick(uint32_t(uint64_t(fProducer.CountTicks()) * uint32_t(percent) / 100));
+    // Stopped, the producer has no place to keep a position: the thumb goes back to where
+    // playing will start.
+    UpdatePosCompo();
+}
+
+int32_t TQuillController::ConnectMidiOut(int port, int32_t consumerId) {
+    const int32_t result = fPorts.ConnectMidiOut(port, consumerId);
+    UpdatePortCompos();
+    return result;
+}
+
+void TQuillController::ConnectOutput(int port, TMidiConsumer* consumer) {
+    fChain.PublicOut(port)->Connect(consumer);
+    UpdatePortCompos();
+}
+
+bool TQuillController::IsConnected(int port, const TMidiConsumer* consumer) {
+    return fChain.PublicOut(port)->IsConnected(consumer);
+}
+
+std::vector<TMidiConsumer*> TQuillController::Connections(int port) {
+    return fChain.PublicOut(port)->Connections();
+}
+
+void TQuillController::MuteAllMidiOut() { fPorts.MuteAllMidiOut(); }
+
+bool TQuillController::WaitOutputIdle(int64_t timeoutUs) { return fChain.WaitIdle(timeoutUs); }
 
 int64_t TQuillController::SongLengthUs() const {
     return fProducer.TempoMap().TickToUs(fProducer.CountTicks(), fProducer.TempoRate());

@@ -23,6 +23,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "engine/marnel_state.h"
 #include "engine/midi_out_ports.h"
@@ -83,6 +84,8 @@ class TQuillController : public veldan::THandler {
     ~TQuillController() override;
 
     TAISelector& AISelector() { return fSelector; }
+    // The engine, for the widgets that show it (channel meters, lyrics) and for tests; the
+    // application goes through the requests below.
     TSMFProducer& Producer() { return fProducer; }
     TOutputChain& Chain() { return fChain; }
     TMidiOutPorts& Ports() { return fPorts; }
@@ -123,6 +126,26 @@ class TQuillController : public veldan::THandler {
     bool PlaySongAt(int32_t index);
     void StartMidiOut();
     void StopMidiOut();
+
+    // The sliders' settings. A new key stops the notes of the old one rather than let them
+    // clash; a new position stops the notes sounding and starts from there.
+    void SetVolume(int32_t percent);
+    void SetKey(int32_t key);
+    void SetTempoRate(int32_t percent);
+    void SetPositionPercent(int32_t percent);
+
+    // The public ports. A consumer of the roster by id: 0, or -1 when there is none.
+    int32_t ConnectMidiOut(int port, int32_t consumerId);
+    // A consumer outside the roster, such as a recorder of what the player sends.
+    void ConnectOutput(int port, TMidiConsumer* consumer);
+    bool IsConnected(int port, const TMidiConsumer* consumer);
+    std::vector<TMidiConsumer*> Connections(int port);
+    // Silences every consumer of both ports, also of what the note tables never saw
+    // (sustain pedals, release tails, notes left hanging in a synthesizer).
+    void MuteAllMidiOut();
+    // Waits until everything sent has reached the consumers; false when timeoutUs passed
+    // first.
+    bool WaitOutputIdle(int64_t timeoutUs);
 
     // Not const: the AI random mode's draw counts the selection.
     bool GetNextSongIdx(bool atEnd, int32_t* index);
