@@ -9,6 +9,7 @@
 // hold: A is "/no name", C is "/windows", the rest unmapped; a file replaces them all.
 
 #include <array>
+#include <filesystem>
 #include <string>
 
 #include "veldan/core/archivable.h"
@@ -44,3 +45,10 @@ class TDrvCvt : public veldan::TArchivable {
 // Shift-JIS (as Windows writes it, code page 932) to UTF-8; a byte that can't be
 // converted becomes the substitute 0x1A. False when the system has no such conversion.
 bool sjis_to_utf8(const std::string& sjis, std::string* utf8);
+
+// A line of a playlist as a path of this system: a path of this system is taken as it is
+// (from Shift-JIS when written so), a Windows path goes through driveLetters; container is
+// the playlist file. An unconvertible line stays relative, to be reported missing.
+std::filesystem::path resolve_list_entry(const std::string& line,
+                                         const std::filesystem::path& container,
+                                         const TDrvCvt& driveLetters);

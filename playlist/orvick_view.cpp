@@ -293,21 +293,6 @@ bool TOrvickView::IsMidiFile(const fs::path& ref) {
     return veldan::instr(lower.c_str(), ".mid", 1) > 0;
 }
 
-fs::path TOrvickView::ResolveEntry(const std::string& line, const fs::path& container) const {
-    std::string path = line;
-    if (!line.empty() && line[0] == '/') {
-        std::string utf8;
-        if (veldan::detect_charset(line.c_str()) == veldan::kSJISConversion &&
-            sjis_to_utf8(line, &utf8)) {
-            path = utf8;
-        }
-    } else {
-        // Written on Windows; an unconvertible line stays relative and is reported missing.
-        DriveLetters().CvtPathWinToBe(line.c_str(), &path, container.c_str());
-    }
-    return fs::path(path);
-}
-
 const TDrvCvt& TOrvickView::DriveLetters() const {
     if (fDrvCvt) return *fDrvCvt;
     if (!fOwnDrvCvt) fOwnDrvCvt = std::make_unique<TDrvCvt>();
@@ -328,7 +313,8 @@ bool TOrvickView::AddContainer(const fs::path& ref, TSupportFmt kind, TContainer
     fNesting++;
     int32_t index = 0;
     for (const TContainerEntry& entry : entries) {
-        AddListFolderFile(ResolveEntry(entry.path, ref), list, index++, entry.isContainer);
+        AddListFolderFile(resolve_list_entry(entry.path, ref, DriveLetters()), list, index++,
+                          entry.isContainer);
     }
     fNesting--;
 

@@ -308,8 +308,6 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget>, public TSongLis
     bool AskSaveLists(const std::vector<TQuillSItem*>& lists);
     void Status(const char* key, const std::string& name) const;
     void AutoSort(TQuillSItem* list) const;
-    std::filesystem::path ResolveEntry(const std::string& line,
-                                       const std::filesystem::path& container) const;
     void WatchLoaderFolder();
     const TDrvCvt& DriveLetters() const;
 
