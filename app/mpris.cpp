@@ -137,7 +137,7 @@ class TMprisService::TPlayerAdaptor : public QDBusAbstractAdaptor {
     }
 
     double Rate() const { return SliderValue(TControlBar::kTempo) / 100.0; }
-    void SetRate(double rate) { SetSlider(TControlBar::kTempo, quill::kMsgTempoChanged, rate); }
+    void SetRate(double rate) { SetSlider(TControlBar::kTempo, rate); }
     double MinimumRate() const {
         return fView->ControlBar()->SliderMinimum(TControlBar::kTempo) / 100.0;
     }
@@ -145,9 +145,7 @@ class TMprisService::TPlayerAdaptor : public QDBusAbstractAdaptor {
         return fView->ControlBar()->SliderMaximum(TControlBar::kTempo) / 100.0;
     }
     double Volume() const { return SliderValue(TControlBar::kVolume) / 100.0; }
-    void SetVolume(double volume) {
-        SetSlider(TControlBar::kVolume, quill::kMsgVolumeChanged, volume);
-    }
+    void SetVolume(double volume) { SetSlider(TControlBar::kVolume, volume); }
 
     QVariantMap Metadata() const {
         QVariantMap metadata;
@@ -172,8 +170,8 @@ class TMprisService::TPlayerAdaptor : public QDBusAbstractAdaptor {
     bool CanControl() const { return true; }
 
   public slots:
-    void Next() { fView->Controller().CButtonNextClicked(); }
-    void Previous() { fView->Controller().CButtonPrevClicked(); }
+    void Next() { fView->Controller().NextSong(); }
+    void Previous() { fView->Controller().PrevSong(); }
     void Pause() {
         if (fView->Controller().State() == kStatePlaying) fView->Controller().PauseSong();
     }
@@ -215,20 +213,17 @@ class TMprisService::TPlayerAdaptor : public QDBusAbstractAdaptor {
     int32_t SliderValue(TControlBar::TSlider slider) const {
         return fView->ControlBar()->SliderValue(slider);
     }
-    void SetSlider(TControlBar::TSlider slider, uint32_t what, double value) {
+    void SetSlider(TControlBar::TSlider slider, double value) {
         if (!std::isfinite(value)) return;
         int32_t percent = int32_t(std::lround(std::clamp(value, 0.0, 10.0) * 100));
         fView->ControlBar()->SetSliderValue(slider, percent);
         // The slider keeps the value within its range.
-        veldan::TMessage changed(what);
-        changed.AddInt32(TQuillController::kSliderValueField, SliderValue(slider));
-        fView->Controller().SliderChangedRqtd(changed);
+        if (slider == TControlBar::kTempo)
+            fView->Controller().SetTempoRate(SliderValue(slider));
+        else
+            fView->Controller().SetVolume(SliderValue(slider));
     }
-    void SetPlayMode(int32_t mode) {
-        veldan::TMessage message(TQuillController::kMsgPlayMode);
-        message.AddInt32(TQuillController::kPlayModeField, mode);
-        fView->Controller().PlayModeRqtd(message);
-    }
+    void SetPlayMode(int32_t mode) { fView->Controller().ChangePlayMode(mode); }
 
     TQuillView* const fView;
     const THooks& fHooks;

@@ -6,7 +6,7 @@
 
 #include "app/settings/pref.h"
 #include "midi/roster.h"
-#include "player/control_bar.h"
+#include "player/control_messages.h"
 #include "playlist/song_list.h"
 #include "veldan/base/clock.h"
 #include "veldan/base/random.h"
@@ -328,13 +328,13 @@ void TQuillController::GoOnAfterSongEnd() {
     ScrollToSong(fPlaylist->CurSongIdx());
 }
 
-void TQuillController::CButtonNextClicked() {
+void TQuillController::NextSong() {
     ScoreDownCurrentSong();
     int32_t index = fPlaylist->CurSongIdx();
     if (GetNextSongIdx(false, &index)) MoveToSong(index, true);
 }
 
-void TQuillController::CButtonPrevClicked() {
+void TQuillController::PrevSong() {
     int32_t index = fPlaylist->CurSongIdx();
     if (GetPrevSongIdx(&index)) MoveToSong(index, false);
 }
@@ -400,7 +400,10 @@ void TQuillController::MidiOutRqtd(const veldan::TMessage& message) {
 
 void TQuillController::PlayModeRqtd(const veldan::TMessage& message) {
     int32_t mode = kPlayModeSeq;
-    if (!message.FindInt32(kPlayModeField, &mode)) return;
+    if (message.FindInt32(kPlayModeField, &mode)) ChangePlayMode(mode);
+}
+
+void TQuillController::ChangePlayMode(int32_t mode) {
     SetPlayMode(mode);
     ScoreUpCurrentSong();
     TellTitleTarget(kMsgUpdateMenuPlayMode);
@@ -549,10 +552,10 @@ void TQuillController::MessageReceived(veldan::TMessage* message) {
             StopSong();
             break;
         case kMsgNext:
-            CButtonNextClicked();
+            NextSong();
             break;
         case kMsgPrev:
-            CButtonPrevClicked();
+            PrevSong();
             break;
         case kMsgAllNotesOff:
             AllNotesOffRqtd();

@@ -154,9 +154,13 @@ class TQuillController : public veldan::THandler {
     void ScoreUpCurrentSong();
     void ScoreDownCurrentSong();
 
+    // The next and the previous button: the next is a skip of the current song.
+    void NextSong();
+    void PrevSong();
+    // The play mode as the menu sets it: a liking of the current song.
+    void ChangePlayMode(int32_t mode);
+
     // Requests, as the control bar, the menus and the playlist send them.
-    void CButtonNextClicked();
-    void CButtonPrevClicked();
     // A song chosen in the list: a skip of the current one, a liking of the new one.
     void ChangeSongRqtd(int32_t index);
     void PlaySongEnded(const veldan::TMessage& message);

@@ -215,7 +215,7 @@ TEST_F(QuillViewTest, MonoRepeatRestartsTheSongButNextMovesOn) {
     ASSERT_TRUE(fView->Controller().PlaySong());
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 3));
     EXPECT_EQ(fView->Controller().CurSongIdx(), 0);
-    fView->Controller().CButtonNextClicked();
+    fView->Controller().NextSong();
     EXPECT_EQ(fView->Controller().CurSongIdx(), 1);
     EXPECT_EQ(fView->Controller().State(), kStatePlaying);
     fView->Controller().PauseSong();
@@ -229,7 +229,7 @@ TEST_F(QuillViewTest, RandomWithOneSongPicksItAgain) {
     ASSERT_TRUE(fView->Controller().PlaySong());
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 2));
     EXPECT_EQ(fView->Controller().CurSongIdx(), 0);
-    fView->Controller().CButtonNextClicked();
+    fView->Controller().NextSong();
     EXPECT_EQ(fView->Controller().CurSongIdx(), 0);
     EXPECT_GT(fView->Controller().Producer().CountTracks(), 0u);
 }
@@ -240,7 +240,7 @@ TEST_F(QuillViewTest, RandomDrawsFromTheInjectedSource) {
     size_t next = 0;
     fView->Controller().SetRandom([&] { return draws[next++]; });
     fView->Controller().SetPlayMode(kPlayModeRandom);
-    fView->Controller().CButtonNextClicked();
+    fView->Controller().NextSong();
     EXPECT_EQ(fView->Controller().CurSongIdx(), 2);
     EXPECT_EQ(next, 3u);
 }
@@ -254,7 +254,7 @@ TEST_F(QuillViewTest, AnInjectedGeneratorReplaysTheSameRandomOrderInBothRandomMo
         std::vector<int32_t> picked;
         if (!fView->Controller().ChangeSong(0, false)) return picked;
         for (int i = 0; i < 12; ++i) {
-            fView->Controller().CButtonNextClicked();
+            fView->Controller().NextSong();
             picked.push_back(fView->Controller().CurSongIdx());
         }
         return picked;
@@ -262,7 +262,7 @@ TEST_F(QuillViewTest, AnInjectedGeneratorReplaysTheSameRandomOrderInBothRandomMo
     for (int32_t mode : {int32_t(kPlayModeRandom), int32_t(kPlayModeAIRandom)}) {
         fView->Controller().SetPlayMode(mode);
         // The selector weighs a song it meets for the first time lower: meet them all.
-        fView->Controller().CButtonNextClicked();
+        fView->Controller().NextSong();
         std::vector<int32_t> first = order();
         ASSERT_EQ(first.size(), 12u);
         EXPECT_EQ(order(), first) << "mode " << mode;
@@ -277,13 +277,13 @@ TEST_F(QuillViewTest, NextEarlyLowersTheScoreLateDoesNot) {
     ASSERT_TRUE(fView->Controller().PlaySong());
     const int32_t first = Priority(0);
     fNow += 5 * kSecondUs;
-    fView->Controller().CButtonNextClicked();
+    fView->Controller().NextSong();
     EXPECT_EQ(Priority(0), first - 1);
     ASSERT_EQ(fView->Controller().CurSongIdx(), 1);
 
     const int32_t second = Priority(1);
     fNow += 15 * kSecondUs;
-    fView->Controller().CButtonNextClicked();
+    fView->Controller().NextSong();
     EXPECT_EQ(Priority(1), second);
     EXPECT_EQ(fView->Controller().CurSongIdx(), 0);
 }
@@ -293,7 +293,7 @@ TEST_F(QuillViewTest, ScoresStayWhenLearningIsOff) {
     AddSongs(2, kLongSong);
     ASSERT_TRUE(fView->Controller().PlaySong());
     fNow += 5 * kSecondUs;
-    fView->Controller().CButtonNextClicked();
+    fView->Controller().NextSong();
     fView->Controller().ScoreUpCurrentSong();
     EXPECT_TRUE(fView->Controller().AISelector().Scores().empty());
 }
@@ -474,7 +474,7 @@ TEST_F(QuillViewTest, NextPassesOverSongsThatCannotPlayAndNamesThem) {
                      [&](const std::filesystem::path& song, const std::string& reason) {
                          passed.push_back(song.filename().string() + ": " + reason);
                      });
-    fView->Controller().CButtonNextClicked();
+    fView->Controller().NextSong();
     EXPECT_EQ(passed,
               (std::vector<std::string>{"format2.mid: format 2 is not supported",
                                         "gone.mid: cannot open the file: No such file or directory",
@@ -655,7 +655,7 @@ TEST_F(QuillViewTest, AfterStopAChangeOrASeekWhileStoppedThePositionShowsWhereIt
     seek(50);
     fView->Controller().PauseSong();
     ASSERT_TRUE(process_until([&] { return bar->SliderValue(TControlBar::kPos) >= 50; }));
-    fView->Controller().CButtonNextClicked();
+    fView->Controller().NextSong();
     ASSERT_EQ(fView->Controller().CurSongIdx(), 1);
     EXPECT_EQ(bar->SliderValue(TControlBar::kPos), 0) << "after a change of song while paused";
 
