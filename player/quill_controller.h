@@ -106,6 +106,9 @@ class TQuillController : public veldan::THandler {
     // The loaded song's length and play position at the current tempo rate; 0 without one.
     int64_t SongLengthUs() const;
     int64_t PositionUs() const;
+    // The play position in percent of the song, 0 without one.
+    int32_t PositionPercent() const;
+    bool HasSong() const { return fProducer.CountTracks() > 0; }
     // Moves the play position as the position slider does, to the microsecond.
     void SetPositionUs(int64_t us);
     // The current song's file, empty when there is none.
@@ -117,7 +120,7 @@ class TQuillController : public veldan::THandler {
     void StopSong();
     // Loads the song at index; keeps the player going when it was playing or preparing,
     // through the silence between songs when betweenSongs. A song that cannot be loaded
-    // is named on the status line; unless the player was stopped, the songs the play mode
+    // is told (CannotPlay); unless the player was stopped, the songs the play mode
     // gives after it are tried in its place, each at most once, and the player stops only
     // when none of them can be loaded. False when no song was loaded or started.
     bool ChangeSong(int32_t index, bool betweenSongs);
@@ -160,9 +163,9 @@ class TQuillController : public veldan::THandler {
     // The play mode as the menu sets it: a liking of the current song.
     void ChangePlayMode(int32_t mode);
 
-    // Requests, as the control bar, the menus and the playlist send them.
     // A song chosen in the list: a skip of the current one, a liking of the new one.
     void ChangeSongRqtd(int32_t index);
+    // Requests as the control bar, the menus and the other threads send them.
     void PlaySongEnded(const veldan::TMessage& message);
     void SilenceEndedRqtd();
     void SysResetReceived(const veldan::TMessage& message);
@@ -172,10 +175,6 @@ class TQuillController : public veldan::THandler {
     void SliderChangedRqtd(const veldan::TMessage& message);
     // The preferences changed.
     void PrefChanged();
-
-    // The play position in percent of the song, 0 without one.
-    int32_t PositionPercent() const;
-    bool HasSong() const { return fProducer.CountTracks() > 0; }
 
     void MessageReceived(veldan::TMessage* message) override;
 

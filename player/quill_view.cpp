@@ -4,7 +4,6 @@
 #include <QFont>
 #include <QUrl>
 #include <QVBoxLayout>
-#include <algorithm>
 
 #include "app/settings/pref.h"
 #include "player/channel_panel.h"
