@@ -3,7 +3,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <QApplication>
+#include <QCoreApplication>
 #include <QTimer>
 #include <algorithm>
 #include <cstdio>
@@ -20,19 +20,18 @@
 #include "midi/recorder.h"
 #include "midi/roster.h"
 #include "midi/synth.h"
-#include "player/quill_view.h"
+#include "player/quill_controller.h"
 #include "player/readout.h"
 #include "player/resources.h"
 #include "playlist/ai_selector.h"
-#include "playlist/orvick_view.h"
-#include "playlist/quill_sitem.h"
+#include "playlist/song_queue.h"
 #include "veldan/base/atomic_file.h"
 #include "veldan/base/clock.h"
 #include "veldan/core/entry.h"
 #include "veldan/core/llt.h"
 
 namespace fs = std::filesystem;
-using quill::TQuillView;
+using quill::TQuillController;
 
 namespace {
 
@@ -174,13 +173,13 @@ int dump(const std::string& path) {
     return 0;
 }
 
-// Plays through the same controller as the window, on the offscreen platform: the play
-// modes, the preparing sequence and the playlists behave as they do there.
+// Plays through the same controller as the window, without a widget: the play modes, the
+// preparing sequence and the playlists behave as they do there.
 class THeadlessPlayer {
   public:
     explicit THeadlessPlayer(THeadlessOptions options) : fOptions(std::move(options)) {}
 
-    // Needs a QApplication.
+    // Needs a QCoreApplication.
     int Run();
     int ListPorts();
 
@@ -190,12 +189,12 @@ class THeadlessPlayer {
     bool ConnectOutput();
     bool ConnectByName(int port, const std::string& name);
     void ApplyOptionsToPrefs();
-    void MakeView();
+    void MakePlayer();
     bool AddFiles();
     void StartTrace();
     void Start();
     void PlayFrom(int32_t index);
-    void StateChanged(int32_t state);
+    void StateChanged(TMarnelState state);
     void SongStarted();
     void CheckStopped();
     void PrintProgress(bool final);
@@ -209,12 +208,14 @@ class THeadlessPlayer {
     TMidiBackends fBackends;
     TPref fPrefs;
     veldan::TLLT fTexts;  // the built-in language: the terminal's texts are English
-    std::unique_ptr<TQuillView> fView;
+    std::unique_ptr<TSongQueue> fSongs;
+    std::unique_ptr<TQuillController> fPlayer;
     std::unique_ptr<TSynthConsumer> fSynth;
     std::unique_ptr<TMidiRecorder> fTrace[2];
     QObject fContext;
     QTimer fProgress;
-    int32_t fLastState = kStateStopped;
+    QMetaObject::Connection fStateWatch;
+    TMarnelState fLastState = kStateStopped;
     int64_t fSongTotalUs = 0;
     int64_t fTraceStartUs = 0;
     int64_t fPlayStartUs = 0;
@@ -251,7 +252,7 @@ bool THeadlessPlayer::ConnectByName(int port, const std::string& name) {
                      name.c_str());
         return false;
     }
-    return fView->Ports().ConnectMidiOut(port, consumer->ID()) == 0;
+    return fPlayer->ConnectMidiOut(port, consumer->ID()) == 0;
 }
 
 bool THeadlessPlayer::ConnectOutput() {
@@ -266,9 +267,9 @@ bool THeadlessPlayer::ConnectOutput() {
             std::printf("Rendering to %s\n", fSynth->WavPath().c_str());
     }
     if (fOptions.outName.empty()) {
-        if (fView->Ports().ConnectMidiOut(0, fSynth->ID()) != 0) return false;
+        if (fPlayer->ConnectMidiOut(0, fSynth->ID()) != 0) return false;
         // Port B too, on the synthesizer's channels 17-32: two-port songs are whole.
-        if (fOptions.outNameB.empty() && fView->Ports().ConnectMidiOut(1, fSynth->ID()) != 0)
+        if (fOptions.outNameB.empty() && fPlayer->ConnectMidiOut(1, fSynth->ID()) != 0)
             return false;
     } else if (!ConnectByName(0, fOptions.outName)) {
         return false;
@@ -316,44 +317,39 @@ void THeadlessPlayer::ApplyOptionsToPrefs() {
         fPrefs.loops.times = fOptions.loopTimes;
     }
     if (fOptions.fadeSeconds >= 0) fPrefs.loops.fadeSeconds = fOptions.fadeSeconds;
-    // The files play in the order given.
-    fPrefs.autoSortKind = TPref::kSortNone;
 }
 
-void THeadlessPlayer::MakeView() {
+void THeadlessPlayer::MakePlayer() {
     quill::init_resources();
     fTexts.LoadResource(QString::fromUtf8(quill::kBuiltinLanguagePath));
-    fView = std::make_unique<TQuillView>(fTexts, fPrefs);
-    TOrvickView* list = fView->OrvickView();
-    list->SetAutoSortKind(fPrefs.autoSortKind);
+    fSongs = std::make_unique<TSongQueue>(fTexts);
+    fPlayer = std::make_unique<TQuillController>(fPrefs, *fSongs);
     // What the window shows in its status bar goes to the terminal.
-    auto report = [this](const std::string& text) {
+    fSongs->SetStatusFn([this](const std::string& text) {
         ClearStatusLine();
         std::fprintf(stderr, "quillmidi: %s\n", text.c_str());
-    };
-    list->SetStatusFn(report);
-    list->SetFailureFn(report);
-    fView->SetPlayMode(fOptions.playMode);
-    fView->SetStateHandler([this](int32_t state) { StateChanged(state); });
-    // The player passes over a song it cannot load; the terminal hears the whole path.
-    fView->SetCannotPlayHandler([this](const fs::path& song, const std::string& reason) {
-        ClearStatusLine();
-        std::fprintf(stderr, "quillmidi: %s: %s\n", song.c_str(), reason.c_str());
-        fStatus = 1;
     });
-    fView->Chain().SetKey(fOptions.key);
-    fView->Chain().SetVolume(fOptions.volumePercent);
-    fView->Producer().SetTempoRate(fOptions.tempoPercent);
+    fPlayer->SetPlayMode(fOptions.playMode);
+    fStateWatch = QObject::connect(fPlayer.get(), &quill::TQuillController::StateChanged, &fContext,
+                                   [this](TMarnelState state) { StateChanged(state); });
+    // The player passes over a song it cannot load; the terminal hears the whole path.
+    QObject::connect(fPlayer.get(), &quill::TQuillController::CannotPlay, &fContext,
+                     [this](const fs::path& song, const std::string& reason) {
+                         ClearStatusLine();
+                         std::fprintf(stderr, "quillmidi: %s: %s\n", song.c_str(), reason.c_str());
+                         fStatus = 1;
+                     });
+    fPlayer->SetKey(fOptions.key);
+    fPlayer->SetVolume(fOptions.volumePercent);
+    fPlayer->SetTempoRate(fOptions.tempoPercent);
     if (fs::path database; fPrefs.useAIDatabase && TAISelector::DatabaseEntry(&database))
-        fView->AISelector().Load(database);
+        fPlayer->AISelector().Load(database);
 }
 
 bool THeadlessPlayer::AddFiles() {
-    TOrvickView* list = fView->OrvickView();
-    list->AddNewList(nullptr);
     bool allAdded = true;
     for (const std::string& file : fOptions.files)
-        if (!list->AddListFolderFileToTopLevel(veldan::ref_for_path(file))) allAdded = false;
+        if (!fSongs->Add(veldan::ref_for_path(file))) allAdded = false;
     return allAdded;
 }
 
@@ -361,17 +357,17 @@ void THeadlessPlayer::StartTrace() {
     if (fOptions.tracePath.empty()) return;
     for (int port = 0; port < TOutputChain::kPorts; ++port) {
         fTrace[port] = std::make_unique<TMidiRecorder>("trace", kTraceEventsPerPort);
-        fView->Chain().PublicOut(port)->Connect(fTrace[port].get());
+        fPlayer->ConnectOutput(port, fTrace[port].get());
     }
 }
 
 int THeadlessPlayer::Run() {
     StartBackends();
     ApplyOptionsToPrefs();
-    MakeView();
+    MakePlayer();
     if (!ConnectOutput()) return 1;
     if (!AddFiles()) fStatus = 1;
-    if (fView->OrvickView()->Songs() == 0) {
+    if (fSongs->Songs() == 0) {
         std::fprintf(stderr, "quillmidi: nothing to play\n");
         return 1;
     }
@@ -380,25 +376,25 @@ int THeadlessPlayer::Run() {
     QObject::connect(&fProgress, &QTimer::timeout, &fContext, [this] { PrintProgress(false); });
     call_on_interrupt(&fContext, [this] { Finish(true); });
     QTimer::singleShot(0, &fContext, [this] { Start(); });
-    return QApplication::exec();
+    return QCoreApplication::exec();
 }
 
 void THeadlessPlayer::Start() {
     // The random modes choose the first song too.
     int32_t index = 0;
-    int32_t mode = fView->PlayMode();
+    int32_t mode = fPlayer->PlayMode();
     if (mode == quill::kPlayModeRandom || mode == quill::kPlayModeAIRandom)
-        fView->GetNextSongIdx(false, &index);
+        fPlayer->GetNextSongIdx(false, &index);
     PlayFrom(index);
 }
 
 void THeadlessPlayer::PlayFrom(int32_t index) {
-    if (fView->PlaySongAt(index)) return;
+    if (fPlayer->PlaySongAt(index)) return;
     // Stopped already, so the state handler hears nothing of the failure.
     QTimer::singleShot(0, &fContext, [this] { CheckStopped(); });
 }
 
-void THeadlessPlayer::StateChanged(int32_t state) {
+void THeadlessPlayer::StateChanged(TMarnelState state) {
     if (state == kStatePlaying && fTraceStartUs == 0) {
         // Trace times count from the first song's start; resets sent before it carry
         // negative times.
@@ -417,9 +413,9 @@ void THeadlessPlayer::StateChanged(int32_t state) {
 }
 
 void THeadlessPlayer::SongStarted() {
-    fSongTotalUs = fView->SongLengthUs();
-    std::string title = fView->SongTitle();
-    if (title.empty()) title = fView->OrvickView()->Song(fView->CurSongIdx())->FileName();
+    fSongTotalUs = fPlayer->SongLengthUs();
+    std::string title = fPlayer->SongTitle();
+    if (title.empty()) title = fSongs->SongFileName(fPlayer->CurSongIdx());
     fSongName = title;
     fLastPlainSecond = -1;
     if (fPlain) {
@@ -431,14 +427,14 @@ void THeadlessPlayer::SongStarted() {
 
 void THeadlessPlayer::CheckStopped() {
     // The player itself goes on past songs that cannot be loaded; stopped, none is left.
-    if (!fFinished && fView->State() == kStateStopped) Finish(false);
+    if (!fFinished && fPlayer->State() == kStateStopped) Finish(false);
 }
 
 void THeadlessPlayer::PrintProgress(bool final) {
     // The producer's position is the next event's time, ahead of the music through a long
     // note or rest; nothing here pauses, seeks or changes the rate, so the time since the
     // song started playing is the song's time, the position its bound if the thread lags.
-    int64_t now = std::min(fView->PositionUs(), veldan::system_time() - fPlayStartUs);
+    int64_t now = std::min(fPlayer->PositionUs(), veldan::system_time() - fPlayStartUs);
     // At a song's end the producer may already be unloaded.
     if (final && !fFinished) now = fSongTotalUs;
     if (fStatusLine) DrawStatusLine(now, final);
@@ -474,13 +470,13 @@ void THeadlessPlayer::ClearStatusLine() {
 void THeadlessPlayer::Finish(bool interrupted) {
     if (fFinished) return;
     fFinished = true;
-    if (interrupted && fView->State() == kStatePlaying) PrintProgress(true);
+    if (interrupted && fPlayer->State() == kStatePlaying) PrintProgress(true);
     ClearStatusLine();
-    fView->SetStateHandler(nullptr);
-    fView->StopSong();
+    QObject::disconnect(fStateWatch);
+    fPlayer->StopSong();
     // Interrupted, the user wants quiet at once: sustain pedals and release tails too.
-    if (interrupted) fView->Ports().MuteAllMidiOut();
-    fView->Chain().WaitIdle(kDrainTimeoutUs);
+    if (interrupted) fPlayer->MuteAllMidiOut();
+    fPlayer->WaitOutputIdle(kDrainTimeoutUs);
     if (fSynth) {
         fSynth->WaitIdle(kDrainTimeoutUs);
         fSynth->Finish(interrupted ? 0 : kReleaseTailUs);
@@ -533,14 +529,12 @@ int run_headless(int argc, char** argv) {
     if (options.dump) return dump(options.files.front());
     if (!options.renderPath.empty()) return render(options);
     if (options.listPorts) return THeadlessPlayer(std::move(options)).ListPorts();
-    // The controller is a widget; no window is ever shown.
-    qputenv("QT_QPA_PLATFORM", "offscreen");
     app_privacy();
     exit_state();
     language_table();
     pref();
-    QApplication app(argc, argv);
-    QApplication::setApplicationName("Quill MIDI");
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName("Quill MIDI");
     THeadlessPlayer player(std::move(options));
     return player.Run();
 }

@@ -21,6 +21,7 @@
 
 namespace fs = std::filesystem;
 using quill::TControlBar;
+using quill::TQuillController;
 using quill::TQuillView;
 
 namespace {
@@ -31,7 +32,7 @@ constexpr int kForwardTimeoutMs = 5000;
 
 QString track_id(int32_t songIdx) { return QStringLiteral("/org/quillmidi/song/%1").arg(songIdx); }
 
-QString playback_status(int32_t state) {
+QString playback_status(TMarnelState state) {
     switch (state) {
         case kStatePlaying:
             return QStringLiteral("Playing");
@@ -65,7 +66,7 @@ class TMprisService::TRootAdaptor : public QDBusAbstractAdaptor {
     bool CanQuit() const { return true; }
     bool CanRaise() const { return true; }
     bool HasTrackList() const { return false; }
-    QString Identity() const { return QString::fromUtf8(TQuillView::kAppDisplayName); }
+    QString Identity() const { return QString::fromUtf8(TQuillController::kAppDisplayName); }
     QString DesktopEntry() const { return QString::fromLatin1(kAppDesktopId); }
     QStringList SupportedUriSchemes() const { return {QStringLiteral("file")}; }
     QStringList SupportedMimeTypes() const {
@@ -106,10 +107,10 @@ class TMprisService::TPlayerAdaptor : public QDBusAbstractAdaptor {
     TPlayerAdaptor(QObject* parent, TQuillView* view, const THooks& hooks)
         : QDBusAbstractAdaptor(parent), fView(view), fHooks(hooks) {}
 
-    QString PlaybackStatus() const { return playback_status(fView->State()); }
+    QString PlaybackStatus() const { return playback_status(fView->Controller().State()); }
 
     QString LoopStatus() const {
-        switch (fView->PlayMode()) {
+        switch (fView->Controller().PlayMode()) {
             case quill::kPlayModeSeqRepeat:
                 return QStringLiteral("Playlist");
             case quill::kPlayModeMonoRepeat:
@@ -126,8 +127,8 @@ class TMprisService::TPlayerAdaptor : public QDBusAbstractAdaptor {
     }
 
     bool Shuffle() const {
-        return fView->PlayMode() == quill::kPlayModeRandom ||
-               fView->PlayMode() == quill::kPlayModeAIRandom;
+        return fView->Controller().PlayMode() == quill::kPlayModeRandom ||
+               fView->Controller().PlayMode() == quill::kPlayModeAIRandom;
     }
     void SetShuffle(bool shuffle) {
         // Shuffling on keeps the learning mode when it is the one chosen.
@@ -136,7 +137,7 @@ class TMprisService::TPlayerAdaptor : public QDBusAbstractAdaptor {
     }
 
     double Rate() const { return SliderValue(TControlBar::kTempo) / 100.0; }
-    void SetRate(double rate) { SetSlider(TControlBar::kTempo, quill::kMsgTempoChanged, rate); }
+    void SetRate(double rate) { SetSlider(TControlBar::kTempo, rate); }
     double MinimumRate() const {
         return fView->ControlBar()->SliderMinimum(TControlBar::kTempo) / 100.0;
     }
@@ -144,62 +145,61 @@ class TMprisService::TPlayerAdaptor : public QDBusAbstractAdaptor {
         return fView->ControlBar()->SliderMaximum(TControlBar::kTempo) / 100.0;
     }
     double Volume() const { return SliderValue(TControlBar::kVolume) / 100.0; }
-    void SetVolume(double volume) {
-        SetSlider(TControlBar::kVolume, quill::kMsgVolumeChanged, volume);
-    }
+    void SetVolume(double volume) { SetSlider(TControlBar::kVolume, volume); }
 
     QVariantMap Metadata() const {
         QVariantMap metadata;
-        fs::path song = fView->CurSongRef();
+        fs::path song = fView->Controller().CurSongRef();
         if (song.empty()) {
             metadata[QStringLiteral("mpris:trackid")] =
                 QVariant::fromValue(QDBusObjectPath(QString::fromLatin1(kNoTrack)));
             return metadata;
         }
-        std::string title = fView->SongTitle();
+        std::string title = fView->Controller().SongTitle();
         if (title.empty()) title = song.filename().string();
         metadata[QStringLiteral("mpris:trackid")] =
-            QVariant::fromValue(QDBusObjectPath(track_id(fView->CurSongIdx())));
+            QVariant::fromValue(QDBusObjectPath(track_id(fView->Controller().CurSongIdx())));
         metadata[QStringLiteral("xesam:title")] = QString::fromStdString(title);
         metadata[QStringLiteral("xesam:url")] =
             QUrl::fromLocalFile(QString::fromStdString(song.string())).toString(QUrl::FullyEncoded);
-        metadata[QStringLiteral("mpris:length")] = qlonglong(fView->SongLengthUs());
+        metadata[QStringLiteral("mpris:length")] = qlonglong(fView->Controller().SongLengthUs());
         return metadata;
     }
-    qlonglong Position() const { return fView->PositionUs(); }
+    qlonglong Position() const { return fView->Controller().PositionUs(); }
     bool CanPlay() const { return fView->OrvickView()->Songs() > 0; }
     bool CanControl() const { return true; }
 
   public slots:
-    void Next() { fView->CButtonNextClicked(); }
-    void Previous() { fView->CButtonPrevClicked(); }
+    void Next() { fView->Controller().NextSong(); }
+    void Previous() { fView->Controller().PrevSong(); }
     void Pause() {
-        if (fView->State() == kStatePlaying) fView->PauseSong();
+        if (fView->Controller().State() == kStatePlaying) fView->Controller().PauseSong();
     }
     void PlayPause() {
-        if (fView->State() == kStatePlaying)
-            fView->PauseSong();
+        if (fView->Controller().State() == kStatePlaying)
+            fView->Controller().PauseSong();
         else
             fView->CButtonPlayClicked();
     }
-    void Stop() { fView->StopSong(); }
+    void Stop() { fView->Controller().StopSong(); }
     void Play() {
-        if (fView->State() != kStatePlaying) fView->CButtonPlayClicked();
+        if (fView->Controller().State() != kStatePlaying) fView->CButtonPlayClicked();
     }
     void Seek(qlonglong offsetUs) {
-        if (fView->State() == kStateStopped) return;
-        qlonglong target = fView->PositionUs() + offsetUs;
+        if (fView->Controller().State() == kStateStopped) return;
+        qlonglong target = fView->Controller().PositionUs() + offsetUs;
         // Past the end counts as next, as the interface asks.
-        if (target >= fView->SongLengthUs())
+        if (target >= fView->Controller().SongLengthUs())
             Next();
         else
-            fView->SetPositionUs(std::max<qlonglong>(target, 0));
+            fView->Controller().SetPositionUs(std::max<qlonglong>(target, 0));
     }
     void SetPosition(const QDBusObjectPath& track, qlonglong positionUs) {
-        if (fView->State() == kStateStopped || track.path() != track_id(fView->CurSongIdx()))
+        if (fView->Controller().State() == kStateStopped ||
+            track.path() != track_id(fView->Controller().CurSongIdx()))
             return;
-        if (positionUs >= 0 && positionUs <= fView->SongLengthUs())
-            fView->SetPositionUs(positionUs);
+        if (positionUs >= 0 && positionUs <= fView->Controller().SongLengthUs())
+            fView->Controller().SetPositionUs(positionUs);
     }
     void OpenUri(const QString& uri) {
         QUrl url(uri);
@@ -213,20 +213,17 @@ class TMprisService::TPlayerAdaptor : public QDBusAbstractAdaptor {
     int32_t SliderValue(TControlBar::TSlider slider) const {
         return fView->ControlBar()->SliderValue(slider);
     }
-    void SetSlider(TControlBar::TSlider slider, uint32_t what, double value) {
+    void SetSlider(TControlBar::TSlider slider, double value) {
         if (!std::isfinite(value)) return;
         int32_t percent = int32_t(std::lround(std::clamp(value, 0.0, 10.0) * 100));
         fView->ControlBar()->SetSliderValue(slider, percent);
         // The slider keeps the value within its range.
-        veldan::TMessage changed(what);
-        changed.AddInt32(TQuillView::kSliderValueField, SliderValue(slider));
-        fView->SliderChangedRqtd(changed);
+        if (slider == TControlBar::kTempo)
+            fView->Controller().SetTempoRate(SliderValue(slider));
+        else
+            fView->Controller().SetVolume(SliderValue(slider));
     }
-    void SetPlayMode(int32_t mode) {
-        veldan::TMessage message(TQuillView::kMsgPlayMode);
-        message.AddInt32(TQuillView::kPlayModeField, mode);
-        fView->PlayModeRqtd(message);
-    }
+    void SetPlayMode(int32_t mode) { fView->Controller().ChangePlayMode(mode); }
 
     TQuillView* const fView;
     const THooks& fHooks;

@@ -93,10 +93,11 @@ TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     fMainWin->setGeometry(frame);
     // The one converter, which the drive-letter settings window's OK reloads.
     fMainWin->View()->OrvickView()->SetDrvCvt(&app_privacy());
-    fMainWin->View()->SetStateHandler([this](int32_t state) {
-        app_privacy().SetState(TMarnelState(state));
-        if (fMpris) fMpris->StateChanged();
-    });
+    QObject::connect(&fMainWin->View()->Controller(), &quill::TQuillController::StateChanged, this,
+                     [this](TMarnelState state) {
+                         app_privacy().SetState(state);
+                         if (fMpris) fMpris->StateChanged();
+                     });
     LoadAIDatabase();
     fMainWin->RestoreExitState();
     StartMpris();
@@ -148,7 +149,7 @@ void TQuillApp::LoadAIDatabase() {
     // Read before the first song is scored, or this run's scores would replace what was
     // learned before at quit.
     if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database))
-        fMainWin->View()->AISelector().Load(database);
+        fMainWin->View()->Controller().AISelector().Load(database);
 }
 
 void TQuillApp::TellSynthProblem(const std::string& problem) {
@@ -172,11 +173,10 @@ TSynthConsumer::TOptions TQuillApp::SynthOptions(const TPref::TSynthSettings& se
 
 void TQuillApp::ApplySynthPrefs() {
     if (pref().synth == fSynthInUse || !fMainWin) return;
-    TMidiOutPorts& ports = fMainWin->View()->Ports();
+    quill::TQuillController& player = fMainWin->View()->Controller();
     std::vector<int> connected;
     for (int port = 0; port < TOutputChain::kPorts; ++port)
-        if (fSynth && fMainWin->View()->Chain().PublicOut(port)->IsConnected(fSynth.get()))
-            connected.push_back(port);
+        if (fSynth && player.IsConnected(port, fSynth.get())) connected.push_back(port);
     // A file being rendered is finished first: the new synthesizer writes the same path.
     if (fSynth && fSynth->DriverName() == TSynthConsumer::kWavDriver) fSynth.reset();
     std::string error;
@@ -194,7 +194,7 @@ void TQuillApp::ApplySynthPrefs() {
         if (!fresh) return;
     }
     fresh->Register();
-    for (int port : connected) ports.ConnectMidiOut(port, fresh->ID());
+    for (int port : connected) player.ConnectMidiOut(port, fresh->ID());
     if (fSynth) fSynth->Finish(0);
     fSynth = std::move(fresh);
     fMainWin->View()->UpdatePortCompos();
@@ -207,7 +207,7 @@ void TQuillApp::StartMpris() {
     hooks.open = [this](const std::vector<fs::path>& files) { OpenFiles(files); };
     fMpris = std::make_unique<TMprisService>(fMainWin->View(), std::move(hooks));
     fMainWin->SetPlayerChangeFn([this](uint32_t what) {
-        if (what == quill::TQuillView::kMsgDeskBarTitle)
+        if (what == quill::TQuillController::kMsgDeskBarTitle)
             fMpris->SongChanged();
         else
             fMpris->PlayModeChanged();
@@ -228,7 +228,7 @@ void TQuillApp::OpenFiles(const std::vector<fs::path>& files) {
     if (files.empty() || list->Songs() <= firstNew) return;
     // The first song handed over, whatever row is selected. Play scores the song once; a
     // change request would score it a second time.
-    fMainWin->View()->PlaySongAt(firstNew);
+    fMainWin->View()->Controller().PlaySongAt(firstNew);
 }
 
 void TQuillApp::ShowStatus(const std::string& text) {
@@ -268,11 +268,11 @@ void TQuillApp::Quit() {
     CloseWindow(&fAboutWin);
     fMainWin->WriteExitState();
     // No note may hang in a synthesizer that outlives us.
-    fMainWin->View()->StopSong();
-    fMainWin->View()->Ports().MuteAllMidiOut();
+    fMainWin->View()->Controller().StopSong();
+    fMainWin->View()->Controller().MuteAllMidiOut();
     if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database)) {
         std::string error;
-        if (fMainWin->View()->AISelector().Save(database, &error) != 0)
+        if (fMainWin->View()->Controller().AISelector().Save(database, &error) != 0)
             report_settings_failure(error, database);
     }
     delete fMainWin.data();

@@ -27,6 +27,7 @@
 #include "veldan/widgets/alert.h"
 
 namespace fs = std::filesystem;
+using quill::TQuillController;
 using quill::TQuillView;
 
 namespace {
@@ -222,7 +223,7 @@ QMenu* TQuillWin::CreateMenuFile() {
 QMenu* TQuillWin::CreateMenuPlay() {
     auto* menu = new QMenu(fTexts.Text("Menu_Play"), menuBar());
     menu->setObjectName("Menu_Play");
-    AddItem(menu, "MItem_All_Notes_Off", veldan::TMessage(TQuillView::kMsgAllNotesOff), fView,
+    AddItem(menu, "MItem_All_Notes_Off", veldan::TMessage(TQuillController::kMsgAllNotesOff), fView,
             QKeySequence("Ctrl+F"));
     QAction* channels =
         AddItem(menu, "MItem_Channels", veldan::TMessage(TQuillView::kMsgChannelsToggled), fView);
@@ -235,8 +236,8 @@ QMenu* TQuillWin::CreateMenuPlay() {
     menu->addSeparator();
     fPlayModes = new QActionGroup(menu);
     for (int32_t mode = 0; mode < int32_t(std::size(kPlayModeKeys)); ++mode) {
-        veldan::TMessage message(TQuillView::kMsgPlayMode);
-        message.AddInt32(TQuillView::kPlayModeField, mode);
+        veldan::TMessage message(TQuillController::kMsgPlayMode);
+        message.AddInt32(TQuillController::kPlayModeField, mode);
         QAction* item = AddItem(menu, kPlayModeKeys[mode], message, fView);
         item->setCheckable(true);
         item->setData(mode);
@@ -276,9 +277,9 @@ void TQuillWin::CreateMenuMidiOut() {
         std::string label =
             std::string(1, n < 9 ? char('1' + n) : '*') + separator + consumer->Name();
         for (size_t port = 0; port < fMenuMidiOut.size(); ++port) {
-            veldan::TMessage message(TQuillView::kMsgMidiOut);
-            message.AddInt32(TQuillView::kMidiPortField, int32_t(port));
-            message.AddInt32(TQuillView::kConsumerIdField, consumer->ID());
+            veldan::TMessage message(TQuillController::kMsgMidiOut);
+            message.AddInt32(TQuillController::kMidiPortField, int32_t(port));
+            message.AddInt32(TQuillController::kConsumerIdField, consumer->ID());
             message.AddString(kConsumerNameField, consumer->Name());
             QAction* item = fMenuMidiOut[port]->addAction(qs(label));
             item->setCheckable(true);
@@ -294,18 +295,17 @@ void TQuillWin::RecreateMenuMidiOutRqtd() { CreateMenuMidiOut(); }
 
 void TQuillWin::UpdateMenuMidiOutRqtd() {
     for (size_t port = 0; port < fMenuMidiOut.size(); ++port) {
-        TMidiLocalProducer* out = fView->Chain().PublicOut(int(port));
         for (QAction* item : fMenuMidiOut[port]->actions()) {
             TMidiConsumer* consumer = TMidiRoster::Default().FindConsumer(item->data().toInt());
-            item->setChecked(consumer && out->IsConnected(consumer));
+            item->setChecked(consumer && fView->Controller().IsConnected(int(port), consumer));
         }
     }
 }
 
 void TQuillWin::UpdateMenuPlayModeRqtd() {
     for (QAction* item : fPlayModes->actions())
-        item->setChecked(item->data().toInt() == fView->PlayMode());
-    if (fPlayerChanged) fPlayerChanged(TQuillView::kMsgUpdateMenuPlayMode);
+        item->setChecked(item->data().toInt() == fView->Controller().PlayMode());
+    if (fPlayerChanged) fPlayerChanged(TQuillController::kMsgUpdateMenuPlayMode);
 }
 
 // Recent playlists ----------------------------------------------------------------------
@@ -429,7 +429,7 @@ bool TQuillWin::LoadListFolderFile(const fs::path& ref, bool add) {
     std::error_code error;
     bool isPlaylist = fs::is_regular_file(ref, error) && !TOrvickView::IsMidiFile(ref);
     if (!add) {
-        fView->StopSong();
+        fView->Controller().StopSong();
         list->ClearList();
         // A playlist file becomes the list itself; songs and folders go into a new one.
         if (!isPlaylist) list->AddNewList(nullptr);
@@ -473,7 +473,7 @@ bool TQuillWin::OpenListFolderFileRqtd(const fs::path& ref, bool add) {
 
 void TQuillWin::MItemNewClicked() {
     if (!AskSaveChangedLists()) return;
-    fView->StopSong();
+    fView->Controller().StopSong();
     fView->OrvickView()->ClearList();
     fView->OrvickView()->AddNewList(nullptr);
     fView->UpdateWinTitle();
@@ -497,7 +497,7 @@ void TQuillWin::ConnectByNames(int port, const std::vector<std::string>& names) 
         int32_t id = 0;
         while (TMidiConsumer* consumer = TMidiRoster::Default().NextConsumer(&id)) {
             if (consumer->Name() != name) continue;
-            fView->Ports().ConnectMidiOut(port, consumer->ID());
+            fView->Controller().ConnectMidiOut(port, consumer->ID());
             break;
         }
     }
@@ -544,11 +544,11 @@ std::string TQuillWin::MainListFileForExit() {
 void TQuillWin::RestoreExitState() {
     bool firstStart = fExitState.version.empty();
     RestoreMainList();
-    fView->SetPlayMode(fExitState.playMode);
+    fView->Controller().SetPlayMode(fExitState.playMode);
     UpdateMenuPlayModeRqtd();
     // Loaded, not scored: coming back to a song is not choosing it again.
     if (fView->OrvickView()->Song(fExitState.currentSongIndex))
-        fView->ChangeSong(fExitState.currentSongIndex, false);
+        fView->Controller().ChangeSong(fExitState.currentSongIndex, false);
     fExpandedHeight = int(fExitState.expandedHeight);
     fView->ShowList(fExitState.listShown);
     if (firstStart) {
@@ -569,13 +569,13 @@ void TQuillWin::WriteExitState() {
     fExitState.listShown = fView->IsListShown();
     fExitState.expandedHeight = float(fView->IsListShown() ? height() : fExpandedHeight);
     fExitState.panelFolder = fPanelFolder.string();
-    fExitState.playMode = fView->PlayMode();
-    fExitState.currentSongIndex = std::max(0, fView->CurSongIdx());
+    fExitState.playMode = fView->Controller().PlayMode();
+    fExitState.currentSongIndex = std::max(0, fView->Controller().CurSongIdx());
     fExitState.mainListFile = MainListFileForExit();
     for (int port = 0; port < TExitState::kOutputCount; ++port) {
         auto& names = fExitState.connections[size_t(port)];
         names.clear();
-        for (TMidiConsumer* consumer : fView->Chain().PublicOut(port)->Connections())
+        for (TMidiConsumer* consumer : fView->Controller().Connections(port))
             names.push_back(consumer->Name());
     }
 }
@@ -592,7 +592,7 @@ void TQuillWin::closeEvent(QCloseEvent* event) {
 }
 
 void TQuillWin::MItemExportClicked() {
-    const fs::path song = fView->CurSongRef();
+    const fs::path song = fView->Controller().CurSongRef();
     if (song.empty()) return;
     fs::path suggestion = song;
     suggestion.replace_extension(".wav");
@@ -622,12 +622,12 @@ void TQuillWin::FitHeightToList() {
 void TQuillWin::SetDeskBarTitleRqtd(const std::string& title) {
     // The song goes where the desktop shows the program: its task list reads the window
     // title (the icon text alone reaches no taskbar), and the tray where there is one.
-    const bool hasSong = fView->OrvickView()->Song(fView->CurSongIdx()) != nullptr;
+    const bool hasSong = fView->OrvickView()->Song(fView->Controller().CurSongIdx()) != nullptr;
     fSongTitle = hasSong ? title : std::string();
     setWindowIconText(qs(title));
     ShowWinTitle();
     if (fTray) fTray->setToolTip(qs(title));
-    if (fPlayerChanged) fPlayerChanged(TQuillView::kMsgDeskBarTitle);
+    if (fPlayerChanged) fPlayerChanged(TQuillController::kMsgDeskBarTitle);
 }
 
 void TQuillWin::ShowWinTitle() {
@@ -635,7 +635,7 @@ void TQuillWin::ShowWinTitle() {
     fShowingTitle = true;
     std::string title = fView->WinTitle();
     // A cleared playlist has no current song, though no new title came for it.
-    if (!fSongTitle.empty() && fView->OrvickView()->Song(fView->CurSongIdx()))
+    if (!fSongTitle.empty() && fView->OrvickView()->Song(fView->Controller().CurSongIdx()))
         title = fSongTitle + " - " + title;
     setWindowTitle(qs(title));
     fShowingTitle = false;
@@ -651,7 +651,7 @@ void TQuillWin::changeEvent(QEvent* event) {
 void TQuillWin::ShowTrayIcon() {
     if (!QSystemTrayIcon::isSystemTrayAvailable()) return;
     fTray = new QSystemTrayIcon(QGuiApplication::windowIcon(), this);
-    fTray->setToolTip(qs(TQuillView::kAppDisplayName));
+    fTray->setToolTip(qs(TQuillController::kAppDisplayName));
     connect(fTray, &QSystemTrayIcon::activated, this, [this] {
         show();
         raise();
@@ -701,17 +701,17 @@ void TQuillWin::MessageReceived(veldan::TMessage* message) {
         case kMsgExportWav:
             MItemExportClicked();
             break;
-        case TQuillView::kMsgDeskBarTitle:
-            message->FindString(TQuillView::kDeskBarTitleField, &title);
+        case TQuillController::kMsgDeskBarTitle:
+            message->FindString(TQuillController::kDeskBarTitleField, &title);
             SetDeskBarTitleRqtd(title);
             break;
-        case TQuillView::kMsgRecreateMenuMidiOut:
+        case TQuillController::kMsgRecreateMenuMidiOut:
             RecreateMenuMidiOutRqtd();
             break;
-        case TQuillView::kMsgUpdateMenuMidiOut:
+        case TQuillController::kMsgUpdateMenuMidiOut:
             UpdateMenuMidiOutRqtd();
             break;
-        case TQuillView::kMsgUpdateMenuPlayMode:
+        case TQuillController::kMsgUpdateMenuPlayMode:
             UpdateMenuPlayModeRqtd();
             break;
         case TQuillView::kMsgListShownChanged:

@@ -19,7 +19,7 @@ constexpr int kProgressSteps = 1000;
 bool export_current_song(QWidget* parent, const quill::TQuillView& view, const veldan::TLLT& texts,
                          const TPref& prefs, const std::filesystem::path& target,
                          std::string* error) {
-    const std::filesystem::path song = view.CurSongRef();
+    const std::filesystem::path song = view.Controller().CurSongRef();
     TSMFProducer producer;
     if (song.empty() || producer.SetTo(song.string()) != 0) {
         *error = song.empty() ? "no song" : producer.LastError();

@@ -102,8 +102,8 @@ int main(int argc, char** argv) {
     size_t heardAtEnd = 0;
     {
         quill::TQuillView view(texts, prefs, songs.Path() / "no-loaders");
-        view.Chain().PublicOut(0)->Connect(&portA);
-        view.Chain().PublicOut(1)->Connect(&portB);
+        view.Controller().Chain().PublicOut(0)->Connect(&portA);
+        view.Controller().Chain().PublicOut(1)->Connect(&portB);
         options.prefs = &prefs;
         TChaosRun run(view, portA, portB, songs.Path(), options);
         run.AddRosterConsumer(&synth1);
@@ -121,8 +121,8 @@ int main(int argc, char** argv) {
                 std::fprintf(stderr, "bench_chaos: no JACK: %s\n", jack->Error().c_str());
                 return 1;
             }
-            view.Chain().PublicOut(0)->Connect(&witness);
-            view.Chain().PublicOut(1)->Connect(&witness);
+            view.Controller().Chain().PublicOut(0)->Connect(&witness);
+            view.Controller().Chain().PublicOut(1)->Connect(&witness);
             const auto third = std::chrono::microseconds(int64_t(options.seconds * 1e6 / 3));
             jack->KillLater(third, 2 * third, witness);
         }
@@ -130,8 +130,8 @@ int main(int argc, char** argv) {
         if (jack) {
             jack->Join();
             heardAtEnd = witness.Count() + witness.Dropped();
-            view.Chain().PublicOut(0)->Disconnect(&witness);
-            view.Chain().PublicOut(1)->Disconnect(&witness);
+            view.Controller().Chain().PublicOut(0)->Disconnect(&witness);
+            view.Controller().Chain().PublicOut(1)->Disconnect(&witness);
         }
     }
     synth1.Unregister();

@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
                 ms_since(start) * 1e6 / rows);
 
     TAISelector selector;
-    selector.SetOrvickView(&view);
+    selector.SetSongList(&view);
     selector.SetRandom([] { return uint32_t(std::rand()); });
     start = TClock::now();
     selector.Select();

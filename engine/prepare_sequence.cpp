@@ -2,7 +2,7 @@
 
 #include "engine/sys_reset.h"
 
-int64_t TPrepareSequence::StepToPlay(int32_t* state) {
+int64_t TPrepareSequence::StepToPlay(TMarnelState* state) {
     for (;;) {
         if (*state == kStateStopped) {
             *state = kStateAfterSilence;
@@ -11,7 +11,7 @@ int64_t TPrepareSequence::StepToPlay(int32_t* state) {
                 return fSettings.silenceBetweenSongsUs;
         } else if (*state >= kStateAfterSilence && *state < kStateAfterXG) {
             const TSysReset& reset = kSysResets[*state - kStateAfterSilence];
-            ++*state;
+            *state = TMarnelState(*state + 1);
             if (!fSettings.sendResets || !(fSettings.resetMask & reset.kind)) continue;
             if (fResetSent) fResetSent(reset.kind);
             // Straight through the public ports: the note-on managers must not take the

@@ -34,7 +34,7 @@ class TPrepareSequence {
 
     // Advances *state towards playing. Returns the microseconds to wait before the next
     // call, or 0 once *state is kStatePlaying (or was not stopped or preparing).
-    int64_t StepToPlay(int32_t* state);
+    int64_t StepToPlay(TMarnelState* state);
 
   private:
     TOutputChain& fChain;

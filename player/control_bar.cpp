@@ -301,7 +301,7 @@ void TControlBar::UpdateReadout(int slider) {
     if (fReadouts[size_t(slider)]->text() != text) fReadouts[size_t(slider)]->setText(text);
 }
 
-void TControlBar::SetPlayState(int32_t state) {
+void TControlBar::SetPlayState(TMarnelState state) {
     const int radio = state == kStateStopped ? 2 : state == kStatePaused ? 1 : 0;
     fTransport->ItemAt(radio)->SetValue(1);
 }

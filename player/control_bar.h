@@ -16,7 +16,9 @@
 #include <cstdint>
 #include <string>
 
+#include "engine/marnel_state.h"
 #include "player/compact_slider.h"
+#include "player/control_messages.h"
 #include "player/lcd_indicator.h"
 
 namespace veldan {
@@ -26,28 +28,8 @@ class TToolBar;
 
 namespace quill {
 
-// Transport buttons; each carries int32 "be:value".
-constexpr uint32_t kMsgPlay = 'play';
-constexpr uint32_t kMsgPause = 'puse';
-constexpr uint32_t kMsgStop = 'stop';
-constexpr uint32_t kMsgNext = 'next';
-constexpr uint32_t kMsgPrev = 'prev';
-// The list button: shows or hides the playlist part of the window.
-constexpr uint32_t kMsgListToggled = 'tlst';
-// Sliders, with int32 "be:value": "changed" when released, "changing" while dragged.
-constexpr uint32_t kMsgVolumeChanged = 'svlc';
-constexpr uint32_t kMsgKeyChanged = 'skyc';
-constexpr uint32_t kMsgKeyChanging = 'skyg';
-constexpr uint32_t kMsgTempoChanged = 'stpc';
-constexpr uint32_t kMsgTempoChanging = 'stpg';
-constexpr uint32_t kMsgPosChanged = 'spoc';
-constexpr uint32_t kMsgPosChanging = 'spog';
-
-// The player state as the controller keeps it: 0 stopped, 1 playing, 2 paused, 3 to 7
-// preparing (shown as playing).
-constexpr int32_t kStateStopped = 0;
-constexpr int32_t kStatePlaying = 1;
-constexpr int32_t kStatePaused = 2;
+// The player state as the controller keeps it; the preparing states are shown as playing.
+using enum ::TMarnelState;
 
 class TControlBar : public QWidget {
   public:
@@ -68,7 +50,7 @@ class TControlBar : public QWidget {
     // Relabels tool tips and read-outs from the table.
     void ApplyLanguage(const veldan::TLLT& texts);
 
-    void SetPlayState(int32_t state);
+    void SetPlayState(TMarnelState state);
     // Sets a slider from code (no message) and its read-out.
     void SetSliderValue(TSlider slider, int32_t value);
     int32_t SliderValue(TSlider slider) const;

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "playlist/orvick_view.h"
 #include "playlist/quill_sitem.h"
+#include "playlist/song_list.h"
 #include "veldan/base/atomic_file.h"
 #include "veldan/base/ini_file.h"
 #include "veldan/base/random.h"
@@ -35,8 +35,8 @@ bool parse_long(const std::string& text, long* value) {
 
 TAISelector::TAISelector() : fRandom(veldan::seeded_random()) {}
 
-int32_t TAISelector::SetOrvickView(const TOrvickView* view) {
-    fView = view;
+int32_t TAISelector::SetSongList(const TSongList* songs) {
+    fSongs = songs;
     return 0;
 }
 
@@ -102,26 +102,30 @@ int32_t TAISelector::Save(const std::filesystem::path& database, std::string* er
 }
 
 void TAISelector::ChangeScore(const TQuillSItem* song, int32_t delta) {
-    if (!song) return;
-    auto [record, added] = fScores.try_emplace(song->FileName());
+    if (song) ChangeScore(song->FileName(), delta);
+}
+
+void TAISelector::ChangeScore(const std::string& fileName, int32_t delta) {
+    if (fileName.empty()) return;
+    auto [record, added] = fScores.try_emplace(fileName);
     record->second.priority = clamp_priority(int64_t(record->second.priority) + delta);
 }
 
 int32_t TAISelector::Select() {
-    const int32_t songs = fView->Songs();
+    const int32_t songs = fSongs->Songs();
     fCandidates.clear();
     fCandidates.reserve(size_t(songs) * kMaxWeight);
     // Room for a record of every song, so that meeting many new songs rehashes once.
     fScores.reserve(std::max(fScores.size(), size_t(songs)));
     for (int32_t i = 0; i < songs; i++) {
-        const TQuillSItem* song = fView->Song(i);
-        if (!song) continue;
-        auto [record, added] = fScores.try_emplace(song->FileName());
+        const std::string& song = fSongs->SongFileName(i);
+        if (song.empty()) continue;
+        auto [record, added] = fScores.try_emplace(song);
         const int32_t weight = added ? kFirstMeetingWeight : (1 << record->second.priority);
         fCandidates.insert(fCandidates.end(), size_t(std::max(weight, 0)), i);
     }
     if (fCandidates.empty()) return 0;
     const int32_t chosen = fCandidates[fRandom() % fCandidates.size()];
-    fScores[fView->Song(chosen)->FileName()].autoSelectCount++;
+    fScores[fSongs->SongFileName(chosen)].autoSelectCount++;
     return chosen;
 }

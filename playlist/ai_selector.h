@@ -19,8 +19,8 @@
 #include <unordered_map>
 #include <vector>
 
-class TOrvickView;
 class TQuillSItem;
+class TSongList;
 
 class TAISelector {
   public:
@@ -46,8 +46,8 @@ class TAISelector {
     // it the player's.
     TAISelector();
 
-    // The view is not owned and must outlive the selector's use of it.
-    int32_t SetOrvickView(const TOrvickView* view);
+    // The songs to draw from; not owned, they must outlive the selector's use of them.
+    int32_t SetSongList(const TSongList* songs);
     void SetRandom(TRandomFn random) { fRandom = std::move(random); }
 
     // Reads the database once; a second call does nothing. A missing or unreadable file
@@ -61,9 +61,11 @@ class TAISelector {
 
     // Adds delta to the song's priority, clamped to 0..kMaxPriority; null is ignored.
     void ChangeScore(const TQuillSItem* song, int32_t delta);
+    // The same for the song of that file name; an empty name is ignored.
+    void ChangeScore(const std::string& fileName, int32_t delta);
 
-    // An index into the view's song sequence, drawn by weight; the chosen song's count
-    // rises by one. The view must hold at least one song.
+    // An index into the song list, drawn by weight; the chosen song's count
+    // rises by one. The list must hold at least one song.
     // Kept: a song met for the first time weighs 2, half of what the same neutral song
     // weighs from the next call on (4).
     int32_t Select();
@@ -73,7 +75,7 @@ class TAISelector {
   private:
     bool fLoaded = false;
     TScoreTable fScores;
-    const TOrvickView* fView = nullptr;
+    const TSongList* fSongs = nullptr;
     TRandomFn fRandom;
     std::vector<int32_t> fCandidates;  // reused so that its room is reserved only once
 };

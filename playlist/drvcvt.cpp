@@ -106,3 +106,20 @@ bool TDrvCvt::Unarchive(const veldan::TMessage& from) {
     }
     return true;
 }
+
+std::filesystem::path resolve_list_entry(const std::string& line,
+                                         const std::filesystem::path& container,
+                                         const TDrvCvt& driveLetters) {
+    std::string path = line;
+    if (!line.empty() && line[0] == '/') {
+        std::string utf8;
+        if (veldan::detect_charset(line.c_str()) == veldan::kSJISConversion &&
+            veldan::sjis_to_utf8(line, &utf8, veldan::TBadSjisByte::kSubstitute)) {
+            path = utf8;
+        }
+    } else {
+        // Written on Windows; an unconvertible line stays relative and is reported missing.
+        driveLetters.CvtPathWinToBe(line.c_str(), &path, container.c_str());
+    }
+    return std::filesystem::path(path);
+}

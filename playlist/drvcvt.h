@@ -9,6 +9,7 @@
 // hold: A is "/no name", C is "/windows", the rest unmapped; a file replaces them all.
 
 #include <array>
+#include <filesystem>
 #include <string>
 
 #include "veldan/core/archivable.h"
@@ -40,3 +41,10 @@ class TDrvCvt : public veldan::TArchivable {
   private:
     std::array<std::string, 26> fPaths;
 };
+
+// A line of a playlist as a path of this system: a path of this system is taken as it is
+// (from Shift-JIS when written so), a Windows path goes through driveLetters; container is
+// the playlist file. An unconvertible line stays relative, to be reported missing.
+std::filesystem::path resolve_list_entry(const std::string& line,
+                                         const std::filesystem::path& container,
+                                         const TDrvCvt& driveLetters);

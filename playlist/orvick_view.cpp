@@ -123,6 +123,18 @@ TQuillSItem* TOrvickView::Song(int32_t songIndex) const {
     return fFlatSongs[size_t(songIndex)];
 }
 
+const fs::path& TOrvickView::SongRef(int32_t songIndex) const {
+    static const fs::path none;
+    const TQuillSItem* song = Song(songIndex);
+    return song ? song->EntryRef() : none;
+}
+
+const std::string& TOrvickView::SongFileName(int32_t songIndex) const {
+    static const std::string none;
+    const TQuillSItem* song = Song(songIndex);
+    return song ? song->FileName() : none;
+}
+
 int32_t TOrvickView::SongIdx(int32_t fullListIndex) const {
     BuildFlatList();
     if (fullListIndex < 0 || size_t(fullListIndex) >= fFlatSongIndexes.size()) return -1;
@@ -282,21 +294,6 @@ bool TOrvickView::IsMidiFile(const fs::path& ref) {
     return veldan::instr(lower.c_str(), ".mid", 1) > 0;
 }
 
-fs::path TOrvickView::ResolveEntry(const std::string& line, const fs::path& container) const {
-    std::string path = line;
-    if (!line.empty() && line[0] == '/') {
-        std::string utf8;
-        if (veldan::detect_charset(line.c_str()) == veldan::kSJISConversion &&
-            veldan::sjis_to_utf8(line, &utf8, veldan::TBadSjisByte::kSubstitute)) {
-            path = utf8;
-        }
-    } else {
-        // Written on Windows; an unconvertible line stays relative and is reported missing.
-        DriveLetters().CvtPathWinToBe(line.c_str(), &path, container.c_str());
-    }
-    return fs::path(path);
-}
-
 const TDrvCvt& TOrvickView::DriveLetters() const {
     if (fDrvCvt) return *fDrvCvt;
     if (!fOwnDrvCvt) fOwnDrvCvt = std::make_unique<TDrvCvt>();
@@ -317,7 +314,8 @@ bool TOrvickView::AddContainer(const fs::path& ref, TSupportFmt kind, TContainer
     fNesting++;
     int32_t index = 0;
     for (const TContainerEntry& entry : entries) {
-        AddListFolderFile(ResolveEntry(entry.path, ref), list, index++, entry.isContainer);
+        AddListFolderFile(resolve_list_entry(entry.path, ref, DriveLetters()), list, index++,
+                          entry.isContainer);
     }
     fNesting--;
 

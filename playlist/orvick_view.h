@@ -32,6 +32,7 @@
 #include "loaders/container_loader.h"
 #include "playlist/loader_host.h"
 #include "playlist/quill_sitem.h"
+#include "playlist/song_list.h"
 #include "veldan/core/handler.h"
 
 class TDrvCvt;
@@ -39,7 +40,7 @@ namespace veldan {
 class TLLT;
 }
 
-class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
+class TOrvickView : public veldan::TMessageHandler<QTreeWidget>, public TSongList {
   public:
     static constexpr uint32_t kMsgChangeSongRqtd = 'chsr';
     static constexpr uint32_t kMsgUpdateWinTitle = 'uwtr';
@@ -127,9 +128,11 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     bool IsWorkView() const { return fWorkView; }
 
     // The song sequence.
-    int32_t Songs() const { return fSongs; }
+    int32_t Songs() const override { return fSongs; }
     // Null when there are fewer songs.
     TQuillSItem* Song(int32_t songIndex) const;
+    const std::filesystem::path& SongRef(int32_t songIndex) const override;
+    const std::string& SongFileName(int32_t songIndex) const override;
     // -1 when the row there is a list or there is none.
     int32_t SongIdx(int32_t fullListIndex) const;
     // The song index of the n-th selected row (in full-list order); a negative selection
@@ -137,8 +140,8 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     int32_t SelectedSongIdx(int32_t n) const;
     // The full-list position of the n-th selected row, -1 when there is none.
     int32_t CurrentSelection(int32_t n) const;
-    int32_t CurSongIdx() const { return fCurSongIdx; }
-    void SetCurSongIdx(int32_t songIndex) { fCurSongIdx = songIndex; }
+    int32_t CurSongIdx() const override { return fCurSongIdx; }
+    void SetCurSongIdx(int32_t songIndex) override { fCurSongIdx = songIndex; }
 
     // The full list.
     int32_t FullListCountItems() const;
@@ -305,8 +308,6 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget> {
     bool AskSaveLists(const std::vector<TQuillSItem*>& lists);
     void Status(const char* key, const std::string& name) const;
     void AutoSort(TQuillSItem* list) const;
-    std::filesystem::path ResolveEntry(const std::string& line,
-                                       const std::filesystem::path& container) const;
     void WatchLoaderFolder();
     const TDrvCvt& DriveLetters() const;
 

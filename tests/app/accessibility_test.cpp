@@ -252,7 +252,8 @@ TEST_F(Accessibility, SlidersTellTheirValueInTheirUnitAndTakeAValueFromAScreenRe
 
     // A value set through the interface acts as the user's own move.
     volumeIface->valueInterface()->setCurrentValue(150);
-    ASSERT_TRUE(process_until([&] { return win->View()->Chain().Filter(0).Volume() == 150; }));
+    ASSERT_TRUE(
+        process_until([&] { return win->View()->Controller().Chain().Filter(0).Volume() == 150; }));
     EXPECT_EQ(volume->value(), 150);
 }
 
@@ -339,7 +340,7 @@ TEST_F(Accessibility, TheKeyboardAloneDrivesTheTransportAndTheSliders) {
 
     ASSERT_TRUE(tab_to("ButtonPlay"));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
-    ASSERT_TRUE(process_until([&] { return view->State() == quill::kStatePlaying; }));
+    ASSERT_TRUE(process_until([&] { return view->Controller().State() == quill::kStatePlaying; }));
     EXPECT_TRUE(
         QAccessible::queryAccessibleInterface(QApplication::focusWidget())->state().checked);
 
@@ -348,36 +349,38 @@ TEST_F(Accessibility, TheKeyboardAloneDrivesTheTransportAndTheSliders) {
 
     ASSERT_TRUE(tab_to("ButtonPause"));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
-    ASSERT_TRUE(process_until([&] { return view->State() == quill::kStatePaused; }));
+    ASSERT_TRUE(process_until([&] { return view->Controller().State() == quill::kStatePaused; }));
 
     ASSERT_TRUE(tab_to("ButtonPlay", true));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
-    ASSERT_TRUE(process_until([&] { return view->State() == quill::kStatePlaying; }));
+    ASSERT_TRUE(process_until([&] { return view->Controller().State() == quill::kStatePlaying; }));
 
     ASSERT_TRUE(tab_to("ButtonNext"));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Enter);
-    ASSERT_TRUE(process_until([&] { return view->CurSongIdx() == 1; }));
+    ASSERT_TRUE(process_until([&] { return view->Controller().CurSongIdx() == 1; }));
     ASSERT_TRUE(tab_to("ButtonPrev", true));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
-    ASSERT_TRUE(process_until([&] { return view->CurSongIdx() == 0; }));
+    ASSERT_TRUE(process_until([&] { return view->Controller().CurSongIdx() == 0; }));
 
     ASSERT_TRUE(tab_to("SliderVolume"));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Right);
-    ASSERT_TRUE(process_until([&] { return view->Chain().Filter(0).Volume() == 101; }));
+    ASSERT_TRUE(
+        process_until([&] { return view->Controller().Chain().Filter(0).Volume() == 101; }));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_PageUp);
-    ASSERT_TRUE(process_until([&] { return view->Chain().Filter(0).Volume() == 111; }));
+    ASSERT_TRUE(
+        process_until([&] { return view->Controller().Chain().Filter(0).Volume() == 111; }));
 
     ASSERT_TRUE(tab_to("SliderKey"));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Left);
-    ASSERT_TRUE(process_until([&] { return view->Chain().Filter(0).Key() == -1; }));
+    ASSERT_TRUE(process_until([&] { return view->Controller().Chain().Filter(0).Key() == -1; }));
 
     ASSERT_TRUE(tab_to("SliderTempo"));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_PageDown);
-    ASSERT_TRUE(process_until([&] { return view->Producer().TempoRate() == 90; }));
+    ASSERT_TRUE(process_until([&] { return view->Controller().Producer().TempoRate() == 90; }));
 
     ASSERT_TRUE(tab_to("ButtonStop", true));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
-    ASSERT_TRUE(process_until([&] { return view->State() == quill::kStateStopped; }));
+    ASSERT_TRUE(process_until([&] { return view->Controller().State() == quill::kStateStopped; }));
 }
 
 }  // namespace

@@ -42,12 +42,13 @@ std::string quoted(const std::filesystem::path& path) { return "'" + path.string
 // The settings folder of a run: the preferences the player reads lie in it.
 std::filesystem::path config_home(const TTempDir& dir) { return dir.Path() / "config"; }
 
-// prefix runs before the program, such as an env command.
+// prefix runs before the program, such as an env command; binary is the program's file.
 TResult run_quillmidi(const std::string& arguments, const TTempDir& dir,
-                      const std::string& prefix = "") {
+                      const std::string& prefix = "",
+                      const std::filesystem::path& binary = QUILLMIDI_BINARY) {
     std::string errPath = (dir.Path() / "stderr.txt").string();
     std::string command = "env XDG_CONFIG_HOME=" + quoted(config_home(dir)) + " " + prefix + " " +
-                          std::string(QUILLMIDI_BINARY) + " " + arguments + " 2>" + errPath;
+                          quoted(binary) + " " + arguments + " 2>" + errPath;
     TResult result{-1, {}, {}};
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe) return result;
@@ -227,6 +228,28 @@ TEST(Headless, WithoutADisplayTheSongsPlayInTheTerminal) {
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.err.find("no display"), std::string::npos) << result.err;
     EXPECT_NE(result.out.find("Quiet"), std::string::npos) << result.out;
+}
+
+// The player without a window creates no widget, so it needs none of Qt's platform
+// plug-ins: a copy of the program whose qt.conf sends Qt to an empty folder for them (where
+// a QApplication could not start) still plays.
+TEST(Headless, PlaysWhereQtHasNoPlatformPluginToDrawWith) {
+    TTempDir dir;
+    std::filesystem::create_directories(dir.Path() / "bin");
+    std::filesystem::create_directories(dir.Path() / "no-qt");
+    const std::filesystem::path binary = dir.Path() / "bin" / "quillmidi";
+    std::filesystem::copy_file(QUILLMIDI_BINARY, binary);
+    dir.Write("bin/qt.conf", "[Paths]\nPrefix=" + (dir.Path() / "no-qt").string() + "\n");
+    TSmfBuilder smf(1, 96);
+    smf.AddTrack().Name(0, "Plain").NoteOn(0, 0, 60, 100).NoteOff(96, 0, 60);
+    auto song = dir.Write("song.mid", smf.Bytes());
+    auto wav = dir.Path() / "out.wav";
+    TResult result = run_quillmidi("--wav " + quoted(wav) + " " + quoted(song), dir,
+                                   "env -u QT_PLUGIN_PATH -u QT_QPA_PLATFORM_PLUGIN_PATH", binary);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.out.find("Plain"), std::string::npos) << result.out;
+    std::error_code error;
+    EXPECT_GT(std::filesystem::file_size(wav, error), 44u) << "nothing was rendered";
 }
 
 }  // namespace

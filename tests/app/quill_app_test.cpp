@@ -36,6 +36,7 @@
 #include "veldan/core/llt.h"
 
 namespace fs = std::filesystem;
+using quill::TQuillController;
 using quill::TQuillView;
 
 namespace {
@@ -120,10 +121,10 @@ TEST_F(QuillAppTest, FirstStartInstallsThePlaylistTypeOnceAndPlaysThroughTheSynt
         EXPECT_NE(xml.find(TQuillApp::kPlaylistMimeType), std::string::npos);
         EXPECT_NE(xml.find("*.qml"), std::string::npos);
         std::vector<TMidiConsumer*> portA =
-            app->MainWin()->View()->Chain().PublicOut(0)->Connections();
+            app->MainWin()->View()->Controller().Chain().PublicOut(0)->Connections();
         ASSERT_EQ(portA.size(), 1u);
         EXPECT_EQ(portA[0]->Name(), TSynthConsumer::kName);
-        EXPECT_EQ(app->MainWin()->View()->Chain().PublicOut(1)->Connections(), portA)
+        EXPECT_EQ(app->MainWin()->View()->Controller().Chain().PublicOut(1)->Connections(), portA)
             << "port B plays through the same synthesizer";
         auto* status = app->MainWin()->findChild<QLabel*>("StatBar");
         ASSERT_NE(status, nullptr);
@@ -144,15 +145,15 @@ TEST_F(QuillAppTest, SongsGivenAtStartPlayAndAKeyChangeReachesTheConsumer) {
     auto app = Start({song});
     TQuillView* view = app->MainWin()->View();
     ASSERT_EQ(view->OrvickView()->Songs(), 1);
-    ASSERT_EQ(view->Ports().ConnectMidiOut(0, recorder.ID()), 0);
+    ASSERT_EQ(view->Controller().Ports().ConnectMidiOut(0, recorder.ID()), 0);
     ASSERT_TRUE(process_until([&] { return NoteOns(recorder, 60) >= 2; }))
-        << "state " << view->State();
+        << "state " << view->Controller().State();
 
     veldan::TMessage key(quill::kMsgKeyChanged);
-    key.AddInt32(TQuillView::kSliderValueField, 2);
+    key.AddInt32(TQuillController::kSliderValueField, 2);
     veldan::post_message(view, key);
     EXPECT_TRUE(process_until([&] { return NoteOns(recorder, 62) >= 2; }));
-    EXPECT_EQ(view->SongTitle(), "Runner");
+    EXPECT_EQ(view->Controller().SongTitle(), "Runner");
     app->Quit();
     EXPECT_FALSE(app->IsRunning());
 }
@@ -162,11 +163,11 @@ TEST_F(QuillAppTest, FilesHandedOverLaterPlayThemselvesNotTheSelectedRow) {
     recorder.Register();
     auto app = Start({fOut.Write("runner.mid", running_song())});
     TQuillView* view = app->MainWin()->View();
-    ASSERT_EQ(view->Ports().ConnectMidiOut(0, recorder.ID()), 0);
+    ASSERT_EQ(view->Controller().Ports().ConnectMidiOut(0, recorder.ID()), 0);
     view->OrvickView()->Song(0)->setSelected(true);
     app->OpenFiles({fOut.Write("other.mid", other_song())});
-    EXPECT_EQ(view->CurSongIdx(), 1);
-    EXPECT_EQ(view->SongTitle(), "Other");
+    EXPECT_EQ(view->Controller().CurSongIdx(), 1);
+    EXPECT_EQ(view->Controller().SongTitle(), "Other");
     EXPECT_TRUE(process_until([&] { return NoteOns(recorder, 64) >= 1; }));
     app->Quit();
 }
@@ -179,12 +180,12 @@ TEST_F(QuillAppTest, QuittingAndStartingAgainRestoresTheSameState) {
     {
         auto app = Start(songs);
         TQuillView* view = app->MainWin()->View();
-        view->StopSong();
+        view->Controller().StopSong();
         veldan::TMessage change(TOrvickView::kMsgChangeSongRqtd);
         change.AddInt32(TOrvickView::kSongIndexField, 1);
         view->ChangeSongRqtd(change);
-        view->SetPlayMode(1);
-        ASSERT_EQ(view->Ports().ConnectMidiOut(1, recorder.ID()), 0);
+        view->Controller().SetPlayMode(1);
+        ASSERT_EQ(view->Controller().Ports().ConnectMidiOut(1, recorder.ID()), 0);
         app->MainWin()->setGeometry(40, 60, 640, 420);
         app->Quit();
     }
@@ -192,16 +193,17 @@ TEST_F(QuillAppTest, QuittingAndStartingAgainRestoresTheSameState) {
     auto app = Start();
     TQuillView* view = app->MainWin()->View();
     EXPECT_EQ(view->OrvickView()->Songs(), 2);
-    EXPECT_EQ(view->CurSongIdx(), 1);
-    EXPECT_EQ(view->PlayMode(), 1);
-    const TAISelector::TScoreTable& scores = view->AISelector().Scores();
+    EXPECT_EQ(view->Controller().CurSongIdx(), 1);
+    EXPECT_EQ(view->Controller().PlayMode(), 1);
+    const TAISelector::TScoreTable& scores = view->Controller().AISelector().Scores();
     // Each song was played once, which counts for it.
     for (const char* name : {"a.mid", "b.mid"}) {
         ASSERT_TRUE(scores.contains(name)) << name << ": what was learned is read again";
         EXPECT_EQ(scores.at(name).priority, TAISelector::kNeutralPriority + 1) << name;
     }
-    EXPECT_TRUE(view->Chain().PublicOut(1)->IsConnected(&recorder));
-    EXPECT_EQ(view->Chain().PublicOut(0)->Connections().size(), 1u);  // the synthesizer
+    EXPECT_TRUE(view->Controller().Chain().PublicOut(1)->IsConnected(&recorder));
+    EXPECT_EQ(view->Controller().Chain().PublicOut(0)->Connections().size(),
+              1u);  // the synthesizer
     EXPECT_EQ(app->MainWin()->geometry(), QRect(40, 60, 640, 420));
 }
 
@@ -256,7 +258,7 @@ class QuillAppFullDisk : public QuillAppTest {
             list->AddMidiFile(fOut.Write("a song with a longer name " + std::to_string(i) + ".mid",
                                          running_song()),
                               top, -1);
-        app->MainWin()->View()->StopSong();
+        app->MainWin()->View()->Controller().StopSong();
         TStderrCapture errors;
         {
             TScopedFileSizeLimit full(limitBytes);
@@ -448,13 +450,13 @@ TEST_F(QuillAppTest, NewSynthesizerSettingsRemakeItAndItKeepsItsConnections) {
     ASSERT_NE(app->Synth(), nullptr);
     const int32_t before = app->Synth()->ID();  // a new consumer has a new id
     TQuillView* view = app->MainWin()->View();
-    ASSERT_TRUE(view->Chain().PublicOut(0)->IsConnected(app->Synth()));
+    ASSERT_TRUE(view->Controller().Chain().PublicOut(0)->IsConnected(app->Synth()));
     pref().synth.reverb = false;
     pref().synth.polyphony = 64;
     veldan::post_message(app.get(), veldan::TMessage(TQuillApp::kMsgPrefChanged));
     ASSERT_TRUE(process_until([&] { return app->Synth() && app->Synth()->ID() != before; }));
-    EXPECT_TRUE(view->Chain().PublicOut(0)->IsConnected(app->Synth()));
-    EXPECT_EQ(view->Chain().PublicOut(0)->Connections().size(), 1u);
+    EXPECT_TRUE(view->Controller().Chain().PublicOut(0)->IsConnected(app->Synth()));
+    EXPECT_EQ(view->Controller().Chain().PublicOut(0)->Connections().size(), 1u);
 }
 
 TEST_F(QuillAppTest, ASoundFontThatFailsIsToldByNameAndThePreviousSettingsStay) {
@@ -468,7 +470,8 @@ TEST_F(QuillAppTest, ASoundFontThatFailsIsToldByNameAndThePreviousSettingsStay) 
         << answer.text.toStdString();
     EXPECT_TRUE(pref().synth.soundFonts.empty()) << "the settings in use are the preferences again";
     ASSERT_NE(app->Synth(), nullptr);
-    EXPECT_TRUE(app->MainWin()->View()->Chain().PublicOut(0)->IsConnected(app->Synth()));
+    EXPECT_TRUE(
+        app->MainWin()->View()->Controller().Chain().PublicOut(0)->IsConnected(app->Synth()));
 }
 
 TEST_F(QuillAppTest, AtStartAFailingSoundFontGivesWayToTheDefaultOne) {
@@ -477,7 +480,8 @@ TEST_F(QuillAppTest, AtStartAFailingSoundFontGivesWayToTheDefaultOne) {
     auto app = Start();
     EXPECT_TRUE(answer.text.contains("moved.sf2")) << answer.text.toStdString();
     ASSERT_NE(app->Synth(), nullptr);
-    EXPECT_TRUE(app->MainWin()->View()->Chain().PublicOut(0)->IsConnected(app->Synth()));
+    EXPECT_TRUE(
+        app->MainWin()->View()->Controller().Chain().PublicOut(0)->IsConnected(app->Synth()));
 }
 
 TEST_F(QuillAppTest, SecondaryWindowsAreMadeOnceAndClosedAtQuit) {
@@ -520,7 +524,7 @@ TEST_F(QuillAppTest, EndToEndDropDoubleClickPlayChangeKeyQuitRestart) {
         TQuillWin* win = app->MainWin();
         TQuillView* view = win->View();
         TOrvickView* list = view->OrvickView();
-        view->StopSong();
+        view->Controller().StopSong();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(win));
 
         QMimeData files;
@@ -542,18 +546,20 @@ TEST_F(QuillAppTest, EndToEndDropDoubleClickPlayChangeKeyQuitRestart) {
             if (action->text().endsWith("Desk Synth")) deskSynth = action;
         ASSERT_NE(deskSynth, nullptr);
         deskSynth->trigger();
-        ASSERT_TRUE(
-            process_until([&] { return view->Chain().PublicOut(0)->IsConnected(&recorder); }));
+        ASSERT_TRUE(process_until(
+            [&] { return view->Controller().Chain().PublicOut(0)->IsConnected(&recorder); }));
 
         const QRect row = list->visualItemRect(list->Song(1));
         ASSERT_FALSE(row.isEmpty());
         QTest::mouseDClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, row.center());
-        ASSERT_TRUE(process_until([&] { return view->CurSongIdx() == 1; })) << "the song changes";
+        ASSERT_TRUE(process_until([&] { return view->Controller().CurSongIdx() == 1; }))
+            << "the song changes";
         auto* play = view->ControlBar()->findChild<QWidget*>("ButtonPlay");
         ASSERT_NE(play, nullptr);
         QTest::mouseClick(play, Qt::LeftButton);
         ASSERT_TRUE(process_until([&] { return NoteOns(recorder, 64) >= 2; }))
-            << "state " << view->State() << ", song " << view->CurSongIdx();
+            << "state " << view->Controller().State() << ", song "
+            << view->Controller().CurSongIdx();
         EXPECT_EQ(NoteOns(recorder, 60), 0u) << "only the song clicked plays";
 
         auto* key = view->ControlBar()->findChild<QSlider*>("SliderKey");
@@ -571,6 +577,6 @@ TEST_F(QuillAppTest, EndToEndDropDoubleClickPlayChangeKeyQuitRestart) {
     auto app = Start();
     TQuillView* view = app->MainWin()->View();
     ASSERT_EQ(view->OrvickView()->Songs(), 2);
-    EXPECT_EQ(view->CurSongRef(), second);
-    EXPECT_TRUE(view->Chain().PublicOut(0)->IsConnected(&recorder));
+    EXPECT_EQ(view->Controller().CurSongRef(), second);
+    EXPECT_TRUE(view->Controller().Chain().PublicOut(0)->IsConnected(&recorder));
 }

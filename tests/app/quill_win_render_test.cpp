@@ -47,7 +47,7 @@ class QuillWinRenderTest : public TWidgetTest, public ::testing::WithParamInterf
         win.View()->ControlBar()->SetPortLit(0, true);
         win.resize(560, 360);
         win.show();
-        ASSERT_TRUE(process_until([&] { return !win.View()->SongTitle().empty(); }));
+        ASSERT_TRUE(process_until([&] { return !win.View()->Controller().SongTitle().empty(); }));
         win.View()->ExpSongTitle();
         // Loading the song set texts (the time read-out among them) whose new room the
         // layout takes on its next pass.

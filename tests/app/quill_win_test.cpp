@@ -157,9 +157,9 @@ TEST_F(QuillWinTest, PlayModeItemMarksTheModeAndALanguageChangeKeepsEveryMark) {
         if (action->text().endsWith("Test Synth")) synthItem = action;
     ASSERT_NE(synthItem, nullptr);
     synthItem->trigger();
-    ASSERT_TRUE(
-        process_until([&] { return win->View()->PlayMode() == 3 && checked(portA).size() == 1; }));
-    EXPECT_TRUE(win->View()->Chain().PublicOut(0)->IsConnected(&synth));
+    ASSERT_TRUE(process_until(
+        [&] { return win->View()->Controller().PlayMode() == 3 && checked(portA).size() == 1; }));
+    EXPECT_TRUE(win->View()->Controller().Chain().PublicOut(0)->IsConnected(&synth));
 
     fTexts = file_language("Japanese.llt");
     win->LanguageChanged();
@@ -272,8 +272,8 @@ TEST_F(QuillWinTest, ExitStateRoundTripRestoresPlaylistSongModeAndConnections) {
         veldan::TMessage change(TOrvickView::kMsgChangeSongRqtd);
         change.AddInt32(TOrvickView::kSongIndexField, 2);
         win->View()->ChangeSongRqtd(change);
-        win->View()->SetPlayMode(5);
-        ASSERT_EQ(win->View()->Ports().ConnectMidiOut(1, synth.ID()), 0);
+        win->View()->Controller().SetPlayMode(5);
+        ASSERT_EQ(win->View()->Controller().Ports().ConnectMidiOut(1, synth.ID()), 0);
         win->WriteExitState();
     }
     EXPECT_EQ(fExitState.mainListFile, list.string());
@@ -284,10 +284,10 @@ TEST_F(QuillWinTest, ExitStateRoundTripRestoresPlaylistSongModeAndConnections) {
     auto win = MakeWin();
     win->RestoreExitState();
     EXPECT_EQ(win->View()->OrvickView()->Songs(), 3);
-    EXPECT_EQ(win->View()->CurSongIdx(), 2);
-    EXPECT_EQ(win->View()->PlayMode(), 5);
-    EXPECT_TRUE(win->View()->Chain().PublicOut(1)->IsConnected(&synth));
-    EXPECT_TRUE(win->View()->Chain().PublicOut(0)->Connections().empty());
+    EXPECT_EQ(win->View()->Controller().CurSongIdx(), 2);
+    EXPECT_EQ(win->View()->Controller().PlayMode(), 5);
+    EXPECT_TRUE(win->View()->Controller().Chain().PublicOut(1)->IsConnected(&synth));
+    EXPECT_TRUE(win->View()->Controller().Chain().PublicOut(0)->Connections().empty());
     std::vector<QAction*> modes = checked(top_menu(*win, "Menu_Play"));
     ASSERT_EQ(modes.size(), 1u);
     EXPECT_EQ(modes[0]->objectName(), "MItem_Play_Mode_AI_Random");
@@ -299,9 +299,9 @@ TEST_F(QuillWinTest, FirstStartConnectsBothPortsToTheBuiltInSynthesizerByName) {
     synth.Register();
     auto win = MakeWin();
     win->RestoreExitState();
-    EXPECT_TRUE(win->View()->Chain().PublicOut(0)->IsConnected(&synth));
-    EXPECT_TRUE(win->View()->Chain().PublicOut(1)->IsConnected(&synth));
-    EXPECT_EQ(win->View()->Chain().PublicOut(1)->Connections().size(), 1u);
+    EXPECT_TRUE(win->View()->Controller().Chain().PublicOut(0)->IsConnected(&synth));
+    EXPECT_TRUE(win->View()->Controller().Chain().PublicOut(1)->IsConnected(&synth));
+    EXPECT_EQ(win->View()->Controller().Chain().PublicOut(1)->Connections().size(), 1u);
 }
 
 TEST_F(QuillWinTest, ANeverSavedListComesBackUnnamedWithItsSongs) {
@@ -370,7 +370,7 @@ TEST_F(QuillWinTest, ExportWritesTheCurrentSongAtTheSlidersTempoAndCancelLeavesN
     smf.AddTrack().NoteOn(0, 0, 60, 100).NoteOff(480 * 8, 0, 60);  // 4 s
     const fs::path song = fTemp.Write("export.mid", smf.Bytes());
     win->OpenListFolderFileRqtd(song, true);
-    ASSERT_TRUE(process_until([&] { return win->View()->CurSongRef() == song; }));
+    ASSERT_TRUE(process_until([&] { return win->View()->Controller().CurSongRef() == song; }));
     win->View()->ControlBar()->SetSliderValue(quill::TControlBar::kTempo, 200);
     const fs::path target = fTemp.Path() / "export.wav";
     fs::path suggested;
@@ -393,7 +393,7 @@ TEST_F(QuillWinTest, ExportWritesTheCurrentSongAtTheSlidersTempoAndCancelLeavesN
     longSmf.AddTrack().NoteOn(0, 0, 60, 100).NoteOff(480 * 2 * 600, 0, 60);  // 10 minutes
     const fs::path longSong = fTemp.Write("long.mid", longSmf.Bytes());
     win->OpenListFolderFileRqtd(longSong, false);
-    ASSERT_TRUE(process_until([&] { return win->View()->CurSongRef() == longSong; }));
+    ASSERT_TRUE(process_until([&] { return win->View()->Controller().CurSongRef() == longSong; }));
     fs::remove(target);
     QTimer canceller;
     bool cancelled = false;

@@ -110,7 +110,7 @@ TEST(PrepareSequence, ResetsGoOutInFixedOrderEachFollowedByItsWait) {
     settings.resetMask = 0x0A;
     settings.silenceAfterResetsUs = 500000;
     sequence.SetSettings(settings);
-    int32_t state = kStateStopped;
+    TMarnelState state = kStateStopped;
     EXPECT_EQ(sequence.StepToPlay(&state), 500000);
     EXPECT_EQ(state, kStateAfterGS);
     EXPECT_EQ(sequence.StepToPlay(&state), 500000);
@@ -128,7 +128,7 @@ TEST(PrepareSequence, ResetsGoOutInFixedOrderEachFollowedByItsWait) {
 TEST(PrepareSequence, WithNothingToDoASongStartsAtOnceAndSilenceComesFirst) {
     TChainFixture f;
     TPrepareSequence sequence(f.chain);
-    int32_t state = kStateStopped;
+    TMarnelState state = kStateStopped;
     EXPECT_EQ(sequence.StepToPlay(&state), 0);
     EXPECT_EQ(state, kStatePlaying);
     EXPECT_EQ(sequence.StepToPlay(&state), 0);  // playing: nothing more to do

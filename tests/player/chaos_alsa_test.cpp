@@ -70,9 +70,9 @@ class TListener {
 };
 
 void toggle(TQuillView& view, int32_t port, int32_t id) {
-    veldan::TMessage item(TQuillView::kMsgMidiOut);
-    item.AddInt32(TQuillView::kMidiPortField, port);
-    item.AddInt32(TQuillView::kConsumerIdField, id);
+    veldan::TMessage item(quill::TQuillController::kMsgMidiOut);
+    item.AddInt32(quill::TQuillController::kMidiPortField, port);
+    item.AddInt32(quill::TQuillController::kConsumerIdField, id);
     veldan::post_message(&view, item);
     QCoreApplication::sendPostedEvents();
 }
@@ -111,11 +111,11 @@ TEST_F(ChaosTest, AnAlsaConsumerKilledMidRunIsToldOnceAndThePlayGoesOnToTheOther
     toggle(*fView, 0, a->ID());
     toggle(*fView, 1, b->ID());
     toggle(*fView, 0, b->ID());
-    ASSERT_TRUE(fView->Ports().IsPortConnected(0));
-    ASSERT_TRUE(fView->Ports().IsPortConnected(1));
+    ASSERT_TRUE(fView->Controller().Ports().IsPortConnected(0));
+    ASSERT_TRUE(fView->Controller().Ports().IsPortConnected(1));
     TMidiRecorder witness("witness", kRecorderEvents);
-    fView->Chain().PublicOut(0)->Connect(&witness);
-    fView->Chain().PublicOut(1)->Connect(&witness);
+    fView->Controller().Chain().PublicOut(0)->Connect(&witness);
+    fView->Controller().Chain().PublicOut(1)->Connect(&witness);
 
     TChaosRun::TOptions options;
     options.seed = 1125;
@@ -138,8 +138,8 @@ TEST_F(ChaosTest, AnAlsaConsumerKilledMidRunIsToldOnceAndThePlayGoesOnToTheOther
     const TChaosRun::TFigures figures = run.Run();
     killer.join();
     const size_t heardAtEnd = witness.Count() + witness.Dropped();
-    fView->Chain().PublicOut(0)->Disconnect(&witness);
-    fView->Chain().PublicOut(1)->Disconnect(&witness);
+    fView->Controller().Chain().PublicOut(0)->Disconnect(&witness);
+    fView->Controller().Chain().PublicOut(1)->Disconnect(&witness);
     // The survivor drains its queue 20 times a second and tells its count as often.
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     const uint64_t takenBySurvivor = survivor.Taken();

@@ -36,8 +36,8 @@ class ChaosTest : public TWidgetTest {
         fPrefs.sysResetCombination = 0x0F;
         fPrefs.silenceAfterResetsUs = 40000;
         fView = std::make_unique<TQuillView>(fTexts, fPrefs, fTemp.Path() / "no-loaders");
-        fView->Chain().PublicOut(0)->Connect(&fPortA);
-        fView->Chain().PublicOut(1)->Connect(&fPortB);
+        fView->Controller().Chain().PublicOut(0)->Connect(&fPortA);
+        fView->Controller().Chain().PublicOut(1)->Connect(&fPortB);
         fSynth1.Register();
         fSynth2.Register();
     }

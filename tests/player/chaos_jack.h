@@ -55,7 +55,8 @@ class TChaosJack {
         fIdA = a->ID();
         Toggle(view, 0, a->ID());
         Toggle(view, 1, b->ID());
-        if (!view.Ports().IsPortConnected(0) || !view.Ports().IsPortConnected(1))
+        if (!view.Controller().Ports().IsPortConnected(0) ||
+            !view.Controller().Ports().IsPortConnected(1))
             return Fail("the ports did not connect to the JACK clients");
         if (!wait_for([&] { return fReaderA->IsConnected() && fReaderB->IsConnected(); }))
             return Fail("JACK did not make the connections");
@@ -84,9 +85,9 @@ class TChaosJack {
     int32_t ConsumerA() const { return fIdA; }
     // The MIDI OUT menu's item for a consumer of a port: connects, or lets go and silences.
     static void Toggle(quill::TQuillView& view, int32_t port, int32_t id) {
-        veldan::TMessage item(quill::TQuillView::kMsgMidiOut);
-        item.AddInt32(quill::TQuillView::kMidiPortField, port);
-        item.AddInt32(quill::TQuillView::kConsumerIdField, id);
+        veldan::TMessage item(quill::TQuillController::kMsgMidiOut);
+        item.AddInt32(quill::TQuillController::kMidiPortField, port);
+        item.AddInt32(quill::TQuillController::kConsumerIdField, id);
         veldan::post_message(&view, item);
         QCoreApplication::sendPostedEvents();
     }

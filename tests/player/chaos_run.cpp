@@ -24,6 +24,7 @@
 #include "tests/support/smf_builder.h"
 #include "veldan/core/handler.h"
 
+using quill::TQuillController;
 using quill::TQuillView;
 
 namespace {
@@ -395,10 +396,10 @@ void TChaosRun::Scan(size_t index) {
 }
 
 void TChaosRun::CheckSilence(const char* when) {
-    bool settled = fView.Chain().WaitIdle(500000);
+    bool settled = fView.Controller().Chain().WaitIdle(500000);
     for (TMidiRecorder* recorder : fRecorders) settled = recorder->WaitIdle(200000) && settled;
     if (!settled) ++fFigures.unsettled;
-    const bool stopped = fView.State() == quill::kStateStopped;
+    const bool stopped = fView.Controller().State() == quill::kStateStopped;
     ++fFigures.checks;
     bool traced = false;
     for (size_t i = 0; i < fRecorders.size(); ++i) {
@@ -412,8 +413,8 @@ void TChaosRun::CheckSilence(const char* when) {
                 Problem(fRecorders[i]->Name() + ": channel " + std::to_string(channel + 1) +
                         " key " + std::to_string(key) + " sounds " + std::to_string(count) +
                         "x when " + when + " (" + (stopped ? "stopped" : "paused") + ", song " +
-                        std::to_string(fView.CurSongIdx()) + ", key " +
-                        std::to_string(fView.Chain().Filter(0).Key()) + ")");
+                        std::to_string(fView.Controller().CurSongIdx()) + ", key " +
+                        std::to_string(fView.Controller().Chain().Filter(0).Key()) + ")");
                 if (!traced) {
                     traced = true;
                     Problem("  " + Trace(i, channel, key));
@@ -518,38 +519,38 @@ std::string TChaosRun::Do(int action) {
                  between(0, std::max(0, fView.OrvickView()->Songs() - 1)));
             break;
         case kSeek:
-            Post(quill::kMsgPosChanged, TQuillView::kSliderValueField, between(0, 100));
+            Post(quill::kMsgPosChanged, TQuillController::kSliderValueField, between(0, 100));
             break;
         case kKey:
-            Post(quill::kMsgKeyChanged, TQuillView::kSliderValueField,
+            Post(quill::kMsgKeyChanged, TQuillController::kSliderValueField,
                  between(bar->SliderMinimum(quill::TControlBar::kKey),
                          bar->SliderMaximum(quill::TControlBar::kKey)));
             break;
         case kTempo:
-            Post(quill::kMsgTempoChanged, TQuillView::kSliderValueField,
+            Post(quill::kMsgTempoChanged, TQuillController::kSliderValueField,
                  between(bar->SliderMinimum(quill::TControlBar::kTempo),
                          bar->SliderMaximum(quill::TControlBar::kTempo)));
             break;
         case kVolume:
-            Post(quill::kMsgVolumeChanged, TQuillView::kSliderValueField,
+            Post(quill::kMsgVolumeChanged, TQuillController::kSliderValueField,
                  between(bar->SliderMinimum(quill::TControlBar::kVolume),
                          bar->SliderMaximum(quill::TControlBar::kVolume)));
             break;
         case kMode:
-            Post(TQuillView::kMsgPlayMode, TQuillView::kPlayModeField, between(0, 5));
+            Post(TQuillController::kMsgPlayMode, TQuillController::kPlayModeField, between(0, 5));
             break;
         case kPortToggle: {
             if (fToggleIds.empty()) break;
-            veldan::TMessage item(TQuillView::kMsgMidiOut);
-            item.AddInt32(TQuillView::kMidiPortField, between(0, 1));
-            item.AddInt32(TQuillView::kConsumerIdField,
+            veldan::TMessage item(TQuillController::kMsgMidiOut);
+            item.AddInt32(TQuillController::kMidiPortField, between(0, 1));
+            item.AddInt32(TQuillController::kConsumerIdField,
                           fToggleIds[size_t(between(0, int(fToggleIds.size()) - 1))]);
             veldan::post_message(&fView, item);
             QCoreApplication::sendPostedEvents();
             break;
         }
         case kAllNotesOff:
-            Post(TQuillView::kMsgAllNotesOff, nullptr, 0);
+            Post(TQuillController::kMsgAllNotesOff, nullptr, 0);
             break;
         case kPrefs: {
             TPref* prefs = fOptions.prefs;
@@ -580,10 +581,11 @@ TChaosRun::TFigures TChaosRun::Run() {
     // Mostly quick succession, now and then a breath.
     std::exponential_distribution<double> gap(1.0 / std::max(1, fOptions.meanGapMs));
 
-    fView.SetStateHandler([this](int32_t state) {
-        if (state == quill::kStateStopped || state == quill::kStatePaused) fRestChanged = true;
-        if (state == quill::kStatePlaying) ++fFigures.songsStarted;
-    });
+    const QMetaObject::Connection watch = QObject::connect(
+        &fView.Controller(), &quill::TQuillController::StateChanged, [this](TMarnelState state) {
+            if (state == quill::kStateStopped || state == quill::kStatePaused) fRestChanged = true;
+            if (state == quill::kStatePlaying) ++fFigures.songsStarted;
+        });
     fWatchdog = std::make_unique<TWatchdog>(&fView, fCurrentAction);
     const auto start = TClock::now();
     auto elapsed = [&] { return std::chrono::duration<double>(TClock::now() - start).count(); };
@@ -601,11 +603,11 @@ TChaosRun::TFigures TChaosRun::Run() {
         fFigures.slowestUs[action] = std::max(fFigures.slowestUs[action], took);
         ++fFigures.actions[action];
         if (action == kKey) ++fKeyChangesSinceCheck;
-        fHistory.push_back(done + " -> state " + std::to_string(fView.State()) + " song " +
-                           std::to_string(fView.CurSongIdx()));
+        fHistory.push_back(done + " -> state " + std::to_string(fView.Controller().State()) +
+                           " song " + std::to_string(fView.Controller().CurSongIdx()));
         if (fHistory.size() > 8) fHistory.pop_front();
         ++fFigures.totalActions;
-        const int32_t state = fView.State();
+        const TMarnelState state = fView.Controller().State();
         if (fRestChanged && (state == quill::kStateStopped || state == quill::kStatePaused)) {
             fRestChanged = false;
             CheckSilence(ActionName(action));
@@ -631,6 +633,6 @@ TChaosRun::TFigures TChaosRun::Run() {
     for (const std::string& note : fWatchdog->Notes()) Problem(note);
     fWatchdog.reset();
     Pump(10);
-    fView.SetStateHandler({});
+    QObject::disconnect(watch);
     return fFigures;
 }

@@ -89,8 +89,8 @@ TEST_F(ChaosTest, JackDyingUnderneathIsToldOnceAndThePlayGoesOnToTheOthers) {
     TChaosJack jack;
     ASSERT_TRUE(jack.Start(*fView)) << jack.Error();
     TMidiRecorder witness("witness", kRecorderEvents);
-    fView->Chain().PublicOut(0)->Connect(&witness);
-    fView->Chain().PublicOut(1)->Connect(&witness);
+    fView->Controller().Chain().PublicOut(0)->Connect(&witness);
+    fView->Controller().Chain().PublicOut(1)->Connect(&witness);
 
     TChaosRun::TOptions options;
     options.seed = 1124;
@@ -103,8 +103,8 @@ TEST_F(ChaosTest, JackDyingUnderneathIsToldOnceAndThePlayGoesOnToTheOthers) {
     const TChaosRun::TFigures figures = run.Run();
     jack.Join();
     const size_t heardAtEnd = witness.Count() + witness.Dropped();
-    fView->Chain().PublicOut(0)->Disconnect(&witness);
-    fView->Chain().PublicOut(1)->Disconnect(&witness);
+    fView->Controller().Chain().PublicOut(0)->Disconnect(&witness);
+    fView->Controller().Chain().PublicOut(1)->Disconnect(&witness);
 
     EXPECT_GT(jack.ReceivedByA(), 0u) << "the JACK client heard nothing before it quit";
     EXPECT_GT(jack.ReceivedByB(), 0u) << "the JACK client heard nothing before the server went";
@@ -137,7 +137,8 @@ TEST_F(ChaosTest, AJackServerThatStopsAnsweringNeverHoldsTheWindow) {
     };
     const auto letGoMs = millisecondsOf([&] { TChaosJack::Toggle(*fView, 0, jack.ConsumerA()); });
     const auto allNotesOffMs = millisecondsOf([&] {
-        veldan::post_message(fView.get(), veldan::TMessage(TQuillView::kMsgAllNotesOff));
+        veldan::post_message(fView.get(),
+                             veldan::TMessage(quill::TQuillController::kMsgAllNotesOff));
         QCoreApplication::sendPostedEvents();
     });
     jack.StopServer();
@@ -158,9 +159,9 @@ TEST_F(ChaosTest, TheCheckFindsANoteLeftSoundingAndNothingElse) {
     options.skipActions = ~(1u << TChaosRun::kListen);
     TChaosRun run(*fView, fPortA, fPortB, fTemp.Path(), options);
     ASSERT_TRUE(run.AddSongs());
-    fView->Chain().PublicOut(0)->SprayNoteOn(2, 61, 90, 0);
-    fView->Chain().PublicOut(1)->SprayNoteOn(3, 62, 90, 0);
-    fView->Chain().PublicOut(1)->SprayNoteOn(3, 62, 0, 0);
+    fView->Controller().Chain().PublicOut(0)->SprayNoteOn(2, 61, 90, 0);
+    fView->Controller().Chain().PublicOut(1)->SprayNoteOn(3, 62, 90, 0);
+    fView->Controller().Chain().PublicOut(1)->SprayNoteOn(3, 62, 0, 0);
     const TChaosRun::TFigures figures = run.Run();
     EXPECT_EQ(figures.hanging, 1u) << joined(figures.problems);
     ASSERT_FALSE(figures.problems.empty());

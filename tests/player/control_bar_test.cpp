@@ -145,7 +145,7 @@ TEST_F(ControlBar, PlayPauseAndStopShowTheStateAsOneRadioGroup) {
     bar.SetPlayState(quill::kStatePaused);
     EXPECT_EQ(Button("ButtonPause")->Value(), 1);
     EXPECT_EQ(Button("ButtonPlay")->Value(), 0);
-    bar.SetPlayState(5);
+    bar.SetPlayState(kStateAfterGS);
     EXPECT_EQ(Button("ButtonPlay")->Value(), 1) << "preparing shows as playing";
     EXPECT_EQ(Button("ButtonNext")->Behavior(), veldan::TToolButton::kPushButton);
 }

@@ -39,6 +39,7 @@ using quill::kPlayModeRandom;
 using quill::kPlayModeSeq;
 using quill::kPlayModeSeqRepeat;
 using quill::TLCDIndicator;
+using quill::TQuillController;
 using quill::TQuillView;
 
 namespace {
@@ -73,22 +74,22 @@ class QuillViewTest : public TWidgetTest {
   protected:
     QuillViewTest() {
         fView = std::make_unique<TQuillView>(fTexts, fPrefs, fTemp.Path() / "no-loaders");
-        fView->SetClock([this] { return fNow; });
-        fView->Chain().PublicOut(0)->Connect(&fPortA);
-        fView->Chain().PublicOut(1)->Connect(&fPortB);
+        fView->Controller().SetClock([this] { return fNow; });
+        fView->Controller().Chain().PublicOut(0)->Connect(&fPortA);
+        fView->Controller().Chain().PublicOut(1)->Connect(&fPortB);
     }
     ~QuillViewTest() override { fView.reset(); }
 
     // Whatever a test did, a stop leaves no note sounding on either port.
     void TearDown() override {
-        fView->StopSong();
+        fView->Controller().StopSong();
         ExpectNothingSounds("the final stop");
     }
 
     // Every note that reached a port has been released, once the lanes and the recorders
     // have handled everything sent so far.
     void ExpectNothingSounds(const std::string& after) {
-        ASSERT_TRUE(fView->Chain().WaitIdle(2000000));
+        ASSERT_TRUE(fView->Controller().Chain().WaitIdle(2000000));
         ASSERT_TRUE(fPortA.WaitIdle(2000000) && fPortB.WaitIdle(2000000));
         EXPECT_EQ(sounding_notes(fPortA), 0) << "port A, after " << after;
         EXPECT_EQ(sounding_notes(fPortB), 0) << "port B, after " << after;
@@ -106,7 +107,8 @@ class QuillViewTest : public TWidgetTest {
     // Songs 0 to count - 1; the first one added becomes current and is loaded.
     void AddSongs(int count, uint32_t noteTicks) {
         for (int i = 0; i < count; ++i) AddSong(WriteSong(i, noteTicks));
-        ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
+        ASSERT_TRUE(
+            process_until([this] { return fView->Controller().Producer().CountTracks() > 0; }));
     }
     void AddSong(const std::filesystem::path& file) {
         ASSERT_TRUE(fView->OrvickView()->AddListFolderFileToTopLevel(file)) << file;
@@ -147,7 +149,7 @@ class QuillViewTest : public TWidgetTest {
     }
 
     bool WaitForState(int32_t state) {
-        return process_until([&] { return fView->State() == state; });
+        return process_until([&] { return fView->Controller().State() == state; });
     }
     size_t Count(const TMidiRecorder& port, bool (*match)(const std::vector<uint8_t>&)) const {
         size_t count = 0;
@@ -159,7 +161,7 @@ class QuillViewTest : public TWidgetTest {
         return process_until([&] { return Count(port, match) >= count; });
     }
     int32_t Priority(int number) const {
-        const auto& scores = fView->AISelector().Scores();
+        const auto& scores = fView->Controller().AISelector().Scores();
         auto at = scores.find("song" + std::to_string(number) + ".mid");
         return at == scores.end() ? TAISelector::kNeutralPriority : at->second.priority;
     }
@@ -186,81 +188,81 @@ class QuillViewTest : public TWidgetTest {
 
 TEST_F(QuillViewTest, SequentialStopsAfterTheLastSong) {
     AddSongs(2, kShortSong);
-    fView->SetPlayMode(kPlayModeSeq);
-    ASSERT_TRUE(fView->ChangeSong(1, false));
-    ASSERT_TRUE(fView->PlaySong());
-    EXPECT_EQ(fView->State(), kStatePlaying);
+    fView->Controller().SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->Controller().ChangeSong(1, false));
+    ASSERT_TRUE(fView->Controller().PlaySong());
+    EXPECT_EQ(fView->Controller().State(), kStatePlaying);
     ASSERT_TRUE(WaitForState(kStateStopped));
-    EXPECT_EQ(fView->CurSongIdx(), 1);
-    EXPECT_EQ(fView->Producer().CountTracks(), 0u);
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 1);
+    EXPECT_EQ(fView->Controller().Producer().CountTracks(), 0u);
     EXPECT_EQ(Count(fPortA, is_note_on), 1u);
 }
 
 TEST_F(QuillViewTest, SequentialRepeatWrapsToTheFirstSong) {
     AddSongs(2, kShortSong);
-    fView->SetPlayMode(kPlayModeSeqRepeat);
-    ASSERT_TRUE(fView->ChangeSong(1, false));
-    ASSERT_TRUE(fView->PlaySong());
-    ASSERT_TRUE(process_until([this] { return fView->CurSongIdx() == 0; }));
-    EXPECT_EQ(fView->State(), kStatePlaying);
-    EXPECT_EQ(fView->SongTitle(), "Song 0");
+    fView->Controller().SetPlayMode(kPlayModeSeqRepeat);
+    ASSERT_TRUE(fView->Controller().ChangeSong(1, false));
+    ASSERT_TRUE(fView->Controller().PlaySong());
+    ASSERT_TRUE(process_until([this] { return fView->Controller().CurSongIdx() == 0; }));
+    EXPECT_EQ(fView->Controller().State(), kStatePlaying);
+    EXPECT_EQ(fView->Controller().SongTitle(), "Song 0");
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 2));
 }
 
 TEST_F(QuillViewTest, MonoRepeatRestartsTheSongButNextMovesOn) {
     AddSongs(2, kShortSong);
-    fView->SetPlayMode(kPlayModeMonoRepeat);
-    ASSERT_TRUE(fView->PlaySong());
+    fView->Controller().SetPlayMode(kPlayModeMonoRepeat);
+    ASSERT_TRUE(fView->Controller().PlaySong());
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 3));
-    EXPECT_EQ(fView->CurSongIdx(), 0);
-    fView->CButtonNextClicked();
-    EXPECT_EQ(fView->CurSongIdx(), 1);
-    EXPECT_EQ(fView->State(), kStatePlaying);
-    fView->PauseSong();
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 0);
+    fView->Controller().NextSong();
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 1);
+    EXPECT_EQ(fView->Controller().State(), kStatePlaying);
+    fView->Controller().PauseSong();
     ExpectNothingSounds("next, then pause");
 }
 
 TEST_F(QuillViewTest, RandomWithOneSongPicksItAgain) {
     AddSongs(1, kShortSong);
-    fView->SetRandom([] { return 12345u; });
-    fView->SetPlayMode(kPlayModeRandom);
-    ASSERT_TRUE(fView->PlaySong());
+    fView->Controller().SetRandom([] { return 12345u; });
+    fView->Controller().SetPlayMode(kPlayModeRandom);
+    ASSERT_TRUE(fView->Controller().PlaySong());
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 2));
-    EXPECT_EQ(fView->CurSongIdx(), 0);
-    fView->CButtonNextClicked();
-    EXPECT_EQ(fView->CurSongIdx(), 0);
-    EXPECT_GT(fView->Producer().CountTracks(), 0u);
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 0);
+    fView->Controller().NextSong();
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 0);
+    EXPECT_GT(fView->Controller().Producer().CountTracks(), 0u);
 }
 
 TEST_F(QuillViewTest, RandomDrawsFromTheInjectedSource) {
     AddSongs(3, kLongSong);
     std::vector<uint32_t> draws = {0, 3, 5};  // modulo 3: the current song, again, then 2
     size_t next = 0;
-    fView->SetRandom([&] { return draws[next++]; });
-    fView->SetPlayMode(kPlayModeRandom);
-    fView->CButtonNextClicked();
-    EXPECT_EQ(fView->CurSongIdx(), 2);
+    fView->Controller().SetRandom([&] { return draws[next++]; });
+    fView->Controller().SetPlayMode(kPlayModeRandom);
+    fView->Controller().NextSong();
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 2);
     EXPECT_EQ(next, 3u);
 }
 
 TEST_F(QuillViewTest, AnInjectedGeneratorReplaysTheSameRandomOrderInBothRandomModes) {
     AddSongs(6, kLongSong);
     auto engine = std::make_shared<std::mt19937>();
-    fView->SetRandom([engine] { return uint32_t((*engine)()); });
+    fView->Controller().SetRandom([engine] { return uint32_t((*engine)()); });
     auto order = [&] {
         engine->seed(20261124);
         std::vector<int32_t> picked;
-        if (!fView->ChangeSong(0, false)) return picked;
+        if (!fView->Controller().ChangeSong(0, false)) return picked;
         for (int i = 0; i < 12; ++i) {
-            fView->CButtonNextClicked();
-            picked.push_back(fView->CurSongIdx());
+            fView->Controller().NextSong();
+            picked.push_back(fView->Controller().CurSongIdx());
         }
         return picked;
     };
     for (int32_t mode : {int32_t(kPlayModeRandom), int32_t(kPlayModeAIRandom)}) {
-        fView->SetPlayMode(mode);
+        fView->Controller().SetPlayMode(mode);
         // The selector weighs a song it meets for the first time lower: meet them all.
-        fView->CButtonNextClicked();
+        fView->Controller().NextSong();
         std::vector<int32_t> first = order();
         ASSERT_EQ(first.size(), 12u);
         EXPECT_EQ(order(), first) << "mode " << mode;
@@ -271,29 +273,29 @@ TEST_F(QuillViewTest, AnInjectedGeneratorReplaysTheSameRandomOrderInBothRandomMo
 
 TEST_F(QuillViewTest, NextEarlyLowersTheScoreLateDoesNot) {
     AddSongs(2, kLongSong);
-    fView->SetPlayMode(kPlayModeSeqRepeat);
-    ASSERT_TRUE(fView->PlaySong());
+    fView->Controller().SetPlayMode(kPlayModeSeqRepeat);
+    ASSERT_TRUE(fView->Controller().PlaySong());
     const int32_t first = Priority(0);
     fNow += 5 * kSecondUs;
-    fView->CButtonNextClicked();
+    fView->Controller().NextSong();
     EXPECT_EQ(Priority(0), first - 1);
-    ASSERT_EQ(fView->CurSongIdx(), 1);
+    ASSERT_EQ(fView->Controller().CurSongIdx(), 1);
 
     const int32_t second = Priority(1);
     fNow += 15 * kSecondUs;
-    fView->CButtonNextClicked();
+    fView->Controller().NextSong();
     EXPECT_EQ(Priority(1), second);
-    EXPECT_EQ(fView->CurSongIdx(), 0);
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 0);
 }
 
 TEST_F(QuillViewTest, ScoresStayWhenLearningIsOff) {
     fPrefs.useAIDatabase = false;
     AddSongs(2, kLongSong);
-    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(fView->Controller().PlaySong());
     fNow += 5 * kSecondUs;
-    fView->CButtonNextClicked();
-    fView->ScoreUpCurrentSong();
-    EXPECT_TRUE(fView->AISelector().Scores().empty());
+    fView->Controller().NextSong();
+    fView->Controller().ScoreUpCurrentSong();
+    EXPECT_TRUE(fView->Controller().AISelector().Scores().empty());
 }
 
 TEST_F(QuillViewTest, PlayingLearnsTheSongWhenLearningIsOn) {
@@ -301,7 +303,7 @@ TEST_F(QuillViewTest, PlayingLearnsTheSongWhenLearningIsOn) {
     const int32_t before = Priority(0);
     fView->CButtonPlayClicked();
     EXPECT_EQ(Priority(0), before + 1);
-    EXPECT_EQ(fView->State(), kStatePlaying);
+    EXPECT_EQ(fView->Controller().State(), kStatePlaying);
 }
 
 TEST_F(QuillViewTest, ResetsGoOutInOrderWithTheirSilences) {
@@ -309,8 +311,8 @@ TEST_F(QuillViewTest, ResetsGoOutInOrderWithTheirSilences) {
     fPrefs.sysResetCombination = 0x0A;  // GS and XG
     fPrefs.silenceAfterResetsUs = 150000;
     AddSongs(1, kShortSong);
-    ASSERT_TRUE(fView->PlaySong());
-    EXPECT_EQ(fView->State(), kStateAfterGS);
+    ASSERT_TRUE(fView->Controller().PlaySong());
+    EXPECT_EQ(fView->Controller().State(), kStateAfterGS);
     EXPECT_EQ(Indicator("StrViewSysGS")->Lit(), TLCDIndicator::TLit::kHalfLit);
     EXPECT_EQ(Indicator("StrViewSysGM")->Lit(), TLCDIndicator::TLit::kUnlit);
     ASSERT_TRUE(WaitForState(kStateAfterXG));
@@ -334,13 +336,13 @@ TEST_F(QuillViewTest, PlayOnAnotherSongWhilePlayingStartsItOnceWithItsWholeReset
     fPrefs.sysResetCombination = 0x02;  // GS
     fPrefs.silenceAfterResetsUs = 150000;
     AddSongs(2, kLongSong);
-    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(fView->Controller().PlaySong());
     ASSERT_TRUE(WaitForState(kStatePlaying));
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
     SelectSong(1);
     fView->CButtonPlayClicked();
-    EXPECT_EQ(fView->CurSongIdx(), 1);
-    EXPECT_EQ(fView->State(), kStateAfterGS) << "waiting after the reset";
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 1);
+    EXPECT_EQ(fView->Controller().State(), kStateAfterGS) << "waiting after the reset";
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 2));
     auto entries = fPortA.Entries();
     size_t reset = 0;
@@ -359,10 +361,10 @@ TEST_F(QuillViewTest, PlayAgainWhilePreparingLeavesTheWaitAlone) {
     fPrefs.sysResetCombination = 0x02;  // GS
     fPrefs.silenceAfterResetsUs = 150000;
     AddSongs(1, kLongSong);
-    ASSERT_TRUE(fView->PlaySong());
-    ASSERT_EQ(fView->State(), kStateAfterGS);
+    ASSERT_TRUE(fView->Controller().PlaySong());
+    ASSERT_EQ(fView->Controller().State(), kStateAfterGS);
     fView->CButtonPlayClicked();  // as the media keys' Play does while not playing yet
-    EXPECT_EQ(fView->State(), kStateAfterGS);
+    EXPECT_EQ(fView->Controller().State(), kStateAfterGS);
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
     auto entries = fPortA.Entries();
     ASSERT_GE(entries.size(), 2u);
@@ -372,8 +374,8 @@ TEST_F(QuillViewTest, PlayAgainWhilePreparingLeavesTheWaitAlone) {
 
 TEST_F(QuillViewTest, WithoutSilencesOrResetsASongStartsAtOnce) {
     AddSongs(1, kLongSong);
-    ASSERT_TRUE(fView->PlaySong());
-    EXPECT_EQ(fView->State(), kStatePlaying);
+    ASSERT_TRUE(fView->Controller().PlaySong());
+    EXPECT_EQ(fView->Controller().State(), kStatePlaying);
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
     EXPECT_EQ(fPortA.Count(), 1u);
 }
@@ -382,63 +384,63 @@ TEST_F(QuillViewTest, SilenceBetweenSongsWaitsBeforeTheStart) {
     fPrefs.waitBetweenSongs = true;
     fPrefs.silenceBetweenSongsUs = 100000;
     AddSongs(1, kLongSong);
-    ASSERT_TRUE(fView->PlaySong());
-    EXPECT_EQ(fView->State(), kStateAfterSilence);
+    ASSERT_TRUE(fView->Controller().PlaySong());
+    EXPECT_EQ(fView->Controller().State(), kStateAfterSilence);
     ASSERT_TRUE(WaitForState(kStatePlaying));
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
 }
 
 TEST_F(QuillViewTest, StopSilencesTheSoundingNoteAndUnloads) {
     AddSongs(1, kLongSong);
-    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(fView->Controller().PlaySong());
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
-    fView->StopSong();
-    EXPECT_EQ(fView->State(), kStateStopped);
-    EXPECT_EQ(fView->Producer().CountTracks(), 0u);
+    fView->Controller().StopSong();
+    EXPECT_EQ(fView->Controller().State(), kStateStopped);
+    EXPECT_EQ(fView->Controller().Producer().CountTracks(), 0u);
     EXPECT_TRUE(WaitForCount(fPortA, is_note_off, 1));
     ExpectNothingSounds("stop");
 }
 
 TEST_F(QuillViewTest, PauseSilencesAndResumes) {
     AddSongs(1, kLongSong);
-    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(fView->Controller().PlaySong());
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
-    fView->PauseSong();
-    EXPECT_EQ(fView->State(), kStatePaused);
-    EXPECT_TRUE(fView->Producer().IsPaused());
+    fView->Controller().PauseSong();
+    EXPECT_EQ(fView->Controller().State(), kStatePaused);
+    EXPECT_TRUE(fView->Controller().Producer().IsPaused());
     EXPECT_TRUE(WaitForCount(fPortA, is_note_off, 1));
     ExpectNothingSounds("pause");
     fView->CButtonPlayClicked();
-    EXPECT_EQ(fView->State(), kStatePlaying);
-    EXPECT_FALSE(fView->Producer().IsPaused());
+    EXPECT_EQ(fView->Controller().State(), kStatePlaying);
+    EXPECT_FALSE(fView->Controller().Producer().IsPaused());
 }
 
 TEST_F(QuillViewTest, APauseAfterTheLastEventEndsTheSongOnPlay) {
     AddSongs(2, kShortSong);
-    fView->SetPlayMode(kPlayModeSeq);
-    ASSERT_TRUE(fView->PlaySong());
+    fView->Controller().SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->Controller().PlaySong());
     // The song plays to its end and reports it; the report waits in the queue while the
     // user pauses.
-    ASSERT_TRUE(wait_for([this] { return !fView->Producer().IsPlaying(); }));
-    fView->PauseSong();
-    EXPECT_EQ(fView->State(), kStatePaused);
+    ASSERT_TRUE(wait_for([this] { return !fView->Controller().Producer().IsPlaying(); }));
+    fView->Controller().PauseSong();
+    EXPECT_EQ(fView->Controller().State(), kStatePaused);
     QCoreApplication::sendPostedEvents();
-    EXPECT_EQ(fView->State(), kStatePaused);
+    EXPECT_EQ(fView->Controller().State(), kStatePaused);
     fView->CButtonPlayClicked();
-    EXPECT_EQ(fView->CurSongIdx(), 1) << "the song had ended";
-    EXPECT_EQ(fView->State(), kStatePlaying);
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 1) << "the song had ended";
+    EXPECT_EQ(fView->Controller().State(), kStatePlaying);
     EXPECT_TRUE(WaitForCount(fPortA, is_note_on, 2));
     EXPECT_TRUE(WaitForState(kStateStopped)) << "the last song ends the sequence";
 }
 
 TEST_F(QuillViewTest, ChangeWhileStoppedLoadsButDoesNotStart) {
     AddSongs(2, kShortSong);
-    ASSERT_TRUE(fView->ChangeSong(1, false));
-    EXPECT_EQ(fView->State(), kStateStopped);
-    EXPECT_EQ(fView->CurSongIdx(), 1);
-    EXPECT_GT(fView->Producer().CountTracks(), 0u);
-    EXPECT_FALSE(fView->Producer().IsPlaying());
-    EXPECT_EQ(fView->SongTitle(), "Song 1");
+    ASSERT_TRUE(fView->Controller().ChangeSong(1, false));
+    EXPECT_EQ(fView->Controller().State(), kStateStopped);
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 1);
+    EXPECT_GT(fView->Controller().Producer().CountTracks(), 0u);
+    EXPECT_FALSE(fView->Controller().Producer().IsPlaying());
+    EXPECT_EQ(fView->Controller().SongTitle(), "Song 1");
     QTest::qWait(150);
     EXPECT_EQ(fPortA.Count(), 0u);
 }
@@ -447,14 +449,14 @@ TEST_F(QuillViewTest, AnUnloadableSongChosenWhileStoppedLeavesTheProducerEmpty) 
     AddSongs(1, kLongSong);
     AddSong(fTemp.Write("truncated.mid", std::string("MThd")));
     ASSERT_EQ(fView->OrvickView()->Songs(), 2);
-    EXPECT_FALSE(fView->ChangeSong(1, false));
-    EXPECT_EQ(fView->Producer().CountTracks(), 0u);
-    EXPECT_FALSE(fView->Producer().IsPlaying());
-    EXPECT_EQ(fView->State(), kStateStopped);
-    EXPECT_EQ(fView->CurSongIdx(), 1);
-    EXPECT_EQ(fView->SongTitle(), "");
+    EXPECT_FALSE(fView->Controller().ChangeSong(1, false));
+    EXPECT_EQ(fView->Controller().Producer().CountTracks(), 0u);
+    EXPECT_FALSE(fView->Controller().Producer().IsPlaying());
+    EXPECT_EQ(fView->Controller().State(), kStateStopped);
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 1);
+    EXPECT_EQ(fView->Controller().SongTitle(), "");
     EXPECT_NE(StatusText().find("truncated.mid"), std::string::npos) << StatusText();
-    EXPECT_FALSE(fView->PlaySong());
+    EXPECT_FALSE(fView->Controller().PlaySong());
 }
 
 TEST_F(QuillViewTest, NextPassesOverSongsThatCannotPlayAndNamesThem) {
@@ -464,21 +466,22 @@ TEST_F(QuillViewTest, NextPassesOverSongsThatCannotPlayAndNamesThem) {
     AddSong(WriteWithoutTracks("empty.mid"));
     AddSong(WriteSong(4, kLongSong));
     ASSERT_EQ(fView->OrvickView()->Songs(), 5);
-    fView->SetPlayMode(kPlayModeSeq);
-    ASSERT_TRUE(fView->PlaySong());
+    fView->Controller().SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->Controller().PlaySong());
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
     std::vector<std::string> passed;
-    fView->SetCannotPlayHandler([&](const std::filesystem::path& song, const std::string& reason) {
-        passed.push_back(song.filename().string() + ": " + reason);
-    });
-    fView->CButtonNextClicked();
+    QObject::connect(&fView->Controller(), &TQuillController::CannotPlay,
+                     [&](const std::filesystem::path& song, const std::string& reason) {
+                         passed.push_back(song.filename().string() + ": " + reason);
+                     });
+    fView->Controller().NextSong();
     EXPECT_EQ(passed,
               (std::vector<std::string>{"format2.mid: format 2 is not supported",
                                         "gone.mid: cannot open the file: No such file or directory",
                                         "empty.mid: the file has no tracks"}));
-    EXPECT_EQ(fView->CurSongIdx(), 4);
-    EXPECT_EQ(fView->State(), kStatePlaying);
-    EXPECT_EQ(fView->SongTitle(), "Song 4");
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 4);
+    EXPECT_EQ(fView->Controller().State(), kStatePlaying);
+    EXPECT_EQ(fView->Controller().SongTitle(), "Song 4");
     EXPECT_TRUE(WaitForCount(fPortA, is_note_on, 2));
     // The last song passed over, with its reason.
     EXPECT_NE(StatusText().find("empty.mid"), std::string::npos) << StatusText();
@@ -489,9 +492,9 @@ TEST_F(QuillViewTest, AtASongsEndTheSongsThatCannotPlayAreSkipped) {
     AddSongs(1, kShortSong);
     AddSong(WriteFormat2("format2.mid"));
     AddSong(WriteSong(2, kShortSong));
-    fView->SetPlayMode(kPlayModeSeq);
-    ASSERT_TRUE(fView->PlaySong());
-    ASSERT_TRUE(process_until([this] { return fView->CurSongIdx() == 2; }));
+    fView->Controller().SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->Controller().PlaySong());
+    ASSERT_TRUE(process_until([this] { return fView->Controller().CurSongIdx() == 2; }));
     EXPECT_TRUE(WaitForCount(fPortA, is_note_on, 2));
     EXPECT_NE(StatusText().find("format2.mid"), std::string::npos) << StatusText();
     EXPECT_NE(StatusText().find("format 2"), std::string::npos) << StatusText();
@@ -502,19 +505,19 @@ TEST_F(QuillViewTest, PlayOnASongThatCannotPlayStartsTheNextOneThatCan) {
     AddSongs(1, kLongSong);
     AddSong(WriteWithoutTracks("empty.mid"));
     AddSong(WriteSong(2, kLongSong));
-    fView->SetPlayMode(kPlayModeSeq);
+    fView->Controller().SetPlayMode(kPlayModeSeq);
     SelectSong(1);
     fView->CButtonPlayClicked();
-    EXPECT_EQ(fView->CurSongIdx(), 2);
-    EXPECT_EQ(fView->State(), kStatePlaying);
+    EXPECT_EQ(fView->Controller().CurSongIdx(), 2);
+    EXPECT_EQ(fView->Controller().State(), kStatePlaying);
     EXPECT_TRUE(WaitForCount(fPortA, is_note_on, 1));
 }
 
 TEST_F(QuillViewTest, AFileDeclaringNoTracksCannotPlayAndSaysSo) {
     AddSongs(1, kLongSong);
     AddSong(WriteWithoutTracks("empty.mid"));
-    EXPECT_FALSE(fView->ChangeSong(1, false));
-    EXPECT_EQ(fView->Producer().CountTracks(), 0u);
+    EXPECT_FALSE(fView->Controller().ChangeSong(1, false));
+    EXPECT_EQ(fView->Controller().Producer().CountTracks(), 0u);
     EXPECT_NE(StatusText().find("empty.mid"), std::string::npos) << StatusText();
 }
 
@@ -524,15 +527,16 @@ TEST_F(QuillViewTest, WhenNoSongCanPlayEachIsTriedOnceAndThePlayerStops) {
     AddSong(WriteFormat2("c.mid"));
     ASSERT_EQ(fView->OrvickView()->Songs(), 3);
     std::vector<std::string> tried;
-    fView->SetCannotPlayHandler([&](const std::filesystem::path& song, const std::string&) {
-        tried.push_back(song.filename().string());
-    });
+    QObject::connect(&fView->Controller(), &TQuillController::CannotPlay,
+                     [&](const std::filesystem::path& song, const std::string&) {
+                         tried.push_back(song.filename().string());
+                     });
     for (int32_t mode : {int32_t(kPlayModeSeqRepeat), int32_t(kPlayModeRandom)}) {
         tried.clear();
-        fView->SetPlayMode(mode);
+        fView->Controller().SetPlayMode(mode);
         fView->CButtonPlayClicked();
-        EXPECT_EQ(fView->State(), kStateStopped) << "mode " << mode;
-        EXPECT_EQ(fView->Producer().CountTracks(), 0u);
+        EXPECT_EQ(fView->Controller().State(), kStateStopped) << "mode " << mode;
+        EXPECT_EQ(fView->Controller().Producer().CountTracks(), 0u);
         std::sort(tried.begin(), tried.end());
         EXPECT_EQ(tried, (std::vector<std::string>{"a.mid", "b.mid", "c.mid"})) << "mode " << mode;
     }
@@ -540,8 +544,8 @@ TEST_F(QuillViewTest, WhenNoSongCanPlayEachIsTriedOnceAndThePlayerStops) {
 
 TEST_F(QuillViewTest, AResetInTheSongLightsItsIndicator) {
     AddSong(WriteSong(0, kShortSong, true));
-    ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
-    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(process_until([this] { return fView->Controller().Producer().CountTracks() > 0; }));
+    ASSERT_TRUE(fView->Controller().PlaySong());
     EXPECT_TRUE(process_until(
         [this] { return Indicator("StrViewSysGS")->Lit() == TLCDIndicator::TLit::kLit; }));
     EXPECT_EQ(Indicator("StrViewSysXG")->Lit(), TLCDIndicator::TLit::kUnlit);
@@ -549,42 +553,42 @@ TEST_F(QuillViewTest, AResetInTheSongLightsItsIndicator) {
 
 TEST_F(QuillViewTest, SlidersReachTheChainAndTheProducer) {
     AddSong(WriteHeldNoteWithBeats());
-    ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
-    Post(kMsgVolumeChanged, TQuillView::kSliderValueField, 150);
-    EXPECT_EQ(fView->Chain().Filter(0).Volume(), 150);
-    EXPECT_EQ(fView->Chain().Filter(1).Volume(), 150);
-    Post(kMsgTempoChanged, TQuillView::kSliderValueField, 200);
-    EXPECT_EQ(fView->Producer().TempoRate(), 200);
+    ASSERT_TRUE(process_until([this] { return fView->Controller().Producer().CountTracks() > 0; }));
+    Post(kMsgVolumeChanged, TQuillController::kSliderValueField, 150);
+    EXPECT_EQ(fView->Controller().Chain().Filter(0).Volume(), 150);
+    EXPECT_EQ(fView->Controller().Chain().Filter(1).Volume(), 150);
+    Post(kMsgTempoChanged, TQuillController::kSliderValueField, 200);
+    EXPECT_EQ(fView->Controller().Producer().TempoRate(), 200);
 
-    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(fView->Controller().PlaySong());
     ASSERT_TRUE(WaitForCount(fPortA, is_note_on, 1));
-    Post(kMsgKeyChanged, TQuillView::kSliderValueField, 3);
-    EXPECT_EQ(fView->Chain().Filter(0).Key(), 3);
+    Post(kMsgKeyChanged, TQuillController::kSliderValueField, 3);
+    EXPECT_EQ(fView->Controller().Chain().Filter(0).Key(), 3);
     // The held note, started in the old key, is silenced in it at once.
     EXPECT_TRUE(WaitForCount(fPortA, is_note_off, 1));
 
-    fView->PauseSong();  // the play position stays where the seek puts it
-    ASSERT_LT(fView->Producer().CurrentTick(), kLongSong / 2);
-    Post(kMsgPosChanged, TQuillView::kSliderValueField, 50);
-    EXPECT_EQ(fView->Producer().CurrentTick(), kLongSong / 2);
+    fView->Controller().PauseSong();  // the play position stays where the seek puts it
+    ASSERT_LT(fView->Controller().Producer().CurrentTick(), kLongSong / 2);
+    Post(kMsgPosChanged, TQuillController::kSliderValueField, 50);
+    EXPECT_EQ(fView->Controller().Producer().CurrentTick(), kLongSong / 2);
 }
 
 TEST_F(QuillViewTest, KeyChangesAtRandomMomentsOfADenseSongLeaveNoNoteHanging) {
     AddSong(fTemp.Write("dense.mid", dense_song(1500)));
-    ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
-    fView->SetPlayMode(kPlayModeSeq);
-    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(process_until([this] { return fView->Controller().Producer().CountTracks() > 0; }));
+    fView->Controller().SetPlayMode(kPlayModeSeq);
+    ASSERT_TRUE(fView->Controller().PlaySong());
     std::mt19937 random(std::random_device{}());
     std::uniform_int_distribution<int32_t> key(-12, 12);
     std::uniform_int_distribution<int> pauseMs(0, 20);
     int changes = 0;
-    while (fView->State() != kStateStopped && changes < 1000) {
-        Post(kMsgKeyChanged, TQuillView::kSliderValueField, key(random));
+    while (fView->Controller().State() != kStateStopped && changes < 1000) {
+        Post(kMsgKeyChanged, TQuillController::kSliderValueField, key(random));
         ++changes;
         QTest::qWait(pauseMs(random));
     }
     ASSERT_TRUE(WaitForState(kStateStopped));
-    ASSERT_TRUE(fView->Chain().WaitIdle(2000000));
+    ASSERT_TRUE(fView->Controller().Chain().WaitIdle(2000000));
     ASSERT_TRUE(fPortA.WaitIdle(2000000) && fPortB.WaitIdle(2000000));
     EXPECT_GT(changes, 20);
     EXPECT_GT(fPortA.Count(), 1000u);
@@ -594,22 +598,23 @@ TEST_F(QuillViewTest, KeyChangesAtRandomMomentsOfADenseSongLeaveNoNoteHanging) {
 }
 
 TEST_F(QuillViewTest, APortMenuItemConnectsThenLetsGoWithSilence) {
-    fView->Chain().PublicOut(1)->Disconnect(&fPortB);
+    fView->Controller().Chain().PublicOut(1)->Disconnect(&fPortB);
     TMidiRecorder synth("synth", 256);
     synth.Register();
-    Post(TQuillView::kMsgMidiOut, TQuillView::kMidiPortField, 1);
-    EXPECT_FALSE(fView->Ports().IsPortConnected(1));  // no consumer named: nothing happens
+    Post(TQuillController::kMsgMidiOut, TQuillController::kMidiPortField, 1);
+    EXPECT_FALSE(
+        fView->Controller().Ports().IsPortConnected(1));  // no consumer named: nothing happens
 
-    veldan::TMessage item(TQuillView::kMsgMidiOut);
-    item.AddInt32(TQuillView::kMidiPortField, 1);
-    item.AddInt32(TQuillView::kConsumerIdField, synth.ID());
+    veldan::TMessage item(TQuillController::kMsgMidiOut);
+    item.AddInt32(TQuillController::kMidiPortField, 1);
+    item.AddInt32(TQuillController::kConsumerIdField, synth.ID());
     veldan::post_message(fView.get(), item);
     QCoreApplication::sendPostedEvents();
     EXPECT_EQ(Indicator("StrViewPortB")->Lit(), TLCDIndicator::TLit::kLit);
 
     veldan::post_message(fView.get(), item);
     QCoreApplication::sendPostedEvents();
-    EXPECT_FALSE(fView->Ports().IsPortConnected(1));
+    EXPECT_FALSE(fView->Controller().Ports().IsPortConnected(1));
     EXPECT_EQ(Indicator("StrViewPortB")->Lit(), TLCDIndicator::TLit::kUnlit);
     EXPECT_TRUE(wait_for([&] { return synth.Count() == 48; }));
     synth.Unregister();
@@ -617,14 +622,14 @@ TEST_F(QuillViewTest, APortMenuItemConnectsThenLetsGoWithSilence) {
 
 TEST_F(QuillViewTest, PositionSliderFollowsTheSongWhilePlaying) {
     AddSong(WriteHeldNoteWithBeats());
-    ASSERT_TRUE(process_until([this] { return fView->Producer().CountTracks() > 0; }));
-    fView->Producer().SetTempoRate(300);
+    ASSERT_TRUE(process_until([this] { return fView->Controller().Producer().CountTracks() > 0; }));
+    fView->Controller().Producer().SetTempoRate(300);
     ASSERT_EQ(fView->ControlBar()->SliderValue(quill::TControlBar::kPos), 0);
-    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(fView->Controller().PlaySong());
     // A tenth of the song lies four beats in, two thirds of a second at this rate.
     EXPECT_TRUE(process_until(
         [&] { return fView->ControlBar()->SliderValue(quill::TControlBar::kPos) >= 10; }));
-    fView->StopSong();
+    fView->Controller().StopSong();
 }
 
 TEST_F(QuillViewTest, AfterStopAChangeOrASeekWhileStoppedThePositionShowsWhereItWouldStart) {
@@ -636,26 +641,26 @@ TEST_F(QuillViewTest, AfterStopAChangeOrASeekWhileStoppedThePositionShowsWhereIt
     // As the user drags the thumb and lets go.
     auto seek = [&](int32_t percent) {
         bar->SetSliderValue(TControlBar::kPos, percent);
-        Post(kMsgPosChanged, TQuillView::kSliderValueField, percent);
+        Post(kMsgPosChanged, TQuillController::kSliderValueField, percent);
     };
-    ASSERT_TRUE(fView->PlaySong());
+    ASSERT_TRUE(fView->Controller().PlaySong());
     seek(50);
     ASSERT_TRUE(process_until([&] { return bar->SliderValue(TControlBar::kPos) >= 50; }));
-    fView->StopSong();
+    fView->Controller().StopSong();
     EXPECT_EQ(bar->SliderValue(TControlBar::kPos), 0) << "after stop";
     EXPECT_TRUE(readout->text().endsWith(" 0%") || readout->text() == "0%")
         << readout->text().toStdString();
 
     fView->CButtonPlayClicked();
     seek(50);
-    fView->PauseSong();
+    fView->Controller().PauseSong();
     ASSERT_TRUE(process_until([&] { return bar->SliderValue(TControlBar::kPos) >= 50; }));
-    fView->CButtonNextClicked();
-    ASSERT_EQ(fView->CurSongIdx(), 1);
+    fView->Controller().NextSong();
+    ASSERT_EQ(fView->Controller().CurSongIdx(), 1);
     EXPECT_EQ(bar->SliderValue(TControlBar::kPos), 0) << "after a change of song while paused";
 
-    fView->StopSong();
-    ASSERT_TRUE(fView->ChangeSong(0, false));
+    fView->Controller().StopSong();
+    ASSERT_TRUE(fView->Controller().ChangeSong(0, false));
     seek(70);
     EXPECT_EQ(bar->SliderValue(TControlBar::kPos), 0) << "a seek while stopped does not hold";
     EXPECT_TRUE(readout->text().endsWith(" 0%") || readout->text() == "0%")
@@ -664,46 +669,48 @@ TEST_F(QuillViewTest, AfterStopAChangeOrASeekWhileStoppedThePositionShowsWhereIt
 
 TEST_F(QuillViewTest, PositionsInMicrosecondsFollowTheTempoRate) {
     AddSongs(1, kLongSong);
-    ASSERT_EQ(fView->SongLengthUs(), 20 * kSecondUs);
-    fView->Producer().SetTempoRate(200);
-    EXPECT_EQ(fView->SongLengthUs(), 10 * kSecondUs);
-    ASSERT_TRUE(fView->PlaySong());
-    fView->PauseSong();  // the position stays where it is put
+    ASSERT_EQ(fView->Controller().SongLengthUs(), 20 * kSecondUs);
+    fView->Controller().Producer().SetTempoRate(200);
+    EXPECT_EQ(fView->Controller().SongLengthUs(), 10 * kSecondUs);
+    ASSERT_TRUE(fView->Controller().PlaySong());
+    fView->Controller().PauseSong();  // the position stays where it is put
     auto seekTo = [&](int64_t us, uint32_t tick) {
-        fView->SetPositionUs(us);
-        return process_until([&] { return fView->Producer().CurrentTick() == tick; });
+        fView->Controller().SetPositionUs(us);
+        return process_until([&] { return fView->Controller().Producer().CurrentTick() == tick; });
     };
     // 2.5 s at double speed is 5 s of the song: tick 4800 of 19200.
     EXPECT_TRUE(seekTo(2500000, 4800));
-    EXPECT_EQ(fView->PositionUs(), 2500000);
+    EXPECT_EQ(fView->Controller().PositionUs(), 2500000);
     // Between two ticks the later one is taken; past the end, the end.
     EXPECT_TRUE(seekTo(2500001, 4801));
     EXPECT_TRUE(seekTo(60 * kSecondUs, kLongSong));
-    EXPECT_EQ(fView->CurSongRef().filename(), "song0.mid");
-    fView->StopSong();
-    EXPECT_TRUE(fView->CurSongRef().filename() == "song0.mid") << "stop keeps the song current";
+    EXPECT_EQ(fView->Controller().CurSongRef().filename(), "song0.mid");
+    fView->Controller().StopSong();
+    EXPECT_TRUE(fView->Controller().CurSongRef().filename() == "song0.mid")
+        << "stop keeps the song current";
 }
 
 TEST_F(QuillViewTest, TheTitleDisplayShowsElapsedAndTotalTimeAtTheTempoRate) {
     AddSongs(1, kLongSong);
-    fView->Producer().SetTempoRate(200);
-    ASSERT_TRUE(fView->PlaySong());
-    fView->PauseSong();
-    fView->SetPositionUs(2500000);
+    fView->Controller().Producer().SetTempoRate(200);
+    ASSERT_TRUE(fView->Controller().PlaySong());
+    fView->Controller().PauseSong();
+    fView->Controller().SetPositionUs(2500000);
     auto* time = fView->ControlBar()->findChild<QLabel*>("StrViewTime");
     ASSERT_NE(time, nullptr);
     EXPECT_EQ(time->text(), "0:02 / 0:10");
-    fView->StopSong();
+    fView->Controller().StopSong();
 }
 
 TEST_F(QuillViewTest, ChaseOnSeekFollowsThePreferenceFromTheNextLoad) {
-    EXPECT_FALSE(fView->Producer().IsChaseOn());
+    EXPECT_FALSE(fView->Controller().Producer().IsChaseOn());
     fPrefs.chaseOnSeek = true;
     veldan::post_message(fView.get(), veldan::TMessage(TQuillView::kMsgPrefChanged));
     QCoreApplication::sendPostedEvents();
-    EXPECT_TRUE(fView->Producer().IsChaseOn());
+    EXPECT_TRUE(fView->Controller().Producer().IsChaseOn());
     AddSongs(1, kLongSong);
-    EXPECT_TRUE(fView->Producer().HasChaseIndex()) << "a song loaded with chase on is indexed";
+    EXPECT_TRUE(fView->Controller().Producer().HasChaseIndex())
+        << "a song loaded with chase on is indexed";
 }
 
 TEST_F(QuillViewTest, RosterChangesReachTheWindowAsAMenuRebuild) {
@@ -714,7 +721,7 @@ TEST_F(QuillViewTest, RosterChangesReachTheWindowAsAMenuRebuild) {
         newcomer.Register();
         ASSERT_TRUE(process_until([&] {
             for (const veldan::TMessage& message : window.Deliver())
-                if (message.what == TQuillView::kMsgRecreateMenuMidiOut) return true;
+                if (message.what == TQuillController::kMsgRecreateMenuMidiOut) return true;
             return false;
         }));
     }

@@ -15,7 +15,7 @@ class AISelector : public PlaylistTest {
   protected:
     AISelector() {
         fView = MakeView();
-        fSelector.SetOrvickView(fView.get());
+        fSelector.SetSongList(fView.get());
     }
 
     TQuillSItem* AddSong(const std::string& name) {
