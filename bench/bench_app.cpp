@@ -129,10 +129,11 @@ std::vector<int64_t> play_through_app(const fs::path& work, const TIdealTimes& i
     const fs::path trace = work / "trace.txt";
     fs::remove(trace);
     int64_t startedUs;
-    pid_t pid = spawn_quillmidi(work,
-                                {"--headless", "--resets", "0", "--wav", (work / "out.wav").string(),
-                                 "--trace", trace.string(), (work / "song.mid").string()},
-                                {}, &startedUs);
+    pid_t pid =
+        spawn_quillmidi(work,
+                        {"--headless", "--resets", "0", "--wav", (work / "out.wav").string(),
+                         "--trace", trace.string(), (work / "song.mid").string()},
+                        {}, &startedUs);
     const int status = wait_child(pid);
     std::vector<TTraceEvent> events[2];
     if (status != 0 || !read_trace(trace, events)) {
@@ -185,7 +186,8 @@ int timing(int seconds, int runs) {
         bool realTime = false;
         std::vector<int64_t> bare = run_bare_loop(seconds, &realTime);
         print_stats("bare absolute-sleep loop", bare);
-        if (!realTime) std::printf("(real-time priority refused: the figures are not comparable)\n");
+        if (!realTime)
+            std::printf("(real-time priority refused: the figures are not comparable)\n");
         std::snprintf(title, sizeof title, "run %d of %d: application", run, runs);
         print_header(title);
         std::vector<int64_t> latenessA;
