@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "app/first_sound.h"
 #include "app/headless_options.h"
 #include "app/interrupt.h"
 #include "app/settings/settings.h"
@@ -361,6 +362,7 @@ int THeadlessPlayer::Run() {
     ApplyOptionsToPrefs();
     MakeView();
     if (!ConnectOutput()) return 1;
+    watch_first_sound(&fContext, [this] { return fSynth.get(); });
     if (!AddFiles()) fStatus = 1;
     if (fView->OrvickView()->Songs() == 0) {
         std::fprintf(stderr, "quillmidi: nothing to play\n");
