@@ -275,6 +275,8 @@ double launch_to_first_sound(const fs::path& work, const std::vector<std::string
     }
     kill(pid, SIGINT);
     wait_child(pid);
+    // Without a sound device the synthesizer renders into a file of its own, named by pid.
+    fs::remove(fs::temp_directory_path() / ("quill-synth-" + std::to_string(pid) + ".wav"));
     return firstUs > 0 ? double(firstUs - startedUs) / 1000.0 : -1;
 }
 
