@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "app/first_sound.h"
 #include "app/headless_options.h"
 #include "app/interrupt.h"
 #include "app/settings/settings.h"
@@ -198,6 +199,7 @@ class THeadlessPlayer {
     void SongStarted();
     void CheckStopped();
     void PrintProgress(bool final);
+    void TakeTraceOrigin();
     void DrawStatusLine(int64_t nowUs, bool final);
     void ClearStatusLine();
     void Finish(bool interrupted);
@@ -218,6 +220,7 @@ class THeadlessPlayer {
     TMarnelState fLastState = kStateStopped;
     int64_t fSongTotalUs = 0;
     int64_t fTraceStartUs = 0;
+    bool fTraceOriginTaken = false;
     int64_t fPlayStartUs = 0;
     int fStatus = 0;
     bool fFinished = false;
@@ -366,6 +369,7 @@ int THeadlessPlayer::Run() {
     ApplyOptionsToPrefs();
     MakePlayer();
     if (!ConnectOutput()) return 1;
+    watch_first_sound(&fContext, [this] { return fSynth.get(); });
     if (!AddFiles()) fStatus = 1;
     if (fSongs->Songs() == 0) {
         std::fprintf(stderr, "quillmidi: nothing to play\n");
@@ -396,8 +400,8 @@ void THeadlessPlayer::PlayFrom(int32_t index) {
 
 void THeadlessPlayer::StateChanged(TMarnelState state) {
     if (state == kStatePlaying && fTraceStartUs == 0) {
-        // Trace times count from the first song's start; resets sent before it carry
-        // negative times.
+        // Until the play thread reports its start (TakeTraceOrigin); resets sent before
+        // it carry negative times.
         fTraceStartUs = veldan::system_time();
     }
     if (fLastState == kStatePlaying && state != kStatePaused) PrintProgress(true);
@@ -430,7 +434,22 @@ void THeadlessPlayer::CheckStopped() {
     if (!fFinished && fPlayer->State() == kStateStopped) Finish(false);
 }
 
+// Trace times count from the first song's start as the play thread keeps it, the time its
+// first tick was due, so that an event's trace time less its ideal time is its lateness.
+// The state change that announces playing comes before that thread exists, by the time it
+// takes to start one: milliseconds on a busy machine, which every trace time would carry.
+// Read on each progress tick and when the song stops playing, while the producer still
+// holds the first song's start.
+void THeadlessPlayer::TakeTraceOrigin() {
+    if (fTraceOriginTaken || fTraceStartUs == 0) return;
+    const int64_t startedUs = fView->Producer().PlayStartedUs();
+    if (startedUs < fTraceStartUs) return;  // not started yet
+    fTraceStartUs = startedUs;
+    fTraceOriginTaken = true;
+}
+
 void THeadlessPlayer::PrintProgress(bool final) {
+    TakeTraceOrigin();
     // The producer's position is the next event's time, ahead of the music through a long
     // note or rest; nothing here pauses, seeks or changes the rate, so the time since the
     // song started playing is the song's time, the position its bound if the thread lags.

@@ -12,6 +12,7 @@
 
 #include "app/dialogs/about_win.h"
 #include "app/dialogs/pref_win.h"
+#include "app/first_sound.h"
 #include "app/quill_win.h"
 #include "app/settings/settings.h"
 #include "midi/synth.h"
@@ -80,6 +81,7 @@ QRect on_screen(QRect frame) {
 TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     quill::init_resources();
     StartMidi(options);
+    watch_first_sound(this, [this] { return fSynth.get(); });
     LoadLanguage();
     if (!fSynthProblem.empty()) TellSynthProblem(fSynthProblem);
     if (exit_state().version != kAppVersion) InstallPlayListMime();

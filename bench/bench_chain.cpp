@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "bench/smf_generator.h"
+#include "bench/timing_support.h"
 #include "engine/output_chain.h"
 #include "engine/smf_producer.h"
 #include "midi/backends.h"
@@ -49,84 +50,12 @@ class TArrivalProbe : public TMidiLocalConsumer {
     std::vector<int64_t> fArrivals;
 };
 
-// The ideal send times of every event that leaves each port, in order.
-class TIdealTimes : public TSMFEventSink {
-  public:
-    TIdealTimes(const TTempoMap& map, int32_t rate) : fMap(map), fRate(rate) {}
-    void Event(const TSMFEvent& e) override {
-        if (e.status < 0x80 || e.status >= 0xF1) return;
-        if (e.tick != fLastTick) {
-            fLastUs = fMap.TickToUs(e.tick, fRate);
-            fLastTick = e.tick;
-        }
-        times[e.port].push_back(fLastUs);
-    }
-    std::vector<int64_t> times[2];
-
-  private:
-    const TTempoMap& fMap;
-    int32_t fRate;
-    uint32_t fLastTick = 0xFFFFFFFF;
-    int64_t fLastUs = 0;
-};
-
-struct TStats {
-    double median, p99, max;
-};
-
-TStats stats(std::vector<int64_t> values) {
-    if (values.empty()) return {0, 0, 0};
-    std::sort(values.begin(), values.end());
-    auto at = [&](double q) { return double(values[size_t(q * double(values.size() - 1))]); };
-    return {at(0.5), at(0.99), double(values.back())};
-}
-
-// Sleeps to the same kind of absolute deadlines as the play thread, with nothing else to
-// do: the lateness this machine gives any thread of ours.
-class TBareLoop : public veldan::TThread {
-  public:
-    explicit TBareLoop(std::vector<int64_t> offsets)
-        : TThread("BareLoop", 110), fOffsets(std::move(offsets)) {
-        fLateness.reserve(fOffsets.size());
-    }
-    ~TBareLoop() override { Stop(); }
-    const std::vector<int64_t>& Lateness() const { return fLateness; }
-
-  protected:
-    int32_t Execute() override {
-        int64_t start = veldan::system_time();
-        for (int64_t offset : fOffsets) {
-            int64_t deadline = start + offset;
-            while (veldan::system_time() < deadline)
-                if (!SleepUntil(deadline)) return 0;
-            fLateness.push_back(veldan::system_time() - deadline);
-        }
-        return 0;
-    }
-
-  private:
-    std::vector<int64_t> fOffsets;
-    std::vector<int64_t> fLateness;
-};
-
 struct TRun {
     std::vector<int64_t> lateness;  // all ports, in arrival order of port A then B
     std::vector<int64_t> latenessA;
     int64_t wallUs;
     bool realTime;
 };
-
-TGeneratedSong dense_song(int seconds) {
-    TGeneratedSong song;
-    song.tracks = 16;
-    song.ticksPerNote = 10;
-    song.noteLengthTicks = 5;
-    song.tempoChangeEveryTicks = 960;
-    song.bothPorts = true;
-    // About 1000 ticks a second with the alternating tempos: 100 notes per track a second.
-    song.notes = uint32_t(seconds) * 100 * song.tracks;
-    return song;
-}
 
 TRun play_through_chain(std::vector<uint8_t> bytes, int32_t rate) {
     TSMFProducer producer;
@@ -172,12 +101,6 @@ TRun play_through_chain(std::vector<uint8_t> bytes, int32_t rate) {
     return run;
 }
 
-void print_stats(const char* what, const std::vector<int64_t>& values) {
-    TStats s = stats(values);
-    std::printf("%-34s median %7.0f us   p99 %7.0f us   max %7.0f us   (%zu samples)\n", what,
-                s.median, s.p99, s.max, values.size());
-}
-
 int timing(int seconds) {
     TRun run = play_through_chain(generate_smf(dense_song(seconds)), 100);
     double rate = double(run.lateness.size()) / (double(run.wallUs) / 1e6);
@@ -186,22 +109,13 @@ int timing(int seconds) {
         "change every 960 ticks\n",
         seconds, run.lateness.size(), rate);
     print_stats("chain lateness (arrival vs ideal)", run.lateness);
-    // Drift: the first and the last tenth of port A's events.
-    size_t tenth = run.latenessA.size() / 10;
-    std::vector<int64_t> first(run.latenessA.begin(), run.latenessA.begin() + tenth);
-    std::vector<int64_t> last(run.latenessA.end() - tenth, run.latenessA.end());
-    std::printf("drift: median lateness %0.f us in the first tenth, %.0f us in the last\n",
-                stats(first).median, stats(last).median);
+    print_drift(run.latenessA);
 
     // The bare loop sleeps to deadlines at the same spacing (one per distinct tick time).
-    std::vector<int64_t> offsets;
-    for (int64_t us = 0; us < std::min<int64_t>(seconds, 30) * 1000000; us += 1000)
-        offsets.push_back(us);
-    TBareLoop bare(offsets);
-    bare.Resume();
-    bare.Wait();
-    print_stats("bare absolute-sleep loop", bare.Lateness());
-    std::printf("real-time priority: %s\n", bare.IsRealTime() ? "SCHED_FIFO granted" : "refused");
+    bool realTime = false;
+    std::vector<int64_t> bare = run_bare_loop(std::min(seconds, 30), &realTime);
+    print_stats("bare absolute-sleep loop", bare);
+    std::printf("real-time priority: %s\n", realTime ? "SCHED_FIFO granted" : "refused");
     return 0;
 }
 

@@ -15,6 +15,7 @@
 #include "midi/midi_defs.h"
 #include "midi/quiet_probe.h"
 #include "midi/wav_renderer.h"
+#include "veldan/base/clock.h"
 
 namespace {
 
@@ -336,6 +337,8 @@ void TSynthConsumer::NoteOff(uint8_t channel, uint8_t note, uint8_t /*velocity*/
 }
 
 void TSynthConsumer::NoteOn(uint8_t channel, uint8_t note, uint8_t velocity, int64_t /*time*/) {
+    if (velocity != 0 && fFirstNoteOnUs.load(std::memory_order_relaxed) == 0)
+        fFirstNoteOnUs.store(veldan::system_time(), std::memory_order_relaxed);
     fluid_synth_noteon(fEngine->synth.get(), Channel(channel), note, velocity);
 }
 

@@ -28,6 +28,7 @@
 // events cross the same queue as port A's, each led by a port tag, so both ports keep the
 // order they were sent in.
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -79,6 +80,9 @@ class TSynthConsumer : public TMidiLocalConsumer {
     // system_time() of the WAV file's first frame, to line the file up with the song;
     // 0 without a file.
     int64_t WavStartTime() const;
+    // Any thread: system_time() at which the receive thread took the first note-on with a
+    // velocity, the start-up's end for a user; 0 before.
+    int64_t FirstNoteOnUs() const { return fFirstNoteOnUs.load(std::memory_order_relaxed); }
 
     // Owner's thread. Lets the output run on for tailUs, so release tails are heard or
     // reach the file, then ends it: the WAV file is complete and closed, the audio
@@ -126,4 +130,5 @@ class TSynthConsumer : public TMidiLocalConsumer {
     // The port of the event being handled: the receive thread's while it plays a tagged
     // event, the owner's in offline rendering (when nothing is sprayed here).
     int fPort = 0;
+    std::atomic<int64_t> fFirstNoteOnUs{0};
 };

@@ -167,6 +167,43 @@ TEST(Headless, PlaysToTheBuiltInSynthesizerIntoAWavFileAndTracesWhatLeft) {
     EXPECT_GT(peak, 100) << "the notes should be heard";
 }
 
+// The first-sound stamp of start-up benchmarks: the time the first note-on reached the
+// built-in synthesizer, on the clock of the process that started the player, after that
+// start and before the player ended. A song without a note leaves no stamp.
+TEST(Headless, StampsTheFirstNoteOnThatReachedTheSynthesizerWhenAsked) {
+    TTempDir dir;
+    TSmfBuilder smf(1, 480);
+    smf.AddTrack().Program(0, 0, 0).NoteOn(240, 0, 60, 100).NoteOff(240, 0, 60);
+    auto song = dir.Write("song.mid", smf.Bytes());
+    auto stamp = dir.Path() / "first-sound.txt";
+    auto monotonic_us = [] {
+        timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        return int64_t(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+    };
+    const int64_t before = monotonic_us();
+    TResult result = run_quillmidi(
+        "--headless --resets 0 --wav " + quoted(dir.Path() / "o.wav") + " " + quoted(song), dir,
+        "QUILLMIDI_FIRST_SOUND=" + quoted(stamp));
+    const int64_t after = monotonic_us();
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    std::ifstream in(stamp);
+    int64_t firstSoundUs = 0;
+    ASSERT_TRUE(in >> firstSoundUs) << "no stamp written";
+    EXPECT_GT(firstSoundUs, before);
+    EXPECT_LT(firstSoundUs, after);
+
+    TSmfBuilder silent(1, 480);
+    silent.AddTrack().Program(0, 0, 0).Program(480, 0, 1);
+    auto silentSong = dir.Write("silent.mid", silent.Bytes());
+    auto silentStamp = dir.Path() / "silent-first-sound.txt";
+    result = run_quillmidi(
+        "--headless --resets 0 --wav " + quoted(dir.Path() / "s.wav") + " " + quoted(silentSong),
+        dir, "QUILLMIDI_FIRST_SOUND=" + quoted(silentStamp));
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_FALSE(std::filesystem::exists(silentStamp));
+}
+
 TEST(Headless, InterruptSilencesEverySoundingNoteBeforeExiting) {
     TTempDir dir;
     TSmfBuilder smf(1, 480);

@@ -19,8 +19,14 @@ constexpr int32_t kRealTimePriority = 100;
 constexpr int32_t kMusicPriority = 110;
 
 // For the calling thread: a small timer slack, and real-time scheduling when the system
-// allows it. True when real-time was granted.
+// allows it. True when real-time was granted. Placement: a thread at kMusicPriority or
+// above with real-time granted runs on the music core alone; every other thread keeps off
+// that core when the process has another.
 bool apply_thread_priority(int32_t priority);
+
+// The core the music threads share: the last one the process was allowed at its first
+// thread's start.
+int music_cpu();
 
 class TThread {
   public:
