@@ -442,7 +442,7 @@ void THeadlessPlayer::CheckStopped() {
 // holds the first song's start.
 void THeadlessPlayer::TakeTraceOrigin() {
     if (fTraceOriginTaken || fTraceStartUs == 0) return;
-    const int64_t startedUs = fView->Producer().PlayStartedUs();
+    const int64_t startedUs = fPlayer->PlayThreadStartedUs();
     if (startedUs < fTraceStartUs) return;  // not started yet
     fTraceStartUs = startedUs;
     fTraceOriginTaken = true;

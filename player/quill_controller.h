@@ -101,6 +101,9 @@ class TQuillController : public veldan::THandler {
     int32_t CurSongIdx() const;
     const std::string& SongTitle() const { return fSongTitle; }
     int64_t PlayStartUs() const { return fPlayStartUs; }
+    // When the play thread began sending (CLOCK_MONOTONIC microseconds): later than the
+    // state change to playing by the time a thread takes to start.
+    int64_t PlayThreadStartedUs() const { return fProducer.PlayStartedUs(); }
     // The loaded song's length and play position at the current tempo rate; 0 without one.
     int64_t SongLengthUs() const;
     int64_t PositionUs() const;
