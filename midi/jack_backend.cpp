@@ -1,10 +1,13 @@
 #include "midi/jack_backend.h"
 
 #include <jack/midiport.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
+#include <deque>
 #include <thread>
 
 #include "midi/byte_ring.h"
@@ -43,9 +46,47 @@ struct TJackBackend::TPortHandle {
 struct TJackBackend::TRequest {
     std::function<bool()> run;
     std::string lateFailure;
-    bool done = false;  // these under fRequestLock
+    bool done = false;  // these under the request lock
     bool succeeded = false;
     bool abandoned = false;
+};
+
+// The client and everything libjack's threads (process, notifications) and the request
+// thread touch, so that they never need the backend: when the server stops answering at
+// quit, the backend goes while the request thread may still be blocked in libjack and
+// libjack's threads may wake up later. The request thread owns a share of this and drops
+// it only after its last request, jack_client_close, has returned, after which libjack
+// calls nothing of ours; if the server never answers again, it is never freed.
+struct TJackBackend::TClient {
+    TClient(jack_client_t* client, int wake) : handle(client), wakeFd(wake) {}
+    ~TClient() {
+        delete portList.load();
+        if (wakeFd >= 0) close(wakeFd);
+    }
+
+    bool Answering() const;
+    // Any thread, the real-time ones included.
+    void Wake() const;
+    // Process callback: real-time, lock-free.
+    int Process(jack_nframes_t frames);
+    void RequestLoop();
+
+    jack_client_t* const handle;
+    const int wakeFd;  // wakes the backend's service thread while there is one
+    std::atomic<TPortList*> portList{new TPortList};
+    std::atomic<int32_t> processing{0};
+    std::atomic<uint64_t> cycles{0};
+    std::atomic<int64_t> lastCycleUs{veldan::system_time()};  // of the last process cycle
+    std::atomic<int64_t> periodUs{0};
+    std::atomic<bool> serverGone{false};
+    std::atomic<bool> rescanRequested{false};
+
+    std::mutex requestLock;  // the queue, each request's outcome, the late failures
+    std::condition_variable requestQueued;
+    std::condition_variable requestDone;
+    std::deque<std::shared_ptr<TRequest>> requests;
+    bool requestsEnd = false;
+    std::vector<std::string> lateFailures;  // reported by the service thread
 };
 
 class TJackBackend::TJackPort final : public TMidiSystemBackend::TPort {
@@ -61,7 +102,7 @@ class TJackBackend::TJackPort final : public TMidiSystemBackend::TPort {
     ~TJackPort() override {
         fJack.RemovePort(this);
         if (fJack.ServerGone()) return;
-        fJack.Ask([client = fJack.fClient, handle = fHandle] {
+        fJack.Ask([client = fJack.fClient->handle, handle = fHandle] {
             if (jack_port_t* port = handle->port.load()) jack_port_unregister(client, port);
             return true;
         });
@@ -136,36 +177,33 @@ std::unique_ptr<TJackBackend> TJackBackend::Open(const std::string& serverName,
         return nullptr;
     }
     std::unique_ptr<TJackBackend> backend(new TJackBackend(client, serverName));
-    TJackBackend* self = backend.get();
+    TClient* shared = backend->fClient.get();
     jack_set_process_callback(
         client,
         [](jack_nframes_t frames, void* arg) {
-            return static_cast<TJackBackend*>(arg)->Process(frames);
+            return static_cast<TClient*>(arg)->Process(frames);
         },
-        self);
+        shared);
     // JACK's notification thread only wakes the service thread, which asks JACK itself.
+    static constexpr auto rescan = [](void* arg) {
+        auto* jack = static_cast<TClient*>(arg);
+        jack->rescanRequested.store(true);
+        jack->Wake();
+    };
     jack_set_port_registration_callback(
-        client,
-        [](jack_port_id_t, int, void* arg) { static_cast<TJackBackend*>(arg)->RequestRescan(); },
-        self);
+        client, [](jack_port_id_t, int, void* arg) { rescan(arg); }, shared);
     jack_set_client_registration_callback(
-        client,
-        [](const char*, int, void* arg) { static_cast<TJackBackend*>(arg)->RequestRescan(); },
-        self);
+        client, [](const char*, int, void* arg) { rescan(arg); }, shared);
     jack_set_port_rename_callback(
-        client,
-        [](jack_port_id_t, const char*, const char*, void* arg) {
-            static_cast<TJackBackend*>(arg)->RequestRescan();
-        },
-        self);
+        client, [](jack_port_id_t, const char*, const char*, void* arg) { rescan(arg); }, shared);
     jack_on_info_shutdown(
         client,
         [](jack_status_t, const char*, void* arg) {
-            auto* jack = static_cast<TJackBackend*>(arg);
-            jack->fServerGone.store(true);
+            auto* jack = static_cast<TClient*>(arg);
+            jack->serverGone.store(true);
             jack->Wake();
         },
-        self);
+        shared);
     if (jack_activate(client) != 0) {
         *error = "JACK: the server refused to activate the client";
         return nullptr;
@@ -174,19 +212,37 @@ std::unique_ptr<TJackBackend> TJackBackend::Open(const std::string& serverName,
 }
 
 TJackBackend::TJackBackend(jack_client_t* client, std::string serverName)
-    : fClient(client),
+    : fClient(std::make_shared<TClient>(client, DuplicateWakeFd())),
       fServerName(serverName.empty() ? "default" : std::move(serverName)),
       fClientName(jack_get_client_name(client)),
-      fPortList(new TPortList),
-      fLastCycleUs(veldan::system_time()),
-      fRequestThread([this] { RequestLoop(); }) {}
+      fRequestThread([shared = fClient] { shared->RequestLoop(); }) {}
 
 TJackBackend::~TJackBackend() {
     Stop();
-    StopRequests();
-    jack_client_close(fClient);
-    delete fPortList.load();
+    CloseClient();
 }
+
+void TJackBackend::CloseClient() {
+    // A server that is gone no longer holds the close, but is given a moment to let go.
+    auto request = Queue(
+        [client = fClient->handle] {
+            jack_client_close(client);
+            return true;
+        },
+        {});
+    const bool closed = Await(request, kFlushLimitUs);
+    {
+        std::lock_guard lock(fClient->requestLock);
+        fClient->requestsEnd = true;
+    }
+    fClient->requestQueued.notify_one();
+    if (closed)
+        fRequestThread.join();
+    else
+        fRequestThread.detach();  // with its share of fClient (see TClient)
+}
+
+bool TJackBackend::ServerGone() const { return fClient->serverGone.load(); }
 
 std::string TJackBackend::Status() const {
     if (ServerGone()) return "JACK: the server \"" + fServerName + "\" stopped";
@@ -202,107 +258,122 @@ uint32_t TJackBackend::FrameOffset(int64_t sentUs, int64_t cycleStartUs, int64_t
     return uint32_t(std::min<int64_t>(sinceLastCycle * frames / periodUs, frames - 1));
 }
 
-int TJackBackend::Process(jack_nframes_t frames) {
-    fProcessing.fetch_add(1);
+int TJackBackend::TClient::Process(jack_nframes_t frames) {
+    processing.fetch_add(1);
     jack_nframes_t cycleStartFrame;
     jack_time_t cycleStartUs;
     jack_time_t nextCycleUs;
-    float periodUs;
-    if (jack_get_cycle_times(fClient, &cycleStartFrame, &cycleStartUs, &nextCycleUs, &periodUs) !=
-        0) {
+    float cyclePeriodUs;
+    if (jack_get_cycle_times(handle, &cycleStartFrame, &cycleStartUs, &nextCycleUs,
+                             &cyclePeriodUs) != 0) {
         cycleStartUs = jack_get_time();
-        periodUs = float(frames) * 1e6f / float(jack_get_sample_rate(fClient));
+        cyclePeriodUs = float(frames) * 1e6f / float(jack_get_sample_rate(handle));
     }
-    for (TJackPort* port : *fPortList.load())
-        port->Drain(frames, int64_t(cycleStartUs), int64_t(periodUs));
-    fPeriodUs.store(int64_t(periodUs));
-    fLastCycleUs.store(veldan::system_time());
-    fCycles.fetch_add(1);
-    fProcessing.fetch_sub(1);
+    for (TJackPort* port : *portList.load())
+        port->Drain(frames, int64_t(cycleStartUs), int64_t(cyclePeriodUs));
+    periodUs.store(int64_t(cyclePeriodUs));
+    lastCycleUs.store(veldan::system_time());
+    cycles.fetch_add(1);
+    processing.fetch_sub(1);
     return 0;
 }
 
+void TJackBackend::TClient::Wake() const {
+    const uint64_t one = 1;
+    if (wakeFd >= 0) [[maybe_unused]]
+        ssize_t written = write(wakeFd, &one, sizeof one);
+}
+
 void TJackBackend::Publish(TPortList* next) {
-    std::unique_ptr<TPortList> old(fPortList.exchange(next));
-    // A process callback that loaded the old list is still counted in fProcessing.
-    while (fProcessing.load() != 0) std::this_thread::yield();
+    std::unique_ptr<TPortList> old(fClient->portList.exchange(next));
+    // A process callback that loaded the old list is still counted in processing.
+    while (fClient->processing.load() != 0) std::this_thread::yield();
 }
 
 void TJackBackend::AddPort(TJackPort* port) {
     std::lock_guard lock(fPortListLock);
-    auto* next = new TPortList(*fPortList.load());
+    auto* next = new TPortList(*fClient->portList.load());
     next->push_back(port);
     Publish(next);
 }
 
 void TJackBackend::RemovePort(TJackPort* port) {
     std::lock_guard lock(fPortListLock);
-    auto* next = new TPortList(*fPortList.load());
+    auto* next = new TPortList(*fClient->portList.load());
     std::erase(*next, port);
     Publish(next);
 }
 
-bool TJackBackend::Answering() const {
-    if (ServerGone()) return false;
-    const int64_t limitUs = std::max(kAnswerLimitUs, 4 * fPeriodUs.load());
-    return veldan::system_time() - fLastCycleUs.load() < limitUs;
+bool TJackBackend::TClient::Answering() const {
+    if (serverGone.load()) return false;
+    const int64_t limitUs = std::max(kAnswerLimitUs, 4 * periodUs.load());
+    return veldan::system_time() - lastCycleUs.load() < limitUs;
 }
 
-bool TJackBackend::Ask(std::function<bool()> run, std::string lateFailure) {
+bool TJackBackend::Answering() const { return fClient->Answering(); }
+
+std::shared_ptr<TJackBackend::TRequest> TJackBackend::Queue(std::function<bool()> run,
+                                                            std::string lateFailure) {
     auto request = std::make_shared<TRequest>();
     request->run = std::move(run);
     request->lateFailure = std::move(lateFailure);
-    std::unique_lock lock(fRequestLock);
-    fRequests.push_back(request);
-    fRequestQueued.notify_one();
+    std::lock_guard lock(fClient->requestLock);
+    fClient->requests.push_back(request);
+    fClient->requestQueued.notify_one();
+    return request;
+}
+
+bool TJackBackend::Await(const std::shared_ptr<TRequest>& request, int64_t graceUs) {
+    const int64_t graceEnd = veldan::system_time() + graceUs;
+    std::unique_lock lock(fClient->requestLock);
     while (!request->done) {
-        if (!Answering()) {
+        if (!Answering() && !(ServerGone() && veldan::system_time() < graceEnd)) {
             request->abandoned = true;
-            return true;
+            return false;
         }
-        fRequestDone.wait_for(lock, std::chrono::milliseconds(5));
+        fClient->requestDone.wait_for(lock, std::chrono::milliseconds(5));
     }
+    return true;
+}
+
+bool TJackBackend::Ask(std::function<bool()> run, std::string lateFailure) {
+    auto request = Queue(std::move(run), std::move(lateFailure));
+    if (!Await(request, 0)) return true;
+    std::lock_guard lock(fClient->requestLock);
     return request->succeeded;
 }
 
-void TJackBackend::RequestLoop() {
-    std::unique_lock lock(fRequestLock);
+void TJackBackend::TClient::RequestLoop() {
+    std::unique_lock lock(requestLock);
     for (;;) {
-        fRequestQueued.wait(lock, [this] { return fRequestsEnd || !fRequests.empty(); });
+        requestQueued.wait(lock, [this] { return requestsEnd || !requests.empty(); });
         // What was asked before the end is still carried out: ports go, links are undone.
-        if (fRequests.empty()) return;
-        std::shared_ptr<TRequest> request = std::move(fRequests.front());
-        fRequests.pop_front();
+        if (requests.empty()) return;
+        std::shared_ptr<TRequest> request = std::move(requests.front());
+        requests.pop_front();
         lock.unlock();
         const bool succeeded = request->run();
         lock.lock();
         request->done = true;
         request->succeeded = succeeded;
-        fRequestDone.notify_all();
+        requestDone.notify_all();
         if (succeeded || !request->abandoned || request->lateFailure.empty()) continue;
         // A server on its way down refuses what it was asked before it goes, and may run a
         // last cycle or two; its loss is told once, elsewhere.
         lock.unlock();
         const int64_t deadline = veldan::system_time() + kLateFailureWaitUs;
-        while (!ServerGone() && veldan::system_time() < deadline) wait_briefly();
-        if (Answering()) Report(request->lateFailure);
+        while (!serverGone.load() && veldan::system_time() < deadline) wait_briefly();
         lock.lock();
+        if (!Answering()) continue;
+        lateFailures.push_back(request->lateFailure);
+        Wake();
     }
-}
-
-void TJackBackend::StopRequests() {
-    {
-        std::lock_guard lock(fRequestLock);
-        fRequestsEnd = true;
-    }
-    fRequestQueued.notify_one();
-    if (fRequestThread.joinable()) fRequestThread.join();
 }
 
 void TJackBackend::WaitCycles(uint64_t cycles) {
-    const uint64_t target = fCycles.load() + cycles;
+    const uint64_t target = fClient->cycles.load() + cycles;
     const int64_t deadline = veldan::system_time() + kFlushLimitUs;
-    while (fCycles.load() < target && Answering() && veldan::system_time() < deadline)
+    while (fClient->cycles.load() < target && Answering() && veldan::system_time() < deadline)
         wait_briefly();
 }
 
@@ -311,9 +382,10 @@ std::unique_ptr<TMidiSystemBackend::TPort> TJackBackend::OpenPort(const std::str
     if (ServerGone()) return nullptr;
     auto handle = std::make_shared<TPortHandle>();
     const bool made = Ask(
-        [this, handle, portName = name.empty() ? std::string("out") : name, isPublic] {
-            jack_port_t* port = jack_port_register(fClient, portName.c_str(),
-                                                   JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
+        [client = fClient->handle, handle, portName = name.empty() ? std::string("out") : name,
+         isPublic] {
+            jack_port_t* port = jack_port_register(client, portName.c_str(), JACK_DEFAULT_MIDI_TYPE,
+                                                   JackPortIsOutput, 0);
             handle->port.store(port);
             if (isPublic) handle->draining.store(port != nullptr, std::memory_order_release);
             return port != nullptr;
@@ -326,10 +398,11 @@ std::unique_ptr<TMidiSystemBackend::TPort> TJackBackend::OpenPort(const std::str
 bool TJackBackend::Link(TPort& port, const TMidiSystemConsumer& consumer) {
     if (ServerGone()) return false;
     return Ask(
-        [this, handle = static_cast<TJackPort&>(port).Handle(), address = consumer.Address()] {
+        [client = fClient->handle, handle = static_cast<TJackPort&>(port).Handle(),
+         address = consumer.Address()] {
             jack_port_t* source = handle->port.load();
             if (!source) return false;
-            int result = jack_connect(fClient, jack_port_name(source), address.c_str());
+            int result = jack_connect(client, jack_port_name(source), address.c_str());
             if (result != 0 && result != EEXIST) return false;
             handle->draining.store(true, std::memory_order_release);
             return true;
@@ -339,9 +412,10 @@ bool TJackBackend::Link(TPort& port, const TMidiSystemConsumer& consumer) {
 
 void TJackBackend::Unlink(TPort& port, const TMidiSystemConsumer& consumer) {
     if (ServerGone()) return;
-    Ask([this, handle = static_cast<TJackPort&>(port).Handle(), address = consumer.Address()] {
+    Ask([client = fClient->handle, handle = static_cast<TJackPort&>(port).Handle(),
+         address = consumer.Address()] {
         if (jack_port_t* source = handle->port.load())
-            jack_disconnect(fClient, jack_port_name(source), address.c_str());
+            jack_disconnect(client, jack_port_name(source), address.c_str());
         return true;
     });
 }
@@ -356,10 +430,11 @@ void TJackBackend::Flush(TPort& port) {
 
 bool TJackBackend::ListPeers(std::vector<TPeer>* peers) {
     if (ServerGone()) return false;
-    const char** names = jack_get_ports(fClient, nullptr, JACK_DEFAULT_MIDI_TYPE, JackPortIsInput);
+    jack_client_t* client = fClient->handle;
+    const char** names = jack_get_ports(client, nullptr, JACK_DEFAULT_MIDI_TYPE, JackPortIsInput);
     for (const char** name = names; name && *name; ++name) {
-        jack_port_t* port = jack_port_by_name(fClient, *name);
-        if (port && jack_port_is_mine(fClient, port)) continue;
+        jack_port_t* port = jack_port_by_name(client, *name);
+        if (port && jack_port_is_mine(client, port)) continue;
         peers->push_back({*name, *name});
     }
     jack_free(names);
@@ -367,6 +442,13 @@ bool TJackBackend::ListPeers(std::vector<TPeer>* peers) {
 }
 
 void TJackBackend::ServiceWoken() {
+    if (fClient->rescanRequested.exchange(false)) Rescan();
+    std::vector<std::string> lateFailures;
+    {
+        std::lock_guard lock(fClient->requestLock);
+        lateFailures.swap(fClient->lateFailures);
+    }
+    for (const std::string& failure : lateFailures) Report(failure);
     if (!ServerGone() || fServerGoneHandled) return;
     fServerGoneHandled = true;
     RetireAllConsumers();

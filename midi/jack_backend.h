@@ -21,13 +21,14 @@
 // made, what is sent waits in the port's ring, and a request the server refuses later is
 // reported if the server answers again. What was sent through a port that is dropped
 // before the server answered again is lost with it.
+//
+// Closing the client is the request thread's last request, waited for the same way: at
+// quit, a server that does not answer is not waited for, and the client is left behind
+// with the process that is ending.
 
 #include <jack/jack.h>
 
-#include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -49,7 +50,7 @@ class TJackBackend final : public TMidiSystemBackend {
 
     std::string Status() const override;
     // Any thread: true once the server has shut the client down.
-    bool ServerGone() const { return fServerGone.load(); }
+    bool ServerGone() const;
     const std::string& ClientName() const { return fClientName; }
 
     // The frame of the current cycle (which started at cycleStartUs and lasts periodUs,
@@ -72,6 +73,7 @@ class TJackBackend final : public TMidiSystemBackend {
     class TJackPort;
     struct TPortHandle;
     struct TRequest;
+    struct TClient;
     using TPortList = std::vector<TJackPort*>;
 
     TJackBackend(jack_client_t* client, std::string serverName);
@@ -81,31 +83,24 @@ class TJackBackend final : public TMidiSystemBackend {
     // only when the request ran and failed; a request that fails after the asker went on
     // is reported as lateFailure, if the server answers by then.
     bool Ask(std::function<bool()> request, std::string lateFailure = {});
-    void RequestLoop();
-    void StopRequests();
+    std::shared_ptr<TRequest> Queue(std::function<bool()> run, std::string lateFailure);
+    // Waits for request while the server answers (or, once it is gone, until graceUs
+    // from now); false when the asker goes on without it.
+    bool Await(const std::shared_ptr<TRequest>& request, int64_t graceUs);
+    // Closes the client on the request thread and ends the thread, or leaves both behind.
+    void CloseClient();
     void Publish(TPortList* next);
     void AddPort(TJackPort* port);
     void RemovePort(TJackPort* port);
     // Waits (bounded) until the process callback has run `cycles` more times.
     void WaitCycles(uint64_t cycles);
-    int Process(jack_nframes_t frames);
 
-    jack_client_t* fClient;
+    // Shared with the request thread and libjack's threads; it outlives the backend when
+    // the client is left behind.
+    const std::shared_ptr<TClient> fClient;
     const std::string fServerName;
     const std::string fClientName;
-    std::mutex fPortListLock;  // writers of fPortList
-    std::atomic<TPortList*> fPortList;
-    std::atomic<int32_t> fProcessing{0};
-    std::atomic<uint64_t> fCycles{0};
-    std::atomic<int64_t> fLastCycleUs;  // system_time() of the last process cycle
-    std::atomic<int64_t> fPeriodUs{0};
-    std::atomic<bool> fServerGone{false};
+    std::mutex fPortListLock;         // writers of the port list
     bool fServerGoneHandled = false;  // service thread only
-
-    std::mutex fRequestLock;  // the queue and each request's outcome
-    std::condition_variable fRequestQueued;
-    std::condition_variable fRequestDone;
-    std::deque<std::shared_ptr<TRequest>> fRequests;
-    bool fRequestsEnd = false;
     std::thread fRequestThread;
 };

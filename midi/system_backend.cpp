@@ -1,5 +1,6 @@
 #include "midi/system_backend.h"
 
+#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -64,6 +65,10 @@ void TMidiSystemBackend::Wake() {
     const uint64_t one = 1;
     // A full counter (never in practice) still leaves the thread woken.
     [[maybe_unused]] ssize_t written = write(fWakeFd, &one, sizeof one);
+}
+
+int TMidiSystemBackend::DuplicateWakeFd() const {
+    return fWakeFd < 0 ? -1 : fcntl(fWakeFd, F_DUPFD_CLOEXEC, 0);
 }
 
 void TMidiSystemBackend::RequestRescan() {

@@ -149,6 +149,10 @@ class TMidiSystemBackend : public TMidiRosterBackend {
 
     // Any thread, real-time ones included: wakes the service thread.
     void Wake();
+    // A descriptor of its own (the caller closes it) that wakes the service thread when
+    // written, for threads that may outlive the backend: once the backend is gone,
+    // writing it wakes no one and harms nothing. -1 when there is none.
+    int DuplicateWakeFd() const;
     // Any thread, real-time ones included: the service thread lists the peers again.
     void RequestRescan();
     // Service thread: lists the peers and brings the consumers in step.

@@ -304,3 +304,30 @@ TEST_F(JackServer, AServerThatStopsAnsweringNeverHoldsTheDisconnectingThread) {
     EXPECT_EQ(reader->Bytes(reader->Count() - 1), (std::vector<uint8_t>{0x90, 62, 100}));
     EXPECT_TRUE(Problems().empty()) << Problems().front();
 }
+
+// Quitting while the server does not answer (held, or on its way down): stopping the
+// backends, as the program does at quit, leaves the client behind rather than wait for the
+// server; when the server runs again and then stops, nothing of the stopped backends is
+// called on.
+TEST_F(JackServer, StoppingWhileTheServerDoesNotAnswerNeverWaitsForIt) {
+    ASSERT_EQ(out.Connect(consumer), 0);
+    out.SprayNoteOn(0, 60, 100, 0);
+    ASSERT_TRUE(reader->WaitFor(1));
+    server->Freeze(std::chrono::seconds(5));
+
+    const auto start = std::chrono::steady_clock::now();
+    backends.Stop();
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_LT(took, std::chrono::milliseconds(1500))
+        << std::chrono::duration_cast<std::chrono::milliseconds>(took).count()
+        << " ms: stopping waited for a server that does not answer";
+    EXPECT_EQ(backends.Jack(), nullptr);
+
+    // The client left behind hears from the server again: its cycles, the requests still
+    // queued, and then the server's end.
+    server->Resume();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    server->Stop();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_TRUE(Problems().empty()) << Problems().front();
+}
