@@ -268,15 +268,20 @@ void TQuillApp::Quit() {
     CloseWindow(&fPrefWin);
     CloseWindow(&fDrvCvtWin);
     CloseWindow(&fAboutWin);
+    // What the next start needs is written first: silencing the outputs and letting go of
+    // the MIDI systems can wait on an outside server, and a user tired of waiting may kill
+    // the program.
     fMainWin->WriteExitState();
-    // No note may hang in a synthesizer that outlives us.
+    save_exit_state();
+    // Stopped first, so that what the song taught is in the scores saved.
     fMainWin->View()->Controller().StopSong();
-    fMainWin->View()->Controller().MuteAllMidiOut();
     if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database)) {
         std::string error;
         if (fMainWin->View()->Controller().AISelector().Save(database, &error) != 0)
             report_settings_failure(error, database);
     }
+    // No note may hang in a synthesizer that outlives us.
+    fMainWin->View()->Controller().MuteAllMidiOut();
     delete fMainWin.data();
     fMainWin = nullptr;
     if (fSynth) fSynth->Finish(0);

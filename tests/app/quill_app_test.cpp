@@ -207,6 +207,21 @@ TEST_F(QuillAppTest, QuittingAndStartingAgainRestoresTheSameState) {
     EXPECT_EQ(app->MainWin()->geometry(), QRect(40, 60, 640, 420));
 }
 
+// What the next start needs is on disk once Quit returns, before the application lets
+// go of the MIDI systems, which can wait on a server that stopped answering (a user who
+// then kills the program loses nothing).
+TEST_F(QuillAppTest, QuitWritesTheExitStateBeforeTheMidiSystemsAreLetGo) {
+    auto app = Start({fOut.Write("a.mid", running_song())});
+    app->MainWin()->View()->Controller().StopSong();
+    app->MainWin()->View()->Controller().SetPlayMode(1);
+    app->Quit();
+    ResetRecords();
+    load_global();
+    EXPECT_EQ(exit_state().playMode, 1);
+    EXPECT_EQ(exit_state().version, kAppVersion);
+    EXPECT_FALSE(exit_state().mainListFile.empty());
+}
+
 TEST_F(QuillAppTest, AFrameLeftOnAMonitorThatIsGoneComesBackOnScreen) {
     exit_state().frame = veldan::TRect{5000, 4000, 5399, 4299};
     exit_state().expandedHeight = 300;
