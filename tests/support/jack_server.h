@@ -7,6 +7,7 @@
 #include <jack/midiport.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,7 +37,7 @@ class TJackServer {
     // Tests run the server without real-time priority, as any user can; the benchmark asks
     // for it, as a musician's JACK setup runs.
     explicit TJackServer(bool realTime = false)
-        : fName("quill-test-" + std::to_string(getpid()) + "-" + std::to_string(++sCount)) {
+        : fSlot(TakeNameSlot()), fName("quill-test-" + std::to_string(fSlot.index)) {
         const std::string rate = std::to_string(kJackRate);
         const std::string period = std::to_string(kJackPeriod);
         const char* priority = realTime ? "--realtime" : "--no-realtime";
@@ -50,7 +51,10 @@ class TJackServer {
             fPid = -1;
         posix_spawn_file_actions_destroy(&actions);
     }
-    ~TJackServer() { Stop(); }
+    ~TJackServer() {
+        Stop();
+        close(fSlot.lockFd);
+    }
 
     const std::string& Name() const { return fName; }
 
@@ -93,6 +97,17 @@ class TJackServer {
         fThaw.join();
     }
 
+    // The server dies at once, as by a crash: nothing of it is cleaned up but what the test
+    // cleans.
+    void Kill() {
+        Resume();
+        if (fPid < 0) return;
+        kill(fPid, SIGKILL);
+        waitpid(fPid, nullptr, 0);
+        fPid = -1;
+        RemoveLeftovers();
+    }
+
     void Stop() {
         Resume();
         if (fPid < 0) return;
@@ -118,7 +133,31 @@ class TJackServer {
         }
     }
 
-    static inline int sCount = 0;
+    // jackd keeps each running server in one of eight slots of a registry in /dev/shm, and
+    // frees a slot at a clean exit, or when a server of the same name starts; a server killed
+    // or left behind by a test that timed out would hold its slot for good, and after eight
+    // no server could start on the machine. So test servers take their names from a small
+    // pool, each name held by a lock on its file while its server runs: the next server of
+    // that name frees whatever slot an earlier one left.
+    struct TNameSlot {
+        int index;
+        int lockFd;
+    };
+    static constexpr int kNameSlots = 4;
+    static TNameSlot TakeNameSlot() {
+        for (;;) {
+            for (int index = 0; index < kNameSlots; ++index) {
+                const std::string lock = "/tmp/quill-test-jackd-" + std::to_string(index) + ".lock";
+                const int fd = open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+                if (fd < 0) continue;
+                if (flock(fd, LOCK_EX | LOCK_NB) == 0) return TNameSlot{index, fd};
+                close(fd);
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+    }
+
+    const TNameSlot fSlot;
     const std::string fName;
     pid_t fPid = -1;
     std::thread fThaw;
