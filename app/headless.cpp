@@ -221,7 +221,6 @@ class THeadlessPlayer {
     int64_t fSongTotalUs = 0;
     int64_t fTraceStartUs = 0;
     bool fTraceOriginTaken = false;
-    int64_t fPlayStartUs = 0;
     int fStatus = 0;
     bool fFinished = false;
     bool fTerminal = isatty(STDOUT_FILENO);
@@ -406,7 +405,6 @@ void THeadlessPlayer::StateChanged(TMarnelState state) {
     }
     if (fLastState == kStatePlaying && state != kStatePaused) PrintProgress(true);
     if (fLastState == kStateStopped && state != kStateStopped) SongStarted();
-    if (state == kStatePlaying && fLastState != kStatePlaying) fPlayStartUs = veldan::system_time();
     if (state == kStatePlaying)
         fProgress.start();
     else
@@ -450,10 +448,7 @@ void THeadlessPlayer::TakeTraceOrigin() {
 
 void THeadlessPlayer::PrintProgress(bool final) {
     TakeTraceOrigin();
-    // The producer's position is the next event's time, ahead of the music through a long
-    // note or rest; nothing here pauses, seeks or changes the rate, so the time since the
-    // song started playing is the song's time, the position its bound if the thread lags.
-    int64_t now = std::min(fPlayer->PositionUs(), veldan::system_time() - fPlayStartUs);
+    int64_t now = fPlayer->PositionUs();
     // At a song's end the producer may already be unloaded.
     if (final && !fFinished) now = fSongTotalUs;
     if (fStatusLine) DrawStatusLine(now, final);

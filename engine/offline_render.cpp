@@ -1,23 +1,16 @@
 #include "engine/offline_render.h"
 
-#include <sndfile.h>
-
-#include <algorithm>
-#include <cctype>
-#include <cerrno>
-#include <vector>
+#include <memory>
 
 #include "engine/midi_filter.h"
 #include "engine/smf_producer.h"
 #include "midi/midi_defs.h"
 #include "midi/synth.h"
-#include "veldan/base/atomic_file.h"
 
 namespace {
 
 // How often the caller hears of the progress, in song time.
 constexpr int64_t kProgressEveryUs = 1000000;
-constexpr sf_count_t kCopyFrames = 8192;
 
 // Takes the walked events to the synthesizer at their time in the song as played.
 class TRenderSink : public TPlaySink {
@@ -94,56 +87,13 @@ class TRenderSink : public TPlaySink {
     bool fCancelled = false;
 };
 
-bool is_flac_path(const std::string& path) {
-    std::string tail = path.size() >= 5 ? path.substr(path.size() - 5) : std::string();
-    std::transform(tail.begin(), tail.end(), tail.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
-    return tail == ".flac";
-}
+}  // namespace
 
-// The rendered WAV file, losslessly compressed into a 16-bit FLAC file that takes the
-// name flacPath only once it is complete.
-bool wav_to_flac(const std::string& wavPath, const std::string& flacPath, std::string* error) {
-    SF_INFO format{};
-    SNDFILE* in = sf_open(wavPath.c_str(), SFM_READ, &format);
-    if (!in) {
-        *error = "cannot read " + wavPath;
-        return false;
-    }
-    veldan::TAtomicFile file(flacPath);
-    SF_INFO flac{};
-    flac.samplerate = format.samplerate;
-    flac.channels = format.channels;
-    flac.format = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
-    SNDFILE* out =
-        file.InitCheck() == 0 ? sf_open_fd(file.Descriptor(), SFM_WRITE, &flac, 0) : nullptr;
-    if (!out) {
-        sf_close(in);
-        *error = file.InitCheck() != 0 ? file.ErrorText() : "cannot write " + flacPath;
-        return false;
-    }
-    std::vector<short> frames(size_t(kCopyFrames) * size_t(format.channels));
-    bool written = true;
-    for (sf_count_t got; (got = sf_readf_short(in, frames.data(), kCopyFrames)) > 0;)
-        written = written && sf_writef_short(out, frames.data(), got) == got;
-    sf_close(in);
-    if (sf_close(out) != 0 || !written) {
-        file.Fail(-EIO);
-        *error = file.ErrorText();
-        return false;
-    }
-    if (file.Commit() != 0) {
-        *error = file.ErrorText();
-        return false;
-    }
-    return true;
-}
-
-int32_t render_wav(TSMFProducer& producer, const std::string& wavPath,
-                   const TRenderOptions& options, const TRenderProgressFn& progress,
-                   std::string* error) {
+int32_t render_song(TSMFProducer& producer, const std::string& path, const TRenderOptions& options,
+                    const TRenderProgressFn& progress, std::string* error) {
     TSynthConsumer::TOptions synthOptions;
-    synthOptions.wavPath = wavPath;
+    // The synthesizer's file writer takes the format from the name.
+    synthOptions.wavPath = path;
     synthOptions.offline = true;
     if (!options.soundFonts.empty()) synthOptions.soundFonts = options.soundFonts;
     synthOptions.reverb = options.reverb;
@@ -161,32 +111,9 @@ int32_t render_wav(TSMFProducer& producer, const std::string& wavPath,
     // fade may end between two events.
     synth->RenderUntilUs(sink.TotalUs());
     if (!synth->Finish(options.tailUs)) {
-        *error = "cannot write " + wavPath;
+        *error = "cannot write " + path;
         return -1;
     }
     if (progress) progress(sink.TotalUs(), sink.TotalUs());
     return 0;
-}
-
-}  // namespace
-
-int32_t render_song(TSMFProducer& producer, const std::string& path, const TRenderOptions& options,
-                    const TRenderProgressFn& progress, std::string* error) {
-    if (!is_flac_path(path)) return render_wav(producer, path, options, progress, error);
-    // The synthesizer writes WAV; the whole file is compressed once it is complete. The
-    // WAV goes to a temporary of the target's own, which a save of the same name clears
-    // away should this process die before it is removed.
-    veldan::TAtomicFile wav(path);
-    if (wav.InitCheck() != 0) {
-        *error = wav.ErrorText();
-        return -1;
-    }
-    const std::string wavPath = wav.TemporaryPath().string();
-    int32_t status = render_wav(producer, wavPath, options, progress, error);
-    // The user knows the file by the name asked for, not by its temporary.
-    if (const size_t at = error->find(wavPath); status != 0 && at != std::string::npos)
-        error->replace(at, wavPath.size(), path);
-    if (status == 0 && !wav_to_flac(wavPath, path, error)) status = -1;
-    wav.Discard();
-    return status;
 }

@@ -1,5 +1,7 @@
 #include "engine/play_thread.h"
 
+#include <algorithm>
+
 #include "engine/smf_producer.h"
 #include "midi/midi_defs.h"
 #include "veldan/base/clock.h"
@@ -9,7 +11,21 @@ namespace {
 constexpr uint64_t kSeekPending = uint64_t(1) << 32;
 constexpr int kSeekPassShift = 33;
 
+// A reader that meets the play thread writing this many times in a row gives up on the
+// rest and takes the awaited tick; the writer is a handful of stores, so it never does.
+constexpr int kRestReadTries = 64;
+
 uint64_t pack_pos(TLoopPlan::TPos pos) { return uint64_t(pos.pass) << 32 | pos.tick; }
+
+// The tick that nowUs reaches in a rest from fromTick at fromUs to toTick at toUs. The
+// tempo and the rate are constant through a rest (every Set Tempo is an event, and a new
+// rate starts a new rest), so the song's ticks go evenly through it.
+uint32_t tick_in_rest(uint32_t fromTick, int64_t fromUs, uint32_t toTick, int64_t toUs,
+                      int64_t nowUs) {
+    if (nowUs <= fromUs || toTick <= fromTick) return std::min(fromTick, toTick);
+    if (nowUs >= toUs) return toTick;
+    return fromTick + uint32_t(__int128(nowUs - fromUs) * (toTick - fromTick) / (toUs - fromUs));
+}
 
 // Sends the song's events through the producer's lanes, as they come due.
 class TSprayToLanes : public TPlaySink {
@@ -88,6 +104,38 @@ TLoopPlan::TPos TPlayThread::CurrentPos() const {
     return {uint32_t(word >> 32), uint32_t(word)};
 }
 
+TLoopPlan::TPos TPlayThread::PlayingPos() const {
+    const TLoopPlan::TPos at = CurrentPos();
+    if (fSeek.load(std::memory_order_acquire) & kSeekPending) return at;
+    for (int tries = 0; tries < kRestReadTries; ++tries) {
+        const uint32_t sequence = fRestSequence.load(std::memory_order_acquire);
+        if (sequence & 1) continue;
+        const uint32_t fromTick = fRestFromTick.load(std::memory_order_relaxed);
+        const int64_t fromUs = fRestFromUs.load(std::memory_order_relaxed);
+        const int64_t toUs = fRestToUs.load(std::memory_order_relaxed);
+        const uint64_t toPos = fRestToPos.load(std::memory_order_relaxed);
+        std::atomic_thread_fence(std::memory_order_acquire);
+        if (fRestSequence.load(std::memory_order_relaxed) != sequence) continue;
+        // A rest that is not the one towards the awaited tick is over: a jump to a loop's
+        // start, a seek, a stop.
+        if (fromUs == 0 || toPos != pack_pos(at)) return at;
+        return {at.pass, tick_in_rest(fromTick, fromUs, at.tick, toUs, veldan::system_time())};
+    }
+    return at;
+}
+
+void TPlayThread::PublishRest(const TRest& rest) {
+    fRest = rest;
+    const uint32_t sequence = fRestSequence.load(std::memory_order_relaxed);
+    fRestSequence.store(sequence + 1, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+    fRestFromTick.store(rest.fromTick, std::memory_order_relaxed);
+    fRestFromUs.store(rest.fromUs, std::memory_order_relaxed);
+    fRestToUs.store(rest.toUs, std::memory_order_relaxed);
+    fRestToPos.store(rest.toPos, std::memory_order_relaxed);
+    fRestSequence.store(sequence + 2, std::memory_order_release);
+}
+
 bool TPlayThread::TakeSeek(TLoopPlan::TPos* pos) {
     uint64_t request = fSeek.exchange(0, std::memory_order_acq_rel);
     if (!(request & kSeekPending)) return false;
@@ -117,7 +165,15 @@ bool TPlayThread::SleepUntilDue(uint32_t tick, TSongClock* clock) {
         // A new rate re-times what is left of the rest from now on.
         const int32_t rate = fProducer->TempoRate();
         const int64_t now = veldan::system_time();
-        if (rate != clock->Rate()) clock->SetRate(now, rate);
+        if (rate != clock->Rate()) {
+            clock->SetRate(now, rate);
+            // The rest goes on from where it is now, at the new pace.
+            if (fRest.fromUs != 0) {
+                const uint32_t here =
+                    tick_in_rest(fRest.fromTick, fRest.fromUs, tick, fRest.toUs, now);
+                PublishRest({here, now, clock->TimeOf(tick), fRest.toPos});
+            }
+        }
         const int64_t deadline = clock->TimeOf(tick);
         if (now >= deadline) return true;
         if (!SleepUntil(deadline, token)) return false;
@@ -143,6 +199,8 @@ int32_t TPlayThread::Execute() {
 
     for (;;) {
         if (producer.fPauseRequest.load(std::memory_order_acquire)) {
+            // Paused, the position is where play goes on.
+            PublishRest({});
             if (!PauseHere()) return 0;
             // The owner silenced what sounded when it paused.
             lanes.ForgetSounding();
@@ -152,6 +210,7 @@ int32_t TPlayThread::Execute() {
                         producer.TempoRate());
         }
         if (TakeSeek(&pos)) {
+            PublishRest({});
             for (auto& track : producer.fTracks) track->SetCurrentTick(pos.tick);
             // The owner silences what sounds before it seeks.
             lanes.ForgetSounding();
@@ -174,10 +233,14 @@ int32_t TPlayThread::Execute() {
         if (producer.Tempo() != clock.Tempo()) clock.SetTempo(pos.tick, producer.Tempo());
         const uint32_t next = producer.NextTick(pos, wait, &fadeElapsedUs);
         if (next == TSMFTrack::kNoEvent) break;
+        const uint32_t sent = pos.tick;
         pos.tick = next;
+        // Before the awaited tick, so that no reader sees the awaited tick without its rest.
+        PublishRest({sent, clock.TimeOf(sent), clock.TimeOf(next), pack_pos(pos)});
         PublishPos(pos);
         if (!SleepUntilDue(pos.tick, &clock)) return 0;
     }
+    PublishRest({});
     producer.SongEnded();
     return 0;
 }

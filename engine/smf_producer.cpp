@@ -236,7 +236,7 @@ TLoopPlan::TPos TSMFProducer::LastPos() const {
 }
 
 uint64_t TSMFProducer::PlayedTick() const {
-    return fPlayThread ? fLoopPlan.PlayedTick(fPlayThread->CurrentPos()) : 0;
+    return fPlayThread ? fLoopPlan.PlayedTick(fPlayThread->PlayingPos()) : 0;
 }
 
 int32_t TSMFProducer::SetPlayedTick(uint64_t playedTick) {
@@ -354,7 +354,7 @@ int32_t TSMFProducer::SetPlayedPos(TLoopPlan::TPos pos) {
 }
 
 uint32_t TSMFProducer::CurrentTick() const {
-    return fPlayThread ? fPlayThread->CurrentPos().tick : 0;
+    return fPlayThread ? fPlayThread->PlayingPos().tick : 0;
 }
 
 void TSMFProducer::Rewind() {

@@ -88,6 +88,8 @@ class TSMFProducer {
 
     // -1 without a play thread; else moves every track to the first event at or after tick.
     int32_t SetCurrentTick(uint32_t tick);
+    // Where the music is, also inside a long note or rest (see TPlayThread::PlayingPos); 0
+    // without a play thread. Any thread.
     uint32_t CurrentTick() const;
     uint32_t CountTicks() const { return fTotalTicks; }
 

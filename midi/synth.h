@@ -52,7 +52,8 @@ class TSynthConsumer : public TMidiLocalConsumer {
     struct TOptions {
         // .sf2 or .sf3 files; a program is taken from the first that has its preset.
         std::vector<std::string> soundFonts = {kDefaultSoundFont};
-        // Non-empty: render into this file and leave the audio system alone.
+        // Non-empty: render into this file and leave the audio system alone; a name ending
+        // in ".flac" gives a FLAC file (see TAudioFileWriter), any other a WAV file.
         std::string wavPath;
         // A FluidSynth driver name ("pulseaudio", "alsa", ...) tried alone instead of the
         // probe; empty probes. Either way a WAV file takes over when nothing opens.

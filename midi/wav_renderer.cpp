@@ -14,7 +14,7 @@ TWavRenderer::TWavRenderer(fluid_synth_t* synth, int32_t sampleRate)
     : veldan::TThread("Quill Synth WAV", kRenderPriority),
       fSynth(synth),
       fSampleRate(sampleRate),
-      fBuffer(new int16_t[kBufferFrames * TWavWriter::kChannels]) {}
+      fBuffer(new int16_t[kBufferFrames * TAudioFileWriter::kChannels]) {}
 
 TWavRenderer::~TWavRenderer() {
     Stop();
@@ -72,8 +72,8 @@ void TWavRenderer::RenderUpTo(uint64_t frames) {
     while (fFramesRendered < frames) {
         int count = int(std::min<uint64_t>(frames - fFramesRendered, kBufferFrames));
         int16_t* buffer = fBuffer.get();
-        fluid_synth_write_s16(fSynth, count, buffer, 0, TWavWriter::kChannels, buffer, 1,
-                              TWavWriter::kChannels);
+        fluid_synth_write_s16(fSynth, count, buffer, 0, TAudioFileWriter::kChannels, buffer, 1,
+                              TAudioFileWriter::kChannels);
         fWriter.Append(buffer, size_t(count));
         fFramesRendered += uint64_t(count);
     }

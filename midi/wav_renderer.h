@@ -1,6 +1,7 @@
 #pragma once
-// TWavRenderer: plays a FluidSynth synthesizer into a WAV file in real time, for machines
-// without a sound device and for tests. Its thread wakes every kPeriodUs on absolute
+// TWavRenderer: plays a FluidSynth synthesizer into a WAV file (or a FLAC file, by its name:
+// see TAudioFileWriter) in real time, for machines without a sound device and for tests, or
+// offline as fast as it goes. Its thread wakes every kPeriodUs on absolute
 // CLOCK_MONOTONIC deadlines and renders exactly the frames due since Start(): frames =
 // elapsed time x sample rate, so the file never drifts from the clock however late a
 // wake-up comes; a late thread catches up in pieces of kBufferFrames. An event lands at
@@ -9,7 +10,7 @@
 //
 // Threads: Open, Start, Finish and the destructor belong to the owner's thread. The
 // render thread calls only fluid_synth_write_s16 (FluidSynth's API is thread-safe) and
-// TWavWriter::Append, on a buffer allocated up front. The file is written by the owner
+// TAudioFileWriter::Append, on a buffer allocated up front. The file is written by the owner
 // again only after the render thread has been joined.
 
 #include <fluidsynth.h>
@@ -20,7 +21,7 @@
 #include <memory>
 #include <string>
 
-#include "midi/wav_writer.h"
+#include "midi/audio_file_writer.h"
 #include "veldan/base/thread.h"
 
 class TWavRenderer : public veldan::TThread {
@@ -56,7 +57,7 @@ class TWavRenderer : public veldan::TThread {
 
     fluid_synth_t* fSynth;
     int32_t fSampleRate;
-    TWavWriter fWriter;
+    TAudioFileWriter fWriter;
     std::unique_ptr<int16_t[]> fBuffer;
     int64_t fStartUs = 0;
     // Where the file ends, set by Finish(); the render thread stops there.

@@ -107,6 +107,30 @@ TEST(PlayThread, EndOfSongIsReportedOnceAndThePositionStaysAtTheEnd) {
     EXPECT_EQ(f.ended.load(), 1);
 }
 
+TEST(PlayThread, ThePositionWalksThroughALongRestInsteadOfJumpingToItsEnd) {
+    TChainFixture f;
+    TSmfBuilder smf(1, 480);
+    // A half-second note, a four-second rest, a note.
+    constexpr uint32_t kNextNote = 480 + 480 * 8;
+    smf.AddTrack().NoteOn(0, 0, 60, 100).NoteOff(480, 0, 60).NoteOn(480 * 8, 0, 62, 100);
+    ASSERT_EQ(f.producer.SetTo(smf.Bytes()), 0);
+    f.producer.Play();
+    ASSERT_TRUE(f.WaitForEvents(f.portA, 2));
+    // One second into the rest.
+    std::this_thread::sleep_until(std::chrono::steady_clock::time_point(
+        std::chrono::microseconds(f.producer.PlayStartedUs() + 1500000)));
+    const uint32_t first = f.producer.CurrentTick();
+    const uint64_t firstPlayed = f.producer.PlayedTick();
+    EXPECT_LT(first, kNextNote) << "the position ran ahead to the next event";
+    EXPECT_GE(first, 480u) << "the position fell behind the last event sent";
+    EXPECT_EQ(firstPlayed, first) << "without a loop, played ticks are the song's ticks";
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    const uint32_t second = f.producer.CurrentTick();
+    EXPECT_GT(second, first) << "the position stood still in the rest";
+    EXPECT_LT(second, kNextNote);
+    EXPECT_EQ(f.portA.Count(), 2u) << "the next note came early";
+}
+
 TEST(PlayThread, PauseInALongRestReturnsAtOnceAndResumeSendsTheAwaitedTick) {
     TChainFixture f;
     TSmfBuilder smf(1, 480);

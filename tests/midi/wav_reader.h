@@ -1,5 +1,5 @@
 #pragma once
-// Reads back a 16-bit PCM WAV file written by TWavWriter, checking its header on the way.
+// Reads back a 16-bit PCM WAV file written by TAudioFileWriter, checking its header on the way.
 
 #include <cstdint>
 #include <filesystem>

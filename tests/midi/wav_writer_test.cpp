@@ -1,5 +1,3 @@
-#include "midi/wav_writer.h"
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "midi/audio_file_writer.h"
 #include "tests/midi/wav_reader.h"
 #include "tests/support/fault_child.h"
 #include "tests/support/temp_dir.h"
@@ -32,7 +31,7 @@ TEST(WavWriter, ClosedFileHasSizesAndFormatInItsHeader) {
     TTempDir dir;
     auto path = dir.Path() / "ramp.wav";
     std::vector<int16_t> samples = ramp(300);
-    TWavWriter writer;
+    TAudioFileWriter writer;
     std::string error;
     ASSERT_TRUE(writer.Open(path.string(), 22050, &error)) << error;
     ASSERT_TRUE(writer.Append(samples.data(), 100));
@@ -56,7 +55,7 @@ TEST(WavWriter, NothingTakesTheNameUntilClose) {
     TTempDir dir;
     auto path = dir.Path() / "open.wav";
     std::vector<int16_t> samples = ramp(100);
-    TWavWriter writer;
+    TAudioFileWriter writer;
     ASSERT_TRUE(writer.Open(path.string(), 44100, nullptr));
     ASSERT_TRUE(writer.Append(samples.data(), 100));
     EXPECT_FALSE(std::filesystem::exists(path));
@@ -69,7 +68,7 @@ TEST(WavWriter, ADiscardedRecordingLeavesTheOldFileAsItWas) {
     TTempDir dir;
     const auto path = dir.Write("take.wav", std::string("the previous take"));
     std::vector<int16_t> samples = ramp(100);
-    TWavWriter writer;
+    TAudioFileWriter writer;
     ASSERT_TRUE(writer.Open(path.string(), 44100, nullptr));
     ASSERT_TRUE(writer.Append(samples.data(), 100));
     writer.Discard();
@@ -84,7 +83,7 @@ TEST(WavWriter, AFullDiskLeavesTheOldFileAndCloseFails) {
     std::vector<int16_t> samples = ramp(4096);
     const int result = run_in_child(
         [&] {
-            TWavWriter writer;
+            TAudioFileWriter writer;
             if (!writer.Open(path.string(), 44100, nullptr)) return 2;
             for (int i = 0; i < 10; ++i) writer.Append(samples.data(), 4096);
             return writer.Close() ? 0 : 1;
@@ -98,7 +97,7 @@ TEST(WavWriter, AFullDiskLeavesTheOldFileAndCloseFails) {
 TEST(WavWriter, FileThatCannotBeCreatedGivesAnErrorNamingIt) {
     TTempDir dir;
     std::string path = (dir.Path() / "no such folder" / "x.wav").string();
-    TWavWriter writer;
+    TAudioFileWriter writer;
     std::string error;
     EXPECT_FALSE(writer.Open(path, 44100, &error));
     EXPECT_FALSE(writer.IsOpen());
