@@ -1,8 +1,8 @@
 #include "engine/midi_filter.h"
 
 #include <algorithm>
+#include <cstring>
 
-#include "engine/loop_plan.h"
 #include "midi/midi_defs.h"
 
 TMidiFilter::TMidiFilter(const std::string& name) : TMidiPassThrough(name) {}
@@ -24,9 +24,29 @@ uint8_t TMidiFilter::ScaleVelocity(uint8_t velocity, int32_t volumePercent) {
     return uint8_t(std::clamp<int64_t>(scaled, 0, 127));
 }
 
-uint8_t TMidiFilter::ScaleVelocity(uint8_t velocity, int32_t volumePercent, int32_t fadeLevel) {
-    int64_t scaled = int64_t(velocity) * volumePercent * fadeLevel / (100 * TLoopPlan::kFadeFull);
-    return uint8_t(std::clamp<int64_t>(scaled, 0, 127));
+void TMidiFilter::PostFadeLevel(int32_t level) {
+    uint8_t bytes[sizeof level];
+    std::memcpy(bytes, &level, sizeof level);
+    EnqueueCommand(bytes, sizeof bytes, 0);
+}
+
+void TMidiFilter::Command(const uint8_t* data, size_t length, int64_t time) {
+    int32_t level = 0;
+    if (length != sizeof level) return;
+    std::memcpy(&level, data, sizeof level);
+    fVolumes.SetLevel(level, [&](uint8_t channel, uint8_t volume) {
+        fOutput.SprayControlChange(channel, TVolumeFade::kVolumeController, volume, time);
+    });
+}
+
+void TMidiFilter::ControlChange(uint8_t channel, uint8_t controller, uint8_t value, int64_t time) {
+    fOutput.SprayControlChange(channel, controller,
+                               fVolumes.ControlChange(channel, controller, value), time);
+}
+
+void TMidiFilter::SystemExclusive(const uint8_t* data, size_t length, int64_t time) {
+    fVolumes.SystemExclusive(data, length);
+    fOutput.SpraySystemExclusive(data, length, time);
 }
 
 uint8_t TMidiFilter::Transpose(uint8_t channel, uint8_t note, int32_t semitones) {
@@ -65,10 +85,7 @@ void TMidiFilter::NoteOn(uint8_t channel, uint8_t note, uint8_t velocity, int64_
     }
     if (MutedChannels() & (1u << (channel & 0x0F))) return;
     const uint8_t out = Transpose(channel, note, Key());
-    const std::atomic<int32_t>* fade = fFadeSource.load(std::memory_order_acquire);
-    const uint8_t scaled =
-        fade ? ScaleVelocity(velocity, Volume(), fade->load(std::memory_order_relaxed))
-             : ScaleVelocity(velocity, Volume());
+    const uint8_t scaled = ScaleVelocity(velocity, Volume());
     // Turned into a release by the volume: it starts nothing that a note-off would owe.
     if (scaled == 0) {
         fOutput.SprayNoteOn(channel, out, 0, time);

@@ -9,13 +9,17 @@
 // without leaving a note hanging. A note-off that nothing is owed to takes the key in
 // force.
 //
-// A song that plays its marked loops fades out at its end: the note-on velocities are
-// scaled by the fade level (per mille) that the play thread writes as the song goes on, a
-// ramp down to silence that costs the receive thread one atomic load per note-on.
+// A song that plays its marked loops fades out at its end by its channel volumes (see
+// TVolumeFade): every controller 7 is passed on scaled by the fade level, and each step
+// of the level, posted by the play thread, sends the channels their new volume, so that
+// held notes fade as well as new ones. Velocities are not scaled by the fade: on top of
+// the volume that would fade new notes twice as fast as held ones, and change their
+// timbre where the sound set layers by velocity.
 //
-// Threads: hooks on the filter's receive thread, which alone touches the note table (a
-// fixed array: nothing allocates or locks there); SetKey/SetVolume from the owner's
-// thread. Key, volume and the fade level are atomics read once per event.
+// Threads: hooks on the filter's receive thread, which alone touches the note table and
+// the volumes (fixed arrays: nothing allocates or locks there); SetKey/SetVolume from the
+// owner's thread, atomics read once per event. A fade step crosses to the receive thread
+// as a command in the filter's own queue.
 
 #include <array>
 #include <atomic>
@@ -23,6 +27,7 @@
 #include <string>
 
 #include "engine/pass_through.h"
+#include "engine/volume_fade.h"
 
 class TMidiFilter : public TMidiPassThrough {
   public:
@@ -42,16 +47,18 @@ class TMidiFilter : public TMidiPassThrough {
     void NoteOff(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) override;
     void NoteOn(uint8_t channel, uint8_t note, uint8_t velocity, int64_t time) override;
 
-    // Owner's thread, before events come: where the fade level is read (the producer's,
-    // which must outlive the filter's receiving); null for no fade.
-    void SetFadeSource(const std::atomic<int32_t>* level) {
-        fFadeSource.store(level, std::memory_order_release);
-    }
+    void ControlChange(uint8_t channel, uint8_t controller, uint8_t value, int64_t time) override;
+    void SystemExclusive(const uint8_t* data, size_t length, int64_t time) override;
+
+    // Any thread, the play thread above all: the fade level (per mille) from now on, taken
+    // after the events sent to the filter before. Wait-free while the queue has room.
+    void PostFadeLevel(int32_t level);
 
     static uint8_t ScaleVelocity(uint8_t velocity, int32_t volumePercent);
-    // Also by a fade level from 1000 (full) down to 0 (silence).
-    static uint8_t ScaleVelocity(uint8_t velocity, int32_t volumePercent, int32_t fadeLevel);
     static uint8_t Transpose(uint8_t channel, uint8_t note, int32_t semitones);
+
+  protected:
+    void Command(const uint8_t* data, size_t length, int64_t time) override;
 
   private:
     // What went out for one incoming note of one channel.
@@ -63,8 +70,8 @@ class TMidiFilter : public TMidiPassThrough {
     void Release(uint8_t channel, uint8_t note, uint8_t velocity, bool asNoteOn, int64_t time);
 
     std::array<std::array<TSentNote, 128>, 16> fSent{};
+    TVolumeFade fVolumes;
     std::atomic<int32_t> fKey{0};
     std::atomic<int32_t> fVolume{100};
     std::atomic<uint16_t> fMuted{0};
-    std::atomic<const std::atomic<int32_t>*> fFadeSource{nullptr};
 };

@@ -32,12 +32,7 @@ void TNoteOnManager::ControlChange(uint8_t channel, uint8_t controller, uint8_t 
 }
 
 int32_t TNoteOnManager::ResetKind(const uint8_t* data, size_t length) {
-    // Only the prefix counts: a closing 0xF7 or further bytes do not matter. Unlike the
-    // original we never compare past the message's end; a shorter message is no reset.
-    for (const TSysReset& reset : kSysResets)
-        if (length >= reset.length && std::memcmp(data, reset.bytes, reset.length) == 0)
-            return reset.kind;
-    return 0;
+    return sys_reset_kind(data, length);
 }
 
 void TNoteOnManager::SystemExclusive(const uint8_t* data, size_t length, int64_t time) {

@@ -1,9 +1,11 @@
 #include "engine/offline_render.h"
 
+#include <array>
 #include <memory>
 
 #include "engine/midi_filter.h"
 #include "engine/smf_producer.h"
+#include "engine/volume_fade.h"
 #include "midi/midi_defs.h"
 #include "midi/synth.h"
 
@@ -26,12 +28,22 @@ class TRenderSink : public TPlaySink {
     bool Cancelled() const { return fCancelled; }
     int64_t TotalUs() const { return fTotalUs; }
 
+    // As the output chain's filters do it: the channel volumes follow the fade.
+    void FadeLevelChanged(int32_t level, uint32_t tick) override {
+        if (fCancelled) return;
+        RenderUntil(tick);
+        for (int port = 0; port < 2; ++port) {
+            fSynth.SelectPort(port);
+            fVolumes[size_t(port)].SetLevel(level, [&](uint8_t channel, uint8_t volume) {
+                fSynth.ControlChange(channel, TVolumeFade::kVolumeController, volume, 0);
+            });
+        }
+    }
+
   protected:
     void Deliver(const TSMFEvent& e) override {
         if (fCancelled || e.status < 0x80) return;
-        const int64_t us = fProducer.PlayedTickToUs(
-            fProducer.LoopPlan().PlayedTick({Pass(), e.tick}), fOptions.tempoPercent);
-        fSynth.RenderUntilUs(us);
+        const int64_t us = RenderUntil(e.tick);
         if (us >= fNextProgressUs) {
             fNextProgressUs = us + kProgressEveryUs;
             if (fProgress && !fProgress(us, fTotalUs)) fCancelled = true;
@@ -41,7 +53,16 @@ class TRenderSink : public TPlaySink {
     }
 
   private:
+    // The sound up to tick of the current pass; its time in the song as played.
+    int64_t RenderUntil(uint32_t tick) {
+        const int64_t us = fProducer.PlayedTickToUs(fProducer.LoopPlan().PlayedTick({Pass(), tick}),
+                                                    fOptions.tempoPercent);
+        fSynth.RenderUntilUs(us);
+        return us;
+    }
+
     void Send(const TSMFEvent& e) {
+        TVolumeFade& volumes = fVolumes[e.port & 1];
         const uint8_t channel = e.status & 0x0F;
         const uint8_t* d = e.data;
         switch (e.status & 0xF0) {
@@ -51,17 +72,15 @@ class TRenderSink : public TPlaySink {
                 return;
             case midi::kNoteOn:
                 // Velocity 0 is a note-off, whatever the volume.
-                fSynth.NoteOn(
-                    channel, TMidiFilter::Transpose(channel, d[0], fOptions.key),
-                    d[1] ? TMidiFilter::ScaleVelocity(d[1], fOptions.volumePercent, FadeLevel())
-                         : 0,
-                    0);
+                fSynth.NoteOn(channel, TMidiFilter::Transpose(channel, d[0], fOptions.key),
+                              d[1] ? TMidiFilter::ScaleVelocity(d[1], fOptions.volumePercent) : 0,
+                              0);
                 return;
             case midi::kKeyPressure:
                 fSynth.KeyPressure(channel, d[0], d[1], 0);
                 return;
             case midi::kControlChange:
-                fSynth.ControlChange(channel, d[0], d[1], 0);
+                fSynth.ControlChange(channel, d[0], volumes.ControlChange(channel, d[0], d[1]), 0);
                 return;
             case midi::kProgramChange:
                 fSynth.ProgramChange(channel, d[0], 0);
@@ -75,7 +94,9 @@ class TRenderSink : public TPlaySink {
             default:
                 break;
         }
-        if (e.status == midi::kSysExStart) fSynth.SystemExclusive(e.data, e.length, 0);
+        if (e.status != midi::kSysExStart) return;
+        volumes.SystemExclusive(e.data, e.length);
+        fSynth.SystemExclusive(e.data, e.length, 0);
     }
 
     TSMFProducer& fProducer;
@@ -83,6 +104,8 @@ class TRenderSink : public TPlaySink {
     const TRenderOptions& fOptions;
     const TRenderProgressFn& fProgress;
     const int64_t fTotalUs;
+    // Per port: the synthesizer here is fresh, so both start as the filters do.
+    std::array<TVolumeFade, 2> fVolumes;
     int64_t fNextProgressUs = 0;
     bool fCancelled = false;
 };

@@ -13,21 +13,25 @@ std::string TOutputChain::PublicName(int port) {
     return name;
 }
 
-TOutputChain::TOutputChain(TSMFProducer& producer) {
+TOutputChain::TOutputChain(TSMFProducer& producer) : fProducer(producer) {
     for (int port = 0; port < kPorts; ++port) {
         fFilters[port] = std::make_unique<TMidiFilter>(PublicName(port));
         // A consumer with a set of channels per port (the built-in synthesizer) plays
         // lane B on its port-B channels.
         fFilters[port]->Producer()->SetPort(port);
         fFilters[port]->Producer()->Register();
-        fFilters[port]->SetFadeSource(&producer.FadeLevel());
         fManagers[port] = std::make_unique<TNoteOnManager>();
         fManagers[port]->Connect(fFilters[port].get());
         producer.Producer(port)->Connect(fManagers[port].get());
     }
+    producer.SetFadeListener(this);
 }
 
-TOutputChain::~TOutputChain() = default;
+TOutputChain::~TOutputChain() { fProducer.SetFadeListener(nullptr); }
+
+void TOutputChain::FadeStepped(int32_t level) {
+    for (auto& filter : fFilters) filter->PostFadeLevel(level);
+}
 
 bool TOutputChain::QuickAllNotesOff() {
     // Both lanes are asked before either is waited for, so that they work at once.

@@ -11,16 +11,18 @@
 
 #include "engine/midi_filter.h"
 #include "engine/note_on_manager.h"
+#include "engine/smf_producer.h"
 
-class TSMFProducer;
-
-class TOutputChain {
+class TOutputChain final : public TFadeListener {
   public:
     static constexpr int kPorts = 2;
 
-    // The producer must outlive the chain: the filters read its fade level.
+    // The producer must outlive the chain: the chain hears of its fade's steps.
     explicit TOutputChain(TSMFProducer& producer);
     ~TOutputChain();
+
+    // Play thread: both lanes take the new fade level, in order with what was sent before.
+    void FadeStepped(int32_t level) override;
 
     // "Quill MIDI OUT A" for port 0, "Quill MIDI OUT B" for port 1.
     static std::string PublicName(int port);
@@ -41,6 +43,7 @@ class TOutputChain {
     bool WaitIdle(int64_t timeoutUs);
 
   private:
+    TSMFProducer& fProducer;
     std::array<std::unique_ptr<TNoteOnManager>, kPorts> fManagers;
     std::array<std::unique_ptr<TMidiFilter>, kPorts> fFilters;
 };

@@ -33,9 +33,9 @@ class TSprayToLanes : public TPlaySink {
     explicit TSprayToLanes(TSMFProducer& producer, std::atomic<int32_t>& fadeLevel)
         : fProducer(producer), fFadeLevel(fadeLevel) {}
 
-    // The filters read it for every note-on after this.
-    void FadeLevelChanged(int32_t level) override {
+    void FadeLevelChanged(int32_t level, uint32_t /*tick*/) override {
         fFadeLevel.store(level, std::memory_order_relaxed);
+        if (TFadeListener* listener = fProducer.FadeListener()) listener->FadeStepped(level);
     }
 
   protected:
@@ -188,6 +188,9 @@ int32_t TPlayThread::Execute() {
     TakeSeek(&pos);
     producer.Rewind();
     for (auto& track : producer.fTracks) track->SetCurrentTick(pos.tick);
+    // Every play starts at full level: what a fade cut short left scaled comes back before
+    // the first note.
+    lanes.FadeLevelChanged(lanes.FadeLevel(), pos.tick);
     // Looked up before playing starts, and again only at a seek.
     int64_t fadeElapsedUs = plan.FadeElapsedUs(pos, producer.TempoMap());
 

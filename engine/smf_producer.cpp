@@ -61,10 +61,10 @@ void TPlaySink::ReleaseSounding(uint32_t tick) {
     }
 }
 
-void TPlaySink::SetFadeLevel(int32_t level) {
+void TPlaySink::SetFadeLevel(int32_t level, uint32_t tick) {
     if (level == fFadeLevel) return;
     fFadeLevel = level;
-    FadeLevelChanged(level);
+    FadeLevelChanged(level, tick);
 }
 
 TSMFProducer::TSMFProducer() {
@@ -261,7 +261,7 @@ bool TSMFProducer::LoopStep(TLoopPlan::TPos* pos, int64_t fadeElapsedUs, TPlaySi
         const TLoopPlan::TPos last = fLoopPlan.Last();
         if (pos->pass >= last.pass ||
             (pos->pass + 1 == last.pass && last.tick <= fLoopPlan.StartTick())) {
-            sink.SetFadeLevel(fLoopPlan.FadeLevel(fadeElapsedUs));
+            sink.SetFadeLevel(fLoopPlan.FadeLevel(fadeElapsedUs), pos->tick);
             return false;
         }
         ++pos->pass;
@@ -272,7 +272,7 @@ bool TSMFProducer::LoopStep(TLoopPlan::TPos* pos, int64_t fadeElapsedUs, TPlaySi
         fTempo.store(fTempoMap.TempoAt(pos->tick), std::memory_order_relaxed);
     }
     sink.SetPass(pos->pass);
-    sink.SetFadeLevel(fLoopPlan.FadeLevel(fadeElapsedUs));
+    sink.SetFadeLevel(fLoopPlan.FadeLevel(fadeElapsedUs), pos->tick);
     return true;
 }
 
@@ -280,9 +280,16 @@ uint32_t TSMFProducer::NextTick(TLoopPlan::TPos pos, uint32_t wait, int64_t* fad
     uint32_t next = wait == TSMFTrack::kNoEvent ? TSMFTrack::kNoEvent : pos.tick + wait;
     if (!fLoopPlan.IsActive()) return next;
     next = std::min(next, fLoopPlan.StopTick(pos.pass));
-    // The tempo cannot change between two stops: every Set Tempo is one.
-    if (fLoopPlan.IsFading(pos.pass))
+    if (fLoopPlan.IsFading(pos.pass)) {
+        // Held notes fade by steps of their channel volume: the level moves on at least
+        // every kFadeStepUs, also where the song sends nothing.
+        const uint64_t stepTicks = std::max<uint64_t>(
+            1, uint64_t(kFadeStepUs) * uint16_t(std::max<int16_t>(fDivision, 1)) /
+                   std::max<uint32_t>(Tempo(), 1));
+        next = uint32_t(std::min<uint64_t>(next, pos.tick + stepTicks));
+        // The tempo cannot change between two stops: every Set Tempo is one.
         *fadeElapsedUs += ticks_to_us(next - pos.tick, Tempo(), fDivision, 100);
+    }
     return next;
 }
 

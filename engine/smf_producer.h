@@ -27,6 +27,16 @@ class TPlayThread;
 // A sink for the song as played, its marked loop unrolled. It counts the notes it has
 // passed on, so that where the song jumps back or ends in the middle, those still
 // sounding can be released.
+// Told by the play thread of every step of the fade level, once FadeLevel() holds it and
+// before the events that follow it are sent; the play thread's rules hold: wait-free.
+class TFadeListener {
+  public:
+    virtual void FadeStepped(int32_t level) = 0;
+
+  protected:
+    ~TFadeListener() = default;
+};
+
 class TPlaySink : public TSMFEventSink {
   public:
     void Event(const TSMFEvent& event) final;
@@ -37,10 +47,10 @@ class TPlaySink : public TSMFEventSink {
     // The pass through the loop that the next events belong to (see TLoopPlan).
     uint32_t Pass() const { return fPass; }
     void SetPass(uint32_t pass) { fPass = pass; }
-    // The fade level (per mille) for the events from now on; told only when it changes.
-    virtual void FadeLevelChanged(int32_t) {}
+    // The fade level (per mille) for the events from tick on; told only when it changes.
+    virtual void FadeLevelChanged(int32_t /*level*/, uint32_t /*tick*/) {}
     int32_t FadeLevel() const { return fFadeLevel; }
-    void SetFadeLevel(int32_t level);
+    void SetFadeLevel(int32_t level, uint32_t tick);
 
   protected:
     virtual void Deliver(const TSMFEvent& event) = 0;
@@ -134,6 +144,13 @@ class TSMFProducer {
     // The fade level (per mille) of the played song; written by the play thread, read by
     // the filters of the output chain on their receive threads.
     const std::atomic<int32_t>& FadeLevel() const { return fFadeLevel; }
+    // Owner's thread, no song playing: who hears of the fade's steps; null for nobody. The
+    // play thread also tells it the level it starts at, so that a fade cut short by a stop
+    // or an end is undone when the next song plays.
+    void SetFadeListener(TFadeListener* listener) {
+        fFadeListener.store(listener, std::memory_order_release);
+    }
+    TFadeListener* FadeListener() const { return fFadeListener.load(std::memory_order_acquire); }
 
     // Chase on seek: after a seek, the programs (with their banks), controllers, registered
     // and non-registered parameters, pitch bends and channel pressures in force at the new
@@ -173,8 +190,11 @@ class TSMFProducer {
     // the song (false). Tells sink the fade level at pos.
     bool LoopStep(TLoopPlan::TPos* pos, int64_t fadeElapsedUs, TPlaySink& sink,
                   TChaseIndex::TState* scratch);
-    // After the events of pos: the next tick to stop at (the next event's, or where the pass
-    // stops), or kNoEvent at the song's end; the fade's run time moves on to it.
+    // After the events of pos: the next tick to stop at (the next event's, where the pass
+    // stops, or during a fade the next step of its level), or kNoEvent at the song's end;
+    // the fade's run time moves on to it. Steps of 50 ms are heard as a smooth fade: a
+    // 7-bit volume moves by at most a few units per step over the shortest fade.
+    static constexpr int64_t kFadeStepUs = 50000;
     uint32_t NextTick(TLoopPlan::TPos pos, uint32_t wait, int64_t* fadeElapsedUs) const;
 
     std::vector<uint8_t> fFile;
@@ -200,4 +220,5 @@ class TSMFProducer {
     // Changed only while no play thread exists.
     TLoopPlan fLoopPlan;
     std::atomic<int32_t> fFadeLevel{TLoopPlan::kFadeFull};
+    std::atomic<TFadeListener*> fFadeListener{nullptr};
 };

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 inline constexpr uint8_t MIDI_NRT_GM_SYSTEM_ON[] = {0x7E, 0x7F, 0x09, 0x01};
 inline constexpr uint8_t MIDI_NRT_GS_SYSTEM_ON[] = {0x41, 0x10, 0x42, 0x12, 0x40,
@@ -33,3 +34,13 @@ inline constexpr TSysReset kSysResets[] = {
     {kSysReset88, MIDI_NRT_88_SYSTEM_ON, sizeof MIDI_NRT_88_SYSTEM_ON},
     {kSysResetXG, MIDI_NRT_XG_SYSTEM_ON, sizeof MIDI_NRT_XG_SYSTEM_ON},
 };
+
+// The kind of system reset that SysEx data (without its 0xF0) is, or 0. Only the prefix
+// counts: a closing 0xF7 or further bytes do not matter. Unlike the original we never
+// compare past the message's end; a shorter message is no reset.
+inline int32_t sys_reset_kind(const uint8_t* data, size_t length) {
+    for (const TSysReset& reset : kSysResets)
+        if (length >= reset.length && std::memcmp(data, reset.bytes, reset.length) == 0)
+            return reset.kind;
+    return 0;
+}

@@ -4,14 +4,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "engine/loop_plan.h"
 #include "engine/midi_filter.h"
 #include "engine/offline_render.h"
+#include "engine/volume_fade.h"
 #include "tests/engine/chain_fixture.h"
 #include "tests/midi/wav_reader.h"
 #include "tests/support/smf_builder.h"
@@ -98,6 +101,53 @@ class TWalkRecorder : public TPlaySink {
                           uint8_t(e.length > 1 ? e.data[1] : 0), FadeLevel()});
     }
 };
+
+// A note held through the whole loop's body (six quarters), on channel 1 of port A and on
+// channel 2 of port B, with the loop marked from the song's start. A volume of -1 leaves
+// controller 7 unsent.
+std::vector<uint8_t> held_song(uint32_t tempo, int volume = -1, uint8_t program = 0) {
+    TSmfBuilder smf(1, 480);
+    TTrackBuilder& a = smf.AddTrack().Tempo(0, tempo).Control(0, 0, 111, 0);
+    TTrackBuilder& b = smf.AddTrack().Port(0, 1);
+    if (volume >= 0) {
+        a.Control(0, 0, 7, uint8_t(volume));
+        b.Control(0, 1, 7, uint8_t(volume));
+    }
+    a.Program(0, 0, program).NoteOn(0, 0, 60, 100).NoteOff(6 * 480, 0, 60);
+    b.Program(0, 1, program).NoteOn(0, 1, 67, 100).NoteOff(6 * 480, 1, 67);
+    return smf.Bytes();
+}
+
+// The controller-7 values a recorder received on channel, in order.
+std::vector<int> volumes_of(const TMidiRecorder& recorder, uint8_t channel) {
+    std::vector<int> values;
+    for (const TMidiRecorder::TEntry& entry : recorder.Entries()) {
+        const uint8_t* bytes = recorder.BytesOf(entry);
+        if (entry.length == 3 && bytes[0] == (0xB0 | channel) && bytes[1] == 7)
+            values.push_back(bytes[2]);
+    }
+    return values;
+}
+
+// How many controller-7 messages of channel came while its note sounded for the last time.
+int volumes_while_last_note_sounds(const TMidiRecorder& recorder, uint8_t channel) {
+    int count = 0;
+    bool sounding = false;
+    for (const TMidiRecorder::TEntry& entry : recorder.Entries()) {
+        const uint8_t* bytes = recorder.BytesOf(entry);
+        if (entry.length != 3 || (bytes[0] & 0x0F) != channel) continue;
+        const uint8_t kind = bytes[0] & 0xF0;
+        if (kind == 0x90 && bytes[2] > 0) {
+            sounding = true;
+            count = 0;
+        } else if (kind == 0x80 || kind == 0x90) {
+            sounding = false;
+        } else if (kind == 0xB0 && bytes[1] == 7 && sounding) {
+            ++count;
+        }
+    }
+    return count;
+}
 
 int count_note_ons(const std::vector<TWalked>& events, uint8_t note) {
     int count = 0;
@@ -211,9 +261,9 @@ TEST(LoopPlan, TheFadeEndsWhereItsTimeIsRunAndItsLevelFallsToSilence) {
     }
     EXPECT_EQ(plan.FadeLevel(0), TLoopPlan::kFadeFull);
     EXPECT_EQ(plan.FadeLevel(1000000), 0);
-    EXPECT_EQ(TMidiFilter::ScaleVelocity(100, 100, 500), 50);
-    EXPECT_EQ(TMidiFilter::ScaleVelocity(100, 200, 500), 100);
-    EXPECT_EQ(TMidiFilter::ScaleVelocity(100, 100, 0), 0);
+    EXPECT_EQ(TVolumeFade::Scale(100, 500), 50);
+    EXPECT_EQ(TVolumeFade::Scale(80, TLoopPlan::kFadeFull), 80);
+    EXPECT_EQ(TVolumeFade::Scale(127, 0), 0);
 }
 
 TEST(LoopWalk, TheBodyPlaysOnceMorePerTimeWithNothingSoundingAtAJump) {
@@ -312,7 +362,7 @@ TEST(LoopPlay, ThePlayThreadLoopsReleasesAtEveryJumpAndEndsAtTheLastLoopsEnd) {
     EXPECT_EQ(balance.back(), 0);
 }
 
-TEST(LoopPlay, TheFiltersRampTheVelocitiesDownToSilence) {
+TEST(LoopPlay, TheFiltersFadeByVolumeNotByVelocity) {
     TChainFixture f;
     ASSERT_EQ(f.producer.SetTo(cc111_song()), 0);
     f.producer.SetLoopSettings(loops(1, 1));
@@ -325,18 +375,102 @@ TEST(LoopPlay, TheFiltersRampTheVelocitiesDownToSilence) {
         if (entry.length == 3 && bytes[0] == 0x90 && bytes[1] == 0x3E)
             velocities.push_back(bytes[2]);
     }
-    // Two passes at full velocity, then ten fading ones.
+    // Two passes, then ten fading ones, all struck as the song strikes them: the channel
+    // volume fades them.
     ASSERT_EQ(velocities.size(), 12u);
-    EXPECT_EQ(velocities[0], 100);
-    EXPECT_EQ(velocities[1], 100);
-    // Each fading pass starts a tenth further into the fade: the ramp is in song time, so
-    // the values do not depend on how the threads were scheduled.
-    for (size_t k = 0; k < 10; ++k) EXPECT_EQ(velocities[2 + k], 100 - 10 * int(k)) << k;
+    for (int velocity : velocities) EXPECT_EQ(velocity, 100);
+    const std::vector<int> volumes = volumes_of(f.portA, 0);
+    ASSERT_FALSE(volumes.empty());
+    EXPECT_EQ(volumes.back(), 0);
     EXPECT_EQ(running_balance(f.portA).back(), 0);
     EXPECT_EQ(f.producer.FadeLevel().load(), 0);
     // The next song starts at full level.
     f.producer.Stop();
     EXPECT_EQ(f.producer.FadeLevel().load(), TLoopPlan::kFadeFull);
+}
+
+// Plays song with settings through f's chain until it ends (the count-th end of f), and
+// waits until the recorders have everything; false when it did not end in time.
+bool play_to_end(TChainFixture& f, const std::vector<uint8_t>& song, const TLoopSettings& settings,
+                 int count = 1) {
+    if (f.producer.SetTo(song) != 0) return false;
+    f.producer.SetLoopSettings(settings);
+    f.producer.Play();
+    if (!wait_for([&] { return f.ended.load() == count; })) return false;
+    f.Drain();
+    return true;
+}
+
+// A quarter of 200 ms: a body of 1.2 s, longer than the shortest fade of a second.
+constexpr uint32_t kHeldTempo = 200000;
+
+TEST(LoopPlay, AHeldNoteFadesWithItsChannelVolumeDownToSilenceOnBothPorts) {
+    TChainFixture f;
+    ASSERT_TRUE(play_to_end(f, held_song(kHeldTempo), loops(1, 1)));
+    for (const auto& [recorder, channel] :
+         {std::pair<const TMidiRecorder*, uint8_t>{&f.portA, 0}, {&f.portB, 1}}) {
+        const std::vector<int> values = volumes_of(*recorder, channel);
+        // A second of fade in steps of at most 50 ms: twenty steps, each a new value.
+        ASSERT_GE(values.size(), 10u) << "channel " << int(channel);
+        // Never sent, the volume is the default of 100: the fade starts below it.
+        EXPECT_LE(values.front(), 100);
+        for (size_t i = 1; i < values.size(); ++i)
+            EXPECT_LE(values[i], values[i - 1]) << "channel " << int(channel) << " step " << i;
+        EXPECT_EQ(values.back(), 0);
+        // The note struck as the fade began is the one that fades.
+        EXPECT_GE(volumes_while_last_note_sounds(*recorder, channel), 10)
+            << "channel " << int(channel);
+        EXPECT_EQ(running_balance(*recorder).back(), 0);
+    }
+}
+
+TEST(LoopPlay, TheFadeScalesTheVolumeTheSongSet) {
+    TChainFixture f;
+    ASSERT_TRUE(play_to_end(f, held_song(kHeldTempo, 80), loops(1, 1)));
+    for (const auto& [recorder, channel] :
+         {std::pair<const TMidiRecorder*, uint8_t>{&f.portA, 0}, {&f.portB, 1}}) {
+        const std::vector<int> values = volumes_of(*recorder, channel);
+        ASSERT_FALSE(values.empty());
+        // The song's 80 at the start of every pass, the last at the fade's start.
+        const size_t last80 =
+            size_t(std::find(values.rbegin(), values.rend(), 80) - values.rbegin());
+        ASSERT_LT(last80, values.size()) << "channel " << int(channel);
+        const std::vector<int> fade(values.end() - long(last80), values.end());
+        ASSERT_GE(fade.size(), 10u) << "channel " << int(channel);
+        EXPECT_GE(fade.front(), 70) << "the first step is a small one down from 80";
+        for (size_t i = 1; i < fade.size(); ++i) EXPECT_LE(fade[i], fade[i - 1]) << i;
+        EXPECT_EQ(fade.back(), 0);
+        for (int value : values) EXPECT_LE(value, 80);
+    }
+}
+
+TEST(LoopPlay, AfterAFadeTheNextSongIsNotPlayedQuiet) {
+    TChainFixture f;
+    ASSERT_TRUE(play_to_end(f, held_song(kHeldTempo), loops(1, 1)));
+    // A song that never sets a volume, loops off.
+    f.producer.Stop();
+    TSmfBuilder next(1, 480);
+    next.AddTrack().Tempo(0, kFastTempo).NoteOn(0, 0, 72, 90).NoteOff(480, 0, 72);
+    next.AddTrack().Port(0, 1).NoteOn(0, 1, 74, 90).NoteOff(480, 1, 74);
+    ASSERT_TRUE(play_to_end(f, next.Bytes(), TLoopSettings{}, 2));
+    for (const auto& [recorder, channel, note] :
+         {std::tuple<const TMidiRecorder*, uint8_t, uint8_t>{&f.portA, 0, 72}, {&f.portB, 1, 74}}) {
+        // The volume in force when the next song's note is struck: the last controller 7
+        // that reached the channel, or the default of 100 when none did.
+        int volume = 100;
+        bool struck = false;
+        for (const TMidiRecorder::TEntry& entry : recorder->Entries()) {
+            const uint8_t* bytes = recorder->BytesOf(entry);
+            if (entry.length != 3) continue;
+            if (bytes[0] == (0xB0 | channel) && bytes[1] == 7) volume = bytes[2];
+            if (bytes[0] == (0x90 | channel) && bytes[1] == note && bytes[2] > 0) {
+                struck = true;
+                break;
+            }
+        }
+        ASSERT_TRUE(struck) << "channel " << int(channel);
+        EXPECT_EQ(volume, 100) << "channel " << int(channel);
+    }
 }
 
 TEST(LoopPlay, OffNothingLoopsAndTheEndsNoteOffIsSent) {
@@ -399,6 +533,29 @@ TEST(LoopRender, TheWaveIsLongerByTheLoopsItPlays) {
     EXPECT_EQ(c.Frames(), size_t(5.5 * 44100));
     // The fade's last second is quieter than the loop before it.
     EXPECT_LT(c.PeakOf(size_t(4.5 * 44100), c.Frames()), c.PeakOf(size_t(1.5 * 44100), 110250) / 2);
+}
+
+TEST(LoopRender, AHeldNoteFadesOutInTheWave) {
+    TTempDir dir;
+    TSMFProducer producer;
+    // An organ (program 20) holds its sound: what falls in the wave is the fade alone.
+    // A body of 3 s, and a fade of 2 s inside the third pass.
+    ASSERT_EQ(producer.SetTo(held_song(500000, -1, 19)), 0);
+    producer.SetLoopSettings(loops(1, 2));
+    TRenderOptions options;
+    options.tailUs = 0;
+    std::string error;
+    const auto path = dir.Path() / "held.wav";
+    ASSERT_EQ(render_song(producer, path.string(), options, nullptr, &error), 0) << error;
+    const TWavFile wav = read_wav(path);
+    ASSERT_TRUE(wav.problem.empty()) << wav.problem;
+    ASSERT_EQ(wav.Frames(), size_t(8 * 44100));
+    const size_t fadeStart = 6 * 44100;
+    const size_t fifth = 2 * 44100 / 5;
+    const double first = wav.RmsOf(fadeStart, fadeStart + fifth);
+    const double last = wav.RmsOf(wav.Frames() - fifth, wav.Frames());
+    ASSERT_GT(first, 100.0) << "the held notes sound as the fade begins";
+    EXPECT_LT(last, first / 4) << "first fifth " << first << ", last fifth " << last;
 }
 
 }  // namespace

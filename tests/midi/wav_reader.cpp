@@ -1,6 +1,7 @@
 #include "tests/midi/wav_reader.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
@@ -26,6 +27,15 @@ int TWavFile::PeakOf(size_t firstFrame, size_t endFrame) const {
     for (size_t i = firstFrame * channels; i < endFrame * channels; ++i)
         peak = std::max(peak, std::abs(int(samples[i])));
     return peak;
+}
+
+double TWavFile::RmsOf(size_t firstFrame, size_t endFrame) const {
+    endFrame = std::min(endFrame, Frames());
+    if (firstFrame >= endFrame) return 0;
+    double sum = 0;
+    for (size_t i = firstFrame * channels; i < endFrame * channels; ++i)
+        sum += double(samples[i]) * samples[i];
+    return std::sqrt(sum / double((endFrame - firstFrame) * channels));
 }
 
 TWavFile read_wav(const std::filesystem::path& path) {

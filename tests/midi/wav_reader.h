@@ -20,6 +20,8 @@ struct TWavFile {
     size_t Frames() const { return channels ? samples.size() / channels : 0; }
     // The largest absolute sample of frames [first, end).
     int PeakOf(size_t firstFrame, size_t endFrame) const;
+    // The root mean square of the samples of frames [first, end); 0 for none.
+    double RmsOf(size_t firstFrame, size_t endFrame) const;
 };
 
 TWavFile read_wav(const std::filesystem::path& path);
