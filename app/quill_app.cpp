@@ -108,11 +108,11 @@ TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     ShowMidiStatus(options.startSystemMidi);
 
     connect(&fLanguageWatcher, &QFileSystemWatcher::directoryChanged, this,
-            [this] { post_message(this, veldan::TMessage(kMsgNodeLanguageChanged)); });
+            [this] { post_message(this, veldan::TMessage(quill::kMsgLanguageFolderChanged)); });
     connect(&fLanguageWatcher, &QFileSystemWatcher::fileChanged, this,
-            [this] { post_message(this, veldan::TMessage(kMsgNodeLanguageChanged)); });
+            [this] { post_message(this, veldan::TMessage(quill::kMsgLanguageFolderChanged)); });
     connect(&fLoaderWatcher, &QFileSystemWatcher::directoryChanged, this,
-            [this] { post_message(this, veldan::TMessage(kMsgNodeLoaderChanged)); });
+            [this] { post_message(this, veldan::TMessage(quill::kMsgLoaderFolderChanged)); });
     SetNodeMonitorLanguage();
     SetNodeMonitorLoader();
 }
@@ -124,8 +124,8 @@ TQuillApp::~TQuillApp() {
 void TQuillApp::StartMidi(const TOptions& options) {
     if (options.startSystemMidi) {
         fBackends.SetProblemHandler([this](const std::string& problem) {
-            veldan::TMessage status(kMsgPrefChanged);
-            status.AddString(quill::TQuillView::kStatBarStringField, problem);
+            veldan::TMessage status(quill::kMsgPrefChanged);
+            status.AddString(quill::kStatBarStringField, problem);
             TransferMessage(status, fMainWin);
         });
         fBackends.Start();
@@ -336,12 +336,12 @@ void TQuillApp::SetNodeMonitorLoader() {
 }
 
 void TQuillApp::NodeLanguageChanged() {
-    post_message(this, veldan::TMessage(kMsgPrefLanguageChanged));
+    post_message(this, veldan::TMessage(quill::kMsgReloadLanguage));
 }
 
 void TQuillApp::PrefLanguageChanged() {
     LoadLanguage();
-    post_message(this, veldan::TMessage(kMsgLanguageChanged));
+    post_message(this, veldan::TMessage(quill::kMsgLanguageChanged));
 }
 
 void TQuillApp::LanguageChanged() {
@@ -367,7 +367,7 @@ void TQuillApp::LanguageFileDropped(const veldan::TMessage& message) {
     SetNodeMonitorLanguage();
     pref().languageFile = source.filename().string();
     save_pref(false);
-    post_message(this, veldan::TMessage(kMsgPrefLanguageChanged));
+    post_message(this, veldan::TMessage(quill::kMsgReloadLanguage));
 }
 
 void TQuillApp::InstallPlayListMime() {
@@ -450,28 +450,28 @@ void TQuillApp::AboutRequested() {
 
 void TQuillApp::MessageReceived(veldan::TMessage* message) {
     switch (message->what) {
-        case kMsgLanguageChanged:
+        case quill::kMsgLanguageChanged:
             LanguageChanged();
             TransferMessage(*message, fMainWin);
             TransferMessage(*message, fPrefWin);
             break;
-        case kMsgLanguageFileDropped:
+        case quill::kMsgLanguageFileDropped:
             LanguageFileDropped(*message);
             TransferMessage(*message, fPrefWin);
             break;
-        case kMsgNodeLanguageChanged:
+        case quill::kMsgLanguageFolderChanged:
             NodeLanguageChanged();
             TransferMessage(*message, fPrefWin);
             if (fAboutWin) fAboutWin->ReloadLanguageFiles();
             break;
-        case kMsgNodeLoaderChanged:
+        case quill::kMsgLoaderFolderChanged:
             TransferMessage(*message, fMainWin);
             if (fAboutWin) fAboutWin->ReloadLoaders();
             break;
-        case kMsgPrefLanguageChanged:
+        case quill::kMsgReloadLanguage:
             PrefLanguageChanged();
             break;
-        case kMsgPrefChanged:
+        case quill::kMsgPrefChanged:
             ApplySynthPrefs();
             TransferMessage(*message, fMainWin);
             break;
@@ -481,7 +481,7 @@ void TQuillApp::MessageReceived(veldan::TMessage* message) {
         case TQuillWin::kMsgDrvCvtPrefs:
             MItemDrvCvtSettingClicked();
             break;
-        case kMsgDrvCvtChanged:
+        case quill::kMsgDrvCvtChanged:
             DrvCvtSettingChanged();
             break;
         case TQuillWin::kMsgHelp:

@@ -717,11 +717,11 @@ void TQuillWin::MessageReceived(veldan::TMessage* message) {
         case TQuillView::kMsgListShownChanged:
             FitHeightToList();
             break;
-        case TQuillView::kMsgLanguageChanged:
+        case quill::kMsgLanguageChanged:
             LanguageChanged();
             break;
-        case TQuillView::kMsgNodeLoaderChanged:
-        case TQuillView::kMsgPrefChanged:
+        case quill::kMsgLoaderFolderChanged:
+        case quill::kMsgPrefChanged:
             veldan::post_message(fView, *message);
             break;
         default:
