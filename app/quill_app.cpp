@@ -205,7 +205,7 @@ void TQuillApp::ApplySynthPrefs() {
 void TQuillApp::StartMpris() {
     TMprisService::THooks hooks;
     hooks.raise = [this] { RaiseMainWin(); };
-    hooks.quit = [this] { post_message(this, veldan::TMessage(TQuillWin::kMsgQuitRequested)); };
+    hooks.quit = [this] { post_message(this, veldan::TMessage(veldan::kMsgQuitRequested)); };
     hooks.open = [this](const std::vector<fs::path>& files) { OpenFiles(files); };
     fMpris = std::make_unique<TMprisService>(fMainWin->View(), std::move(hooks));
     fMainWin->SetPlayerChangeFn([this](uint32_t what) {
@@ -493,7 +493,7 @@ void TQuillApp::MessageReceived(veldan::TMessage* message) {
         case TQuillWin::kMsgAboutRequested:
             AboutRequested();
             break;
-        case TQuillWin::kMsgQuitRequested:
+        case veldan::kMsgQuitRequested:
             if (QuitRequested()) Quit();
             break;
         default:
