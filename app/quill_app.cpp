@@ -20,6 +20,7 @@
 #include "player/quill_view.h"
 #include "player/resources.h"
 #include "playlist/drvcvt_win.h"
+#include "playlist/native_loader.h"
 #include "playlist/orvick_view.h"
 #include "veldan/base/atomic_file.h"
 #include "veldan/core/entry.h"
@@ -40,7 +41,6 @@ constexpr char kTextCannotCreatePrefWin[] = "Err_Cannot_Create_Pref_Win";
 constexpr char kTextSynthToFile[] = "Stat_Str_Synth_To_File";
 constexpr char kTextNoSequencer[] = "Stat_Str_No_MIDI_Sequencer";
 constexpr char kTextCannotStartSynth[] = "Err_Cannot_Start_Synth";
-constexpr char kMimePackageFile[] = "x-vnd.VELDAN-QuillMIDI-PlayList.xml";
 // Below the main window's top edge, so both title bars stay visible.
 constexpr int kSecondaryWindowOffset = 20;
 
@@ -376,7 +376,10 @@ void TQuillApp::InstallPlayListMime() {
     fs::path mime = fs::path(data.toStdString()) / "mime";
     std::error_code error;
     fs::create_directories(mime / "packages", error);
-    const QString package = QString::fromStdString((mime / "packages" / kMimePackageFile).string());
+    // The package is named after the type it defines, as shared-mime-info names its own.
+    const std::string_view type = TCLNative100::kMimeType;
+    const std::string packageFile = std::string(type.substr(type.find('/') + 1)) + ".xml";
+    const QString package = QString::fromStdString((mime / "packages" / packageFile).string());
     QFile resource(kMimePackageResource);
     if (resource.open(QIODevice::ReadOnly)) {
         const QByteArray bytes = resource.readAll();

@@ -33,7 +33,6 @@
 
 class TQuillApp : public veldan::THandler {
   public:
-    static constexpr char kPlaylistMimeType[] = "text/x-vnd.VELDAN-QuillMIDI-PlayList";
     static constexpr char kHelpDocument[] = "QuillMIDI.htm";
 
     struct TOptions {

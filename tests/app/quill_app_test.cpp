@@ -27,6 +27,7 @@
 #include "player/control_bar.h"
 #include "player/quill_view.h"
 #include "playlist/ai_selector.h"
+#include "playlist/native_loader.h"
 #include "playlist/orvick_view.h"
 #include "tests/support/fault_child.h"
 #include "tests/support/scoped_env.h"
@@ -118,7 +119,7 @@ TEST_F(QuillAppTest, FirstStartInstallsThePlaylistTypeOnceAndPlaysThroughTheSynt
         ASSERT_TRUE(fs::exists(package));
         std::vector<uint8_t> bytes = read_file_bytes(package);
         std::string xml(bytes.begin(), bytes.end());
-        EXPECT_NE(xml.find(TQuillApp::kPlaylistMimeType), std::string::npos);
+        EXPECT_NE(xml.find(TCLNative100::kMimeType), std::string::npos);
         EXPECT_NE(xml.find("*.qml"), std::string::npos);
         std::vector<TMidiConsumer*> portA =
             app->MainWin()->View()->Controller().Chain().PublicOut(0)->Connections();
