@@ -150,8 +150,7 @@ void TQuillApp::StartMidi(const TOptions& options) {
 void TQuillApp::LoadAIDatabase() {
     // Read before the first song is scored, or this run's scores would replace what was
     // learned before at quit.
-    if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database))
-        fMainWin->View()->Controller().AISelector().Load(database);
+    fMainWin->View()->Controller().LoadLearnedScores();
 }
 
 void TQuillApp::TellSynthProblem(const std::string& problem) {
@@ -272,11 +271,9 @@ void TQuillApp::Quit() {
     // No note may hang in a synthesizer that outlives us.
     fMainWin->View()->Controller().StopSong();
     fMainWin->View()->Controller().MuteAllMidiOut();
-    if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database)) {
-        std::string error;
-        if (fMainWin->View()->Controller().AISelector().Save(database, &error) != 0)
-            report_settings_failure(error, database);
-    }
+    std::string error;
+    if (fs::path database; fMainWin->View()->Controller().SaveLearnedScores(&error, &database) != 0)
+        report_settings_failure(error, database);
     delete fMainWin.data();
     fMainWin = nullptr;
     if (fSynth) fSynth->Finish(0);
