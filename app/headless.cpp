@@ -24,7 +24,6 @@
 #include "player/quill_controller.h"
 #include "player/readout.h"
 #include "player/resources.h"
-#include "playlist/ai_selector.h"
 #include "playlist/song_queue.h"
 #include "veldan/base/atomic_file.h"
 #include "veldan/base/clock.h"
@@ -344,8 +343,7 @@ void THeadlessPlayer::MakePlayer() {
     fPlayer->SetKey(fOptions.key);
     fPlayer->SetVolume(fOptions.volumePercent);
     fPlayer->SetTempoRate(fOptions.tempoPercent);
-    if (fs::path database; fPrefs.useAIDatabase && TAISelector::DatabaseEntry(&database))
-        fPlayer->AISelector().Load(database);
+    fPlayer->LoadLearnedScores();
 }
 
 bool THeadlessPlayer::AddFiles() {

@@ -15,6 +15,7 @@
 #include "player/control_bar.h"
 #include "player/play_modes.h"
 #include "player/quill_view.h"
+#include "playlist/native_loader.h"
 #include "playlist/orvick_view.h"
 #include "veldan/core/entry.h"
 #include "veldan/core/message.h"
@@ -71,7 +72,7 @@ class TMprisService::TRootAdaptor : public QDBusAbstractAdaptor {
     QStringList SupportedUriSchemes() const { return {QStringLiteral("file")}; }
     QStringList SupportedMimeTypes() const {
         return {QStringLiteral("audio/midi"), QStringLiteral("audio/x-midi"),
-                QStringLiteral("text/x-vnd.VELDAN-QuillMIDI-PlayList")};
+                QString::fromLatin1(TCLNative100::kMimeType)};
     }
 
   public slots:

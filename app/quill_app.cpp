@@ -20,6 +20,7 @@
 #include "player/quill_view.h"
 #include "player/resources.h"
 #include "playlist/drvcvt_win.h"
+#include "playlist/native_loader.h"
 #include "playlist/orvick_view.h"
 #include "veldan/base/atomic_file.h"
 #include "veldan/core/entry.h"
@@ -40,7 +41,6 @@ constexpr char kTextCannotCreatePrefWin[] = "Err_Cannot_Create_Pref_Win";
 constexpr char kTextSynthToFile[] = "Stat_Str_Synth_To_File";
 constexpr char kTextNoSequencer[] = "Stat_Str_No_MIDI_Sequencer";
 constexpr char kTextCannotStartSynth[] = "Err_Cannot_Start_Synth";
-constexpr char kMimePackageFile[] = "x-vnd.VELDAN-QuillMIDI-PlayList.xml";
 // Below the main window's top edge, so both title bars stay visible.
 constexpr int kSecondaryWindowOffset = 20;
 
@@ -108,11 +108,11 @@ TQuillApp::TQuillApp(const TOptions& options) : fExeFolder(options.exeFolder) {
     ShowMidiStatus(options.startSystemMidi);
 
     connect(&fLanguageWatcher, &QFileSystemWatcher::directoryChanged, this,
-            [this] { post_message(this, veldan::TMessage(kMsgNodeLanguageChanged)); });
+            [this] { post_message(this, veldan::TMessage(quill::kMsgLanguageFolderChanged)); });
     connect(&fLanguageWatcher, &QFileSystemWatcher::fileChanged, this,
-            [this] { post_message(this, veldan::TMessage(kMsgNodeLanguageChanged)); });
+            [this] { post_message(this, veldan::TMessage(quill::kMsgLanguageFolderChanged)); });
     connect(&fLoaderWatcher, &QFileSystemWatcher::directoryChanged, this,
-            [this] { post_message(this, veldan::TMessage(kMsgNodeLoaderChanged)); });
+            [this] { post_message(this, veldan::TMessage(quill::kMsgLoaderFolderChanged)); });
     SetNodeMonitorLanguage();
     SetNodeMonitorLoader();
 }
@@ -124,8 +124,8 @@ TQuillApp::~TQuillApp() {
 void TQuillApp::StartMidi(const TOptions& options) {
     if (options.startSystemMidi) {
         fBackends.SetProblemHandler([this](const std::string& problem) {
-            veldan::TMessage status(kMsgPrefChanged);
-            status.AddString(quill::TQuillView::kStatBarStringField, problem);
+            veldan::TMessage status(quill::kMsgPrefChanged);
+            status.AddString(quill::kStatBarStringField, problem);
             TransferMessage(status, fMainWin);
         });
         fBackends.Start();
@@ -150,8 +150,7 @@ void TQuillApp::StartMidi(const TOptions& options) {
 void TQuillApp::LoadAIDatabase() {
     // Read before the first song is scored, or this run's scores would replace what was
     // learned before at quit.
-    if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database))
-        fMainWin->View()->Controller().AISelector().Load(database);
+    fMainWin->View()->Controller().LoadLearnedScores();
 }
 
 void TQuillApp::TellSynthProblem(const std::string& problem) {
@@ -205,7 +204,7 @@ void TQuillApp::ApplySynthPrefs() {
 void TQuillApp::StartMpris() {
     TMprisService::THooks hooks;
     hooks.raise = [this] { RaiseMainWin(); };
-    hooks.quit = [this] { post_message(this, veldan::TMessage(TQuillWin::kMsgQuitRequested)); };
+    hooks.quit = [this] { post_message(this, veldan::TMessage(veldan::kMsgQuitRequested)); };
     hooks.open = [this](const std::vector<fs::path>& files) { OpenFiles(files); };
     fMpris = std::make_unique<TMprisService>(fMainWin->View(), std::move(hooks));
     fMainWin->SetPlayerChangeFn([this](uint32_t what) {
@@ -275,11 +274,9 @@ void TQuillApp::Quit() {
     save_exit_state();
     // Stopped first, so that what the song taught is in the scores saved.
     fMainWin->View()->Controller().StopSong();
-    if (fs::path database; pref().useAIDatabase && TAISelector::DatabaseEntry(&database)) {
-        std::string error;
-        if (fMainWin->View()->Controller().AISelector().Save(database, &error) != 0)
-            report_settings_failure(error, database);
-    }
+    std::string error;
+    if (fs::path database; fMainWin->View()->Controller().SaveLearnedScores(&error, &database) != 0)
+        report_settings_failure(error, database);
     // No note may hang in a synthesizer that outlives us.
     fMainWin->View()->Controller().MuteAllMidiOut();
     delete fMainWin.data();
@@ -341,12 +338,12 @@ void TQuillApp::SetNodeMonitorLoader() {
 }
 
 void TQuillApp::NodeLanguageChanged() {
-    post_message(this, veldan::TMessage(kMsgPrefLanguageChanged));
+    post_message(this, veldan::TMessage(quill::kMsgReloadLanguage));
 }
 
 void TQuillApp::PrefLanguageChanged() {
     LoadLanguage();
-    post_message(this, veldan::TMessage(kMsgLanguageChanged));
+    post_message(this, veldan::TMessage(quill::kMsgLanguageChanged));
 }
 
 void TQuillApp::LanguageChanged() {
@@ -372,7 +369,7 @@ void TQuillApp::LanguageFileDropped(const veldan::TMessage& message) {
     SetNodeMonitorLanguage();
     pref().languageFile = source.filename().string();
     save_pref(false);
-    post_message(this, veldan::TMessage(kMsgPrefLanguageChanged));
+    post_message(this, veldan::TMessage(quill::kMsgReloadLanguage));
 }
 
 void TQuillApp::InstallPlayListMime() {
@@ -381,7 +378,10 @@ void TQuillApp::InstallPlayListMime() {
     fs::path mime = fs::path(data.toStdString()) / "mime";
     std::error_code error;
     fs::create_directories(mime / "packages", error);
-    const QString package = QString::fromStdString((mime / "packages" / kMimePackageFile).string());
+    // The package is named after the type it defines, as shared-mime-info names its own.
+    const std::string_view type = TCLNative100::kMimeType;
+    const std::string packageFile = std::string(type.substr(type.find('/') + 1)) + ".xml";
+    const QString package = QString::fromStdString((mime / "packages" / packageFile).string());
     QFile resource(kMimePackageResource);
     if (resource.open(QIODevice::ReadOnly)) {
         const QByteArray bytes = resource.readAll();
@@ -455,28 +455,28 @@ void TQuillApp::AboutRequested() {
 
 void TQuillApp::MessageReceived(veldan::TMessage* message) {
     switch (message->what) {
-        case kMsgLanguageChanged:
+        case quill::kMsgLanguageChanged:
             LanguageChanged();
             TransferMessage(*message, fMainWin);
             TransferMessage(*message, fPrefWin);
             break;
-        case kMsgLanguageFileDropped:
+        case quill::kMsgLanguageFileDropped:
             LanguageFileDropped(*message);
             TransferMessage(*message, fPrefWin);
             break;
-        case kMsgNodeLanguageChanged:
+        case quill::kMsgLanguageFolderChanged:
             NodeLanguageChanged();
             TransferMessage(*message, fPrefWin);
             if (fAboutWin) fAboutWin->ReloadLanguageFiles();
             break;
-        case kMsgNodeLoaderChanged:
+        case quill::kMsgLoaderFolderChanged:
             TransferMessage(*message, fMainWin);
             if (fAboutWin) fAboutWin->ReloadLoaders();
             break;
-        case kMsgPrefLanguageChanged:
+        case quill::kMsgReloadLanguage:
             PrefLanguageChanged();
             break;
-        case kMsgPrefChanged:
+        case quill::kMsgPrefChanged:
             ApplySynthPrefs();
             TransferMessage(*message, fMainWin);
             break;
@@ -486,7 +486,7 @@ void TQuillApp::MessageReceived(veldan::TMessage* message) {
         case TQuillWin::kMsgDrvCvtPrefs:
             MItemDrvCvtSettingClicked();
             break;
-        case kMsgDrvCvtChanged:
+        case quill::kMsgDrvCvtChanged:
             DrvCvtSettingChanged();
             break;
         case TQuillWin::kMsgHelp:
@@ -498,7 +498,7 @@ void TQuillApp::MessageReceived(veldan::TMessage* message) {
         case TQuillWin::kMsgAboutRequested:
             AboutRequested();
             break;
-        case TQuillWin::kMsgQuitRequested:
+        case veldan::kMsgQuitRequested:
             if (QuitRequested()) Quit();
             break;
         default:

@@ -20,24 +20,19 @@
 
 #include "app/dialogs/about_win.h"
 #include "app/dialogs/pref_win.h"
+#include "app/language_messages.h"
 #include "app/mpris.h"
 #include "app/quill_win.h"
 #include "midi/backends.h"
 #include "midi/synth.h"
 #include "player/pref.h"
+#include "player/pref_messages.h"
+#include "playlist/app_messages.h"
 #include "playlist/drvcvt_win.h"
 #include "veldan/core/handler.h"
 
 class TQuillApp : public veldan::THandler {
   public:
-    static constexpr uint32_t kMsgLanguageChanged = '_lgc';
-    static constexpr uint32_t kMsgLanguageFileDropped = 'lnfd';
-    static constexpr uint32_t kMsgNodeLanguageChanged = 'nlnc';
-    static constexpr uint32_t kMsgNodeLoaderChanged = 'nloc';
-    static constexpr uint32_t kMsgPrefLanguageChanged = 'plnc';
-    static constexpr uint32_t kMsgPrefChanged = 'sssr';
-    static constexpr uint32_t kMsgDrvCvtChanged = '_dcc';
-    static constexpr char kPlaylistMimeType[] = "text/x-vnd.VELDAN-QuillMIDI-PlayList";
     static constexpr char kHelpDocument[] = "QuillMIDI.htm";
 
     struct TOptions {

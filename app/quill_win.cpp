@@ -215,7 +215,7 @@ QMenu* TQuillWin::CreateMenuFile() {
     menu->addSeparator();
     AddItem(menu, "MItem_Export_WAV", veldan::TMessage(kMsgExportWav), this);
     menu->addSeparator();
-    AddItem(menu, "MItem_Quit", veldan::TMessage(kMsgQuitRequested), fApplication,
+    AddItem(menu, "MItem_Quit", veldan::TMessage(veldan::kMsgQuitRequested), fApplication,
             QKeySequence("Ctrl+Q"));
     return menu;
 }
@@ -581,14 +581,14 @@ void TQuillWin::WriteExitState() {
 }
 
 bool TQuillWin::QuitRequested() {
-    veldan::TMessage quit(kMsgQuitRequested);
+    veldan::TMessage quit(veldan::kMsgQuitRequested);
     return fView->OrvickView()->AskSaveAllList(quit, fApplication);
 }
 
 void TQuillWin::closeEvent(QCloseEvent* event) {
     // The application decides, after asking about unsaved playlists.
     event->ignore();
-    veldan::post_message(fApplication, veldan::TMessage(kMsgQuitRequested));
+    veldan::post_message(fApplication, veldan::TMessage(veldan::kMsgQuitRequested));
 }
 
 void TQuillWin::MItemExportClicked() {
@@ -717,11 +717,11 @@ void TQuillWin::MessageReceived(veldan::TMessage* message) {
         case TQuillView::kMsgListShownChanged:
             FitHeightToList();
             break;
-        case TQuillView::kMsgLanguageChanged:
+        case quill::kMsgLanguageChanged:
             LanguageChanged();
             break;
-        case TQuillView::kMsgNodeLoaderChanged:
-        case TQuillView::kMsgPrefChanged:
+        case quill::kMsgLoaderFolderChanged:
+        case quill::kMsgPrefChanged:
             veldan::post_message(fView, *message);
             break;
         default:

@@ -50,7 +50,6 @@ class TQuillWin : public veldan::TMessageHandler<QMainWindow> {
     static constexpr uint32_t kMsgSave = '_sav';
     static constexpr uint32_t kMsgSaveAs = '_sva';
     static constexpr uint32_t kMsgExportWav = 'xwav';
-    static constexpr uint32_t kMsgQuitRequested = '_QRQ';
     static constexpr uint32_t kMsgOpenRecent = 'olfr';
     static constexpr uint32_t kMsgAddRecent = 'alfr';
     static constexpr uint32_t kMsgRemoveHistory = '_rhr';

@@ -74,6 +74,18 @@ TQuillController::~TQuillController() {
     fProducer.Stop();
 }
 
+void TQuillController::LoadLearnedScores() {
+    if (std::filesystem::path database;
+        fPrefs.useAIDatabase && TAISelector::DatabaseEntry(&database))
+        fSelector.Load(database);
+}
+
+int32_t TQuillController::SaveLearnedScores(std::string* error,
+                                            std::filesystem::path* database) const {
+    if (!fPrefs.useAIDatabase || !TAISelector::DatabaseEntry(database)) return 0;
+    return fSelector.Save(*database, error);
+}
+
 void TQuillController::PostFromPlayThread() {
     veldan::TMessage ended(kMsgPlaySongEnded);
     ended.AddInt32(kSongSerialField, fSongSerial.load(std::memory_order_relaxed));

@@ -81,7 +81,16 @@ class TQuillController : public veldan::THandler {
     TQuillController(const TPref& prefs, TSongList& songs, QObject* parent = nullptr);
     ~TQuillController() override;
 
+    // The learned scores, for tests; the application goes through the two calls below.
     TAISelector& AISelector() { return fSelector; }
+    // Reads the learned scores from the user's database, when the preferences keep one;
+    // call before the first song is scored, or this run's scores would replace what was
+    // learned before when they are saved. Once per run: a second call does nothing.
+    void LoadLearnedScores();
+    // Writes the learned scores to the user's database, when the preferences keep one: 0
+    // (also when there is nothing to write to), or -1 with the file left as it was, *error
+    // (the path and the reason) and *database set.
+    int32_t SaveLearnedScores(std::string* error, std::filesystem::path* database) const;
     // The engine, for the widgets that show it (channel meters, lyrics) and for tests; the
     // application goes through the requests below.
     TSMFProducer& Producer() { return fProducer; }

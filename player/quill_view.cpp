@@ -186,7 +186,7 @@ void TQuillView::LanguageChanged() {
 
 void TQuillView::PrefChangedRqtd(const veldan::TMessage& message) {
     std::string text;
-    if (message.FindString(kStatBarStringField, &text)) fControlBar->SetStatusText(text);
+    if (message.FindString(quill::kStatBarStringField, &text)) fControlBar->SetStatusText(text);
     fPlaylist->SetAutoSortKind(fPrefs.autoSortKind);
     fController->PrefChanged();
 }
@@ -241,13 +241,13 @@ void TQuillView::MessageReceived(veldan::TMessage* message) {
         case TOrvickView::kMsgChangeSongRqtd:
             ChangeSongRqtd(*message);
             break;
-        case kMsgPrefChanged:
+        case quill::kMsgPrefChanged:
             PrefChangedRqtd(*message);
             break;
-        case kMsgLanguageChanged:
+        case quill::kMsgLanguageChanged:
             LanguageChanged();
             break;
-        case kMsgNodeLoaderChanged:
+        case quill::kMsgLoaderFolderChanged:
             fPlaylist->NodeLoaderChanged();
             break;
         case TOrvickView::kMsgUpdateWinTitle:

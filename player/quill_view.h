@@ -14,7 +14,9 @@
 #include <string>
 
 #include "player/control_bar.h"
+#include "player/pref_messages.h"
 #include "player/quill_controller.h"
+#include "playlist/app_messages.h"
 #include "playlist/loader_host.h"
 #include "veldan/core/handler.h"
 
@@ -35,10 +37,6 @@ namespace quill {
 
 class TQuillView : public veldan::TMessageHandler<QWidget> {
   public:
-    static constexpr uint32_t kMsgPrefChanged = 'sssr';
-    static constexpr char kStatBarStringField[] = "StatBarString";
-    static constexpr uint32_t kMsgLanguageChanged = '_lgc';
-    static constexpr uint32_t kMsgNodeLoaderChanged = 'nloc';
     // To the title target: the playlist was shown or hidden, fit the window to it.
     static constexpr uint32_t kMsgListShownChanged = 'lsch';
     // From the menu: show or hide the channel panel.

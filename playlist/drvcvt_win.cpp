@@ -158,7 +158,7 @@ void TDrvCvtView::ButtonRemoveClicked() {
 
 void TDrvCvtView::ButtonOKClicked() {
     window()->hide();
-    if (fTable.Save()) veldan::post_message(fTarget, veldan::TMessage(kMsgDrvCvtChanged));
+    if (fTable.Save()) veldan::post_message(fTarget, veldan::TMessage(quill::kMsgDrvCvtChanged));
 }
 
 void TDrvCvtView::ButtonCancelClicked() {
@@ -207,7 +207,7 @@ void TDrvCvtWin::LanguageChanged() {
 }
 
 void TDrvCvtWin::MessageReceived(veldan::TMessage* message) {
-    if (message->what == kMsgLanguageChanged) {
+    if (message->what == quill::kMsgLanguageChanged) {
         LanguageChanged();
     } else {
         veldan::TMessageHandler<QDialog>::MessageReceived(message);

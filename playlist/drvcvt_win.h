@@ -16,6 +16,7 @@
 #include <QWidget>
 #include <cstdint>
 
+#include "playlist/app_messages.h"
 #include "playlist/drvcvt.h"
 #include "veldan/core/handler.h"
 
@@ -31,8 +32,6 @@ class TLLT;
 
 class TDrvCvtView : public QWidget {
   public:
-    static constexpr uint32_t kMsgDrvCvtChanged = '_dcc';
-
     // texts must outlive the view; it is read again at every relabelling.
     explicit TDrvCvtView(const veldan::TLLT& texts, QWidget* parent = nullptr);
 
@@ -71,8 +70,6 @@ class TDrvCvtView : public QWidget {
 
 class TDrvCvtWin : public veldan::TMessageHandler<QDialog> {
   public:
-    static constexpr uint32_t kMsgLanguageChanged = '_lgc';
-
     explicit TDrvCvtWin(const veldan::TLLT& texts, QWidget* parent = nullptr);
 
     void SetTarget(QObject* target) { fView->SetTarget(target); }

@@ -426,10 +426,10 @@ void TOrvickView::LanguageChanged() {
 
 void TOrvickView::MessageReceived(veldan::TMessage* message) {
     switch (message->what) {
-        case kMsgNodeLoaderChanged:
+        case quill::kMsgLoaderFolderChanged:
             NodeLoaderChanged();
             break;
-        case kMsgLanguageChanged:
+        case quill::kMsgLanguageChanged:
             LanguageChanged();
             break;
         case kMsgPopupAddNewList:

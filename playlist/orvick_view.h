@@ -30,6 +30,7 @@
 #include <vector>
 
 #include "loaders/container_loader.h"
+#include "playlist/app_messages.h"
 #include "playlist/loader_host.h"
 #include "playlist/quill_sitem.h"
 #include "playlist/song_list.h"
@@ -44,8 +45,6 @@ class TOrvickView : public veldan::TMessageHandler<QTreeWidget>, public TSongLis
   public:
     static constexpr uint32_t kMsgChangeSongRqtd = 'chsr';
     static constexpr uint32_t kMsgUpdateWinTitle = 'uwtr';
-    static constexpr uint32_t kMsgNodeLoaderChanged = 'nloc';
-    static constexpr uint32_t kMsgLanguageChanged = '_lgc';
     // Sent after deleting and sorting: song indexes have moved; int32 kSongIndexField holds
     // the current song's new index (-1 for none).
     static constexpr uint32_t kMsgCurSongIdxChanged = 'csic';

@@ -205,13 +205,13 @@ void TAboutWin::FitColumns(QTreeWidget* list) {
 
 void TAboutWin::MessageReceived(veldan::TMessage* message) {
     switch (message->what) {
-        case kMsgLanguageChanged:
+        case quill::kMsgLanguageChanged:
             LanguageChanged();
             break;
-        case kMsgNodeLanguageChanged:
+        case quill::kMsgLanguageFolderChanged:
             ReloadLanguageFiles();
             break;
-        case kMsgNodeLoaderChanged:
+        case quill::kMsgLoaderFolderChanged:
             ReloadLoaders();
             break;
         default:

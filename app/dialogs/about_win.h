@@ -16,6 +16,8 @@
 #include <string>
 
 #include "app/dialogs/lang_files.h"
+#include "app/language_messages.h"
+#include "playlist/app_messages.h"
 #include "veldan/core/handler.h"
 
 class QLabel;
@@ -28,9 +30,6 @@ class TLLT;
 
 class TAboutWin : public veldan::TMessageHandler<QDialog> {
   public:
-    static constexpr uint32_t kMsgLanguageChanged = '_lgc';
-    static constexpr uint32_t kMsgNodeLanguageChanged = 'nlnc';
-    static constexpr uint32_t kMsgNodeLoaderChanged = 'nloc';
     static constexpr char kAppDisplayName[] = "Quill MIDI";
 
     // Shows kAppDisplayName, kAppVersion and the author text of texts until SetAppInfo

@@ -394,15 +394,15 @@ void TPrefView::MFieldLanguageChanged() {
     const int index = fLanguage->currentIndex();
     if (index < 0) return;
     fPrefs.languageFile = fLanguage->itemData(index).toString().toStdString();
-    NotifyPrefChange(kMsgPrefLanguageChanged);
+    NotifyPrefChange(quill::kMsgReloadLanguage);
 }
 
 void TPrefView::ButtonOKClicked() {
     window()->hide();
     fBackup = fPrefs;
     save_pref(false);
-    veldan::TMessage message(kMsgPrefChanged);
-    message.AddString(kStatBarStringField, fTexts.Text(kTextStatPrefChanged));
+    veldan::TMessage message(quill::kMsgPrefChanged);
+    message.AddString(quill::kStatBarStringField, fTexts.Text(kTextStatPrefChanged));
     NotifyPrefChange(message);
 }
 
@@ -416,7 +416,7 @@ void TPrefView::ButtonCancelClicked() {
 
 // Only what another part caches must be told; the rest is read from the record at use.
 void TPrefView::NotifyPrefDiffe(const TPref& edited, const TPref& restored) {
-    if (edited.languageFile != restored.languageFile) NotifyPrefChange(kMsgPrefLanguageChanged);
+    if (edited.languageFile != restored.languageFile) NotifyPrefChange(quill::kMsgReloadLanguage);
 }
 
 void TPrefView::LanguageChanged() {
@@ -543,14 +543,14 @@ void TPrefWin::SetWinTitle() { setWindowTitle(QString::fromUtf8(fTexts.Text(kTex
 
 void TPrefWin::MessageReceived(veldan::TMessage* message) {
     switch (message->what) {
-        case TPrefView::kMsgLanguageChanged:
+        case quill::kMsgLanguageChanged:
             SetWinTitle();
             fView->LanguageChanged();
             break;
-        case TPrefView::kMsgLanguageFileDropped:
+        case quill::kMsgLanguageFileDropped:
             fView->LanguageFileDropped();
             break;
-        case TPrefView::kMsgNodeLanguageChanged:
+        case quill::kMsgLanguageFolderChanged:
             fView->NodeLanguageChanged();
             break;
         default:
@@ -585,7 +585,7 @@ void TPrefWin::dragEnterEvent(QDragEnterEvent* event) {
 void TPrefWin::dropEvent(QDropEvent* event) {
     const std::filesystem::path file = dropped_language_file(event->mimeData());
     if (file.empty()) return;
-    veldan::TMessage message(TPrefView::kMsgLanguageFileDropped);
+    veldan::TMessage message(quill::kMsgLanguageFileDropped);
     message.AddRef(TPrefView::kRefsField, file);
     fView->NotifyPrefChange(message);
     event->acceptProposedAction();

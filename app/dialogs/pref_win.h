@@ -31,7 +31,10 @@
 
 #include "app/dialogs/lang_files.h"
 #include "app/dialogs/synth_box.h"
+#include "app/language_messages.h"
 #include "player/pref.h"
+#include "player/pref_messages.h"
+#include "playlist/app_messages.h"
 #include "veldan/core/handler.h"
 
 class QButtonGroup;
@@ -50,12 +53,6 @@ class TToolTip;
 
 class TPrefView : public veldan::TMessageHandler<QWidget> {
   public:
-    static constexpr uint32_t kMsgPrefChanged = 'sssr';
-    static constexpr char kStatBarStringField[] = "StatBarString";
-    static constexpr uint32_t kMsgPrefLanguageChanged = 'plnc';
-    static constexpr uint32_t kMsgLanguageChanged = '_lgc';
-    static constexpr uint32_t kMsgLanguageFileDropped = 'lnfd';
-    static constexpr uint32_t kMsgNodeLanguageChanged = 'nlnc';
     static constexpr char kRefsField[] = "refs";
 
     static constexpr int64_t kMinSilenceAfterResetsMs = 0;

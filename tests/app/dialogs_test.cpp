@@ -124,9 +124,6 @@ class PrefWin : public DialogTest {
     std::unique_ptr<TPrefWin> win;
 };
 
-constexpr uint32_t kMsgPrefChanged = TPrefView::kMsgPrefChanged;
-constexpr uint32_t kMsgReloadLanguage = TPrefView::kMsgPrefLanguageChanged;
-
 TEST_F(PrefWin, EveryControlIsThereByNameAndLabelledFromTheLanguage) {
     EXPECT_EQ(win->InitCheck(), 0);
     for (const char* name :
@@ -185,7 +182,7 @@ TEST_F(PrefWin, ControlsShowThePreferences) {
     EXPECT_EQ(Menu()->currentData().toString(), "Japanese.llt");
     // Setting the controls wrote nothing back and asked for no reload.
     EXPECT_EQ(pref().sysResetCombination, 2 | 8);
-    EXPECT_EQ(Count(kMsgReloadLanguage), 0);
+    EXPECT_EQ(Count(quill::kMsgReloadLanguage), 0);
 
     pref().autoSortKind = 7;
     win->View()->UpdateCompos();
@@ -330,12 +327,12 @@ TEST_F(PrefWin, LanguageMenuListsTheLanguageFilesOfTheFolder) {
 TEST_F(PrefWin, ChoosingALanguageAsksForAReloadAndCancelPutsTheOldOneBack) {
     Choose("Japanese.llt");
     EXPECT_EQ(pref().languageFile, "Japanese.llt");
-    EXPECT_EQ(Count(kMsgReloadLanguage), 1);
+    EXPECT_EQ(Count(quill::kMsgReloadLanguage), 1);
 
     Click("ButtonCancel");
     EXPECT_FALSE(win->isVisible());
     EXPECT_EQ(pref().languageFile, "English.llt");
-    EXPECT_EQ(Count(kMsgReloadLanguage), 2);
+    EXPECT_EQ(Count(quill::kMsgReloadLanguage), 2);
     EXPECT_EQ(Menu()->currentData().toString(), "English.llt");
     EXPECT_FALSE(fs::exists(PrefsFile()));
 }
@@ -345,7 +342,7 @@ TEST_F(PrefWin, CancelWithTheSameLanguageAsksForNoReload) {
     Click("ButtonCancel");
     EXPECT_EQ(pref().autoSortKind, TPref().autoSortKind);
     EXPECT_TRUE(Child<QRadioButton>("RButtonAutoSortUp")->isChecked());
-    EXPECT_EQ(Count(kMsgReloadLanguage), 0);
+    EXPECT_EQ(Count(quill::kMsgReloadLanguage), 0);
 }
 
 TEST_F(PrefWin, OKWritesThePreferencesFileAndReportsTheChange) {
@@ -362,7 +359,7 @@ TEST_F(PrefWin, OKWritesThePreferencesFileAndReportsTheChange) {
     EXPECT_EQ(saved.silenceAfterResetsUs, 700000);
     EXPECT_EQ(saved.autoSortKind, TPref::kSortNone);
 
-    ASSERT_EQ(Count(kMsgPrefChanged), 1);
+    ASSERT_EQ(Count(quill::kMsgPrefChanged), 1);
     std::string status;
     EXPECT_TRUE(recorder.received.back().FindString("StatBarString", &status));
     EXPECT_EQ(status, texts.Text("Stat_Str_Pref_Changed"));
@@ -379,7 +376,7 @@ TEST_F(PrefWin, OKWritesNothingWhileTheResetChordIsHeld) {
     TScopedEnv chord("QUILLMIDI_RESET_SETTINGS", "1");
     Click("ButtonOK");
     EXPECT_FALSE(fs::exists(PrefsFile()));
-    EXPECT_EQ(Count(kMsgPrefChanged), 1);
+    EXPECT_EQ(Count(quill::kMsgPrefChanged), 1);
 }
 
 TEST_F(PrefWin, TheCloseBoxActsAsCancel) {
@@ -390,13 +387,13 @@ TEST_F(PrefWin, TheCloseBoxActsAsCancel) {
     EXPECT_FALSE(win->isVisible());
     EXPECT_FALSE(pref().waitBetweenSongs);
     EXPECT_EQ(pref().languageFile, "English.llt");
-    EXPECT_EQ(Count(kMsgReloadLanguage), 2);
+    EXPECT_EQ(Count(quill::kMsgReloadLanguage), 2);
     EXPECT_FALSE(Child<QCheckBox>("CBoxSilenceBetweenSongs")->isChecked());
 }
 
 TEST_F(PrefWin, LanguageChangeRelabelsTheWindow) {
     texts = load_language("Japanese.llt");
-    Post(TPrefView::kMsgLanguageChanged);
+    Post(quill::kMsgLanguageChanged);
     EXPECT_EQ(win->windowTitle(), "環境設定");
     EXPECT_EQ(Child<QCheckBox>("CBoxSendSysResets")->text(),
               text_of(texts, "CBox_Send_Sys_Resets"));
@@ -408,23 +405,23 @@ TEST_F(PrefWin, LanguageChangeRelabelsTheWindow) {
 TEST_F(PrefWin, AChangedLanguageFolderRebuildsTheMenu) {
     fs::copy_file(source_language_file("English.llt"), languageFolder / "Another.llt");
     fs::remove(languageFolder / "Japanese.llt");
-    Post(TPrefView::kMsgNodeLanguageChanged);
+    Post(quill::kMsgLanguageFolderChanged);
     ASSERT_EQ(Menu()->count(), 2);
     EXPECT_GE(MenuIndexOf("Another.llt"), 0);
     EXPECT_EQ(MenuIndexOf("Japanese.llt"), -1);
     EXPECT_EQ(Menu()->currentData().toString(), "English.llt");
-    EXPECT_EQ(Count(kMsgReloadLanguage), 0);
+    EXPECT_EQ(Count(quill::kMsgReloadLanguage), 0);
 }
 
 TEST_F(PrefWin, ADroppedLanguageSurvivesCancel) {
     // The application has copied the file and made it the language before passing 'lnfd'.
     fs::copy_file(source_language_file("Japanese.llt"), languageFolder / "Dropped.llt");
     pref().languageFile = "Dropped.llt";
-    Post(TPrefView::kMsgLanguageFileDropped);
+    Post(quill::kMsgLanguageFileDropped);
     EXPECT_EQ(Menu()->currentData().toString(), "Dropped.llt");
     Click("ButtonCancel");
     EXPECT_EQ(pref().languageFile, "Dropped.llt");
-    EXPECT_EQ(Count(kMsgReloadLanguage), 0);
+    EXPECT_EQ(Count(quill::kMsgReloadLanguage), 0);
 }
 
 TEST_F(PrefWin, DroppingALanguageFileOnTheWindowTellsTheApplication) {
@@ -438,7 +435,7 @@ TEST_F(PrefWin, DroppingALanguageFileOnTheWindowTellsTheApplication) {
     QDropEvent drop(QPointF(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
     QCoreApplication::sendEvent(win.get(), &drop);
     EXPECT_TRUE(drop.isAccepted());
-    ASSERT_EQ(Count(TPrefView::kMsgLanguageFileDropped), 1);
+    ASSERT_EQ(Count(quill::kMsgLanguageFileDropped), 1);
     fs::path ref;
     EXPECT_TRUE(recorder.received.back().FindRef("refs", &ref));
     EXPECT_EQ(ref, file);
@@ -447,7 +444,7 @@ TEST_F(PrefWin, DroppingALanguageFileOnTheWindowTellsTheApplication) {
     songOnly.setUrls({QUrl::fromLocalFile("/tmp/song.mid")});
     QDropEvent songDrop(QPointF(5, 5), Qt::CopyAction, &songOnly, Qt::LeftButton, Qt::NoModifier);
     QCoreApplication::sendEvent(win.get(), &songDrop);
-    EXPECT_EQ(Count(TPrefView::kMsgLanguageFileDropped), 1);
+    EXPECT_EQ(Count(quill::kMsgLanguageFileDropped), 1);
 }
 
 TEST_F(PrefWin, TheSynthesizerBoxEditsItsPreferencesAndCancelPutsThemBack) {
@@ -578,7 +575,7 @@ TEST_F(AboutWin, LanguageTabListsEveryLanguageFileWithItsPeople) {
     EXPECT_EQ(list->headerItem()->text(2), text_of(texts, "About_Special_Thanks"));
 
     fs::remove(languageFolder / "English.llt");
-    veldan::post_message(win.get(), veldan::TMessage(TAboutWin::kMsgNodeLanguageChanged));
+    veldan::post_message(win.get(), veldan::TMessage(quill::kMsgLanguageFolderChanged));
     QCoreApplication::sendPostedEvents();
     EXPECT_EQ(list->topLevelItemCount(), 1);
 }
@@ -592,7 +589,7 @@ TEST_F(AboutWin, LoaderTabListsTheBuiltInLoaderAndThePlugIns) {
 
     const fs::path plugin(TEST_LOADER_PLUGIN);
     fs::copy_file(plugin, loaderFolder / plugin.filename());
-    veldan::post_message(win.get(), veldan::TMessage(TAboutWin::kMsgNodeLoaderChanged));
+    veldan::post_message(win.get(), veldan::TMessage(quill::kMsgLoaderFolderChanged));
     QCoreApplication::sendPostedEvents();
     ASSERT_EQ(list->topLevelItemCount(), 2);
     QTreeWidgetItem* row = RowWith(list, "Test List Loader");
@@ -605,7 +602,7 @@ TEST_F(AboutWin, LanguageChangeRelabelsAndTakesTheNewAuthorText) {
     win->SetAppInfo("Other", "Ver 9", "Someone");
     EXPECT_EQ(win->findChild<QLabel*>("StrViewAppName")->text(), "Other");
     texts = load_language("Japanese.llt");
-    veldan::post_message(win.get(), veldan::TMessage(TAboutWin::kMsgLanguageChanged));
+    veldan::post_message(win.get(), veldan::TMessage(quill::kMsgLanguageChanged));
     QCoreApplication::sendPostedEvents();
     EXPECT_EQ(win->windowTitle(), text_of(texts, "About_Win_Title"));
     EXPECT_EQ(win->findChild<QTabWidget*>("TabAbout")->tabText(2),

@@ -27,6 +27,7 @@
 #include "player/control_bar.h"
 #include "player/quill_view.h"
 #include "playlist/ai_selector.h"
+#include "playlist/native_loader.h"
 #include "playlist/orvick_view.h"
 #include "tests/support/fault_child.h"
 #include "tests/support/scoped_env.h"
@@ -118,7 +119,7 @@ TEST_F(QuillAppTest, FirstStartInstallsThePlaylistTypeOnceAndPlaysThroughTheSynt
         ASSERT_TRUE(fs::exists(package));
         std::vector<uint8_t> bytes = read_file_bytes(package);
         std::string xml(bytes.begin(), bytes.end());
-        EXPECT_NE(xml.find(TQuillApp::kPlaylistMimeType), std::string::npos);
+        EXPECT_NE(xml.find(TCLNative100::kMimeType), std::string::npos);
         EXPECT_NE(xml.find("*.qml"), std::string::npos);
         std::vector<TMidiConsumer*> portA =
             app->MainWin()->View()->Controller().Chain().PublicOut(0)->Connections();
@@ -335,7 +336,7 @@ TEST_F(QuillAppTest, ALanguageChangeReachesTheMenus) {
     auto app = Start();
     EXPECT_EQ(app->MainWin()->menuBar()->actions()[0]->text(), "File");
     pref().languageFile = "Japanese.llt";
-    veldan::post_message(app.get(), veldan::TMessage(TQuillApp::kMsgPrefLanguageChanged));
+    veldan::post_message(app.get(), veldan::TMessage(quill::kMsgReloadLanguage));
     EXPECT_TRUE(process_until([&] {
         return app->MainWin()->menuBar()->actions()[0]->text() == QString::fromUtf8("ファイル");
     })) << app->MainWin()->menuBar()->actions()[0]->text().toStdString();
@@ -348,7 +349,7 @@ QString first_menu(const TQuillApp& app) { return app.MainWin()->menuBar()->acti
 void drop_language(TQuillApp& app, const TTempDir& elsewhere) {
     fs::path dropped = elsewhere.Path() / "Mine.llt";
     fs::copy_file(fs::path(QUILL_SOURCE_DIR) / "resources/Language/Japanese.llt", dropped);
-    veldan::TMessage message(TQuillApp::kMsgLanguageFileDropped);
+    veldan::TMessage message(quill::kMsgLanguageFileDropped);
     message.AddRef(TPrefView::kRefsField, dropped);
     veldan::post_message(&app, message);
 }
@@ -382,7 +383,7 @@ TEST_F(QuillAppTest, ALanguageDroppedOnAnInstalledProgramGoesToTheUsersFolder) {
 
 TEST_F(QuillAppTest, DroppingALanguageFileThatAlreadyLiesInTheLanguageFolderChoosesIt) {
     auto app = Start();
-    veldan::TMessage message(TQuillApp::kMsgLanguageFileDropped);
+    veldan::TMessage message(quill::kMsgLanguageFileDropped);
     message.AddRef(TPrefView::kRefsField, fExe.Path() / "Language" / "Japanese.llt");
     veldan::post_message(app.get(), message);
     EXPECT_TRUE(process_until([&] { return first_menu(*app) == QString::fromUtf8("ファイル"); }))
@@ -468,7 +469,7 @@ TEST_F(QuillAppTest, NewSynthesizerSettingsRemakeItAndItKeepsItsConnections) {
     ASSERT_TRUE(view->Controller().Chain().PublicOut(0)->IsConnected(app->Synth()));
     pref().synth.reverb = false;
     pref().synth.polyphony = 64;
-    veldan::post_message(app.get(), veldan::TMessage(TQuillApp::kMsgPrefChanged));
+    veldan::post_message(app.get(), veldan::TMessage(quill::kMsgPrefChanged));
     ASSERT_TRUE(process_until([&] { return app->Synth() && app->Synth()->ID() != before; }));
     EXPECT_TRUE(view->Controller().Chain().PublicOut(0)->IsConnected(app->Synth()));
     EXPECT_EQ(view->Controller().Chain().PublicOut(0)->Connections().size(), 1u);
@@ -479,7 +480,7 @@ TEST_F(QuillAppTest, ASoundFontThatFailsIsToldByNameAndThePreviousSettingsStay) 
     const fs::path missing = fOut.Path() / "gone.sf2";
     pref().synth.soundFonts = {missing.string()};
     TAlertAnswer answer;
-    veldan::post_message(app.get(), veldan::TMessage(TQuillApp::kMsgPrefChanged));
+    veldan::post_message(app.get(), veldan::TMessage(quill::kMsgPrefChanged));
     ASSERT_TRUE(process_until([&] { return !answer.text.isEmpty(); }));
     EXPECT_TRUE(answer.text.contains(QString::fromStdString(missing.string())))
         << answer.text.toStdString();

@@ -132,7 +132,7 @@ TEST_F(QuillWinTest, ApplicationItemsPostTheirCodesToTheApplication) {
     ASSERT_EQ(received.size(), 3u);
     EXPECT_EQ(received[0].what, TQuillWin::kMsgPrefs);
     EXPECT_EQ(received[1].what, TQuillWin::kMsgAboutRequested);
-    EXPECT_EQ(received[2].what, TQuillWin::kMsgQuitRequested);
+    EXPECT_EQ(received[2].what, veldan::kMsgQuitRequested);
 }
 
 TEST_F(QuillWinTest, CloseBoxAsksTheApplicationAndKeepsTheWindow) {
@@ -140,7 +140,7 @@ TEST_F(QuillWinTest, CloseBoxAsksTheApplicationAndKeepsTheWindow) {
     win->show();
     win->close();
     ASSERT_EQ(fApp.Deliver().size(), 1u);
-    EXPECT_EQ(fApp.received[0].what, TQuillWin::kMsgQuitRequested);
+    EXPECT_EQ(fApp.received[0].what, veldan::kMsgQuitRequested);
     EXPECT_TRUE(win->isVisible());
 }
 

@@ -559,7 +559,7 @@ std::string TChaosRun::Do(int action) {
             prefs->sysResetCombination = between(0, 15);
             prefs->waitBetweenSongs = between(0, 1);
             prefs->chaseOnSeek = between(0, 1);
-            Post(TQuillView::kMsgPrefChanged, nullptr, 0);
+            Post(quill::kMsgPrefChanged, nullptr, 0);
             break;
         }
         case kListen:

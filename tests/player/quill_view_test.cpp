@@ -705,7 +705,7 @@ TEST_F(QuillViewTest, TheTitleDisplayShowsElapsedAndTotalTimeAtTheTempoRate) {
 TEST_F(QuillViewTest, ChaseOnSeekFollowsThePreferenceFromTheNextLoad) {
     EXPECT_FALSE(fView->Controller().Producer().IsChaseOn());
     fPrefs.chaseOnSeek = true;
-    veldan::post_message(fView.get(), veldan::TMessage(TQuillView::kMsgPrefChanged));
+    veldan::post_message(fView.get(), veldan::TMessage(quill::kMsgPrefChanged));
     QCoreApplication::sendPostedEvents();
     EXPECT_TRUE(fView->Controller().Producer().IsChaseOn());
     AddSongs(1, kLongSong);

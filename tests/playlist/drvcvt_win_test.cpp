@@ -154,7 +154,7 @@ TEST_F(DrvCvtWin, OKWritesTheTableFileAndTellsTheApplication) {
     EXPECT_TRUE(saved.GetBeDL('C', &path));
     EXPECT_EQ(path, "/windows");
     EXPECT_FALSE(saved.GetBeDL('A', &path));
-    EXPECT_EQ(Count(TDrvCvtView::kMsgDrvCvtChanged), 1);
+    EXPECT_EQ(Count(quill::kMsgDrvCvtChanged), 1);
 
     // Opened again, the window shows what was saved.
     win.show();
@@ -169,7 +169,7 @@ TEST_F(DrvCvtWin, CancelDiscardsTheEdits) {
     EXPECT_FALSE(win.isVisible());
     EXPECT_FALSE(fs::exists(TableFile()));
     EXPECT_EQ(Rows(), kDefaultRows);
-    EXPECT_EQ(Count(TDrvCvtView::kMsgDrvCvtChanged), 0);
+    EXPECT_EQ(Count(quill::kMsgDrvCvtChanged), 0);
 }
 
 TEST_F(DrvCvtWin, TheCloseBoxActsAsCancel) {
@@ -193,7 +193,7 @@ TEST_F(DrvCvtWin, ReopeningReadsTheFileAgain) {
 
 TEST_F(DrvCvtWin, LanguageChangeRelabels) {
     texts = load_language("Japanese.llt");
-    veldan::post_message(&win, veldan::TMessage(TDrvCvtWin::kMsgLanguageChanged));
+    veldan::post_message(&win, veldan::TMessage(quill::kMsgLanguageChanged));
     QCoreApplication::sendPostedEvents();
     EXPECT_EQ(win.windowTitle(), QString::fromUtf8(texts.Text("DLC_Drv_Cvt_Prefs_Win_Title")));
     EXPECT_EQ(Child<QPushButton>("ButtonRegist")->text(), "登録");

@@ -113,7 +113,7 @@ TEST_F(LoaderHost, TheLoaderFolderMessageRebuildsTheList) {
     // A folder removed and made again is no longer watched; the message rebuilds anyway.
     fs::remove(folder);
     LoaderFolder({kAccepted});
-    veldan::post_message(view.get(), veldan::TMessage(TOrvickView::kMsgNodeLoaderChanged));
+    veldan::post_message(view.get(), veldan::TMessage(quill::kMsgLoaderFolderChanged));
     EXPECT_TRUE(process_events_until([&] { return view->Loaders().size() == 2; }));
 }
 

@@ -306,7 +306,7 @@ TEST_F(OrvickView, LanguageChangesRebuildEveryRowText) {
     EXPECT_EQ(view.topLevelItem(0)->text(0).toStdString(), "[L] Liste 1");
     texts.InitLangInfoAndData();
     texts.LoadData("[Informations]\nHeader = LLT File Format 100\n[Data]\nNew_List = Lista#s\n");
-    veldan::post_message(&view, veldan::TMessage(TOrvickView::kMsgLanguageChanged));
+    veldan::post_message(&view, veldan::TMessage(quill::kMsgLanguageChanged));
     EXPECT_TRUE(process_events_until(
         [&] { return view.topLevelItem(0)->text(0).toStdString() == "[L] Lista 1"; }));
 }

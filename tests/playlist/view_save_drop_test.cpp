@@ -306,7 +306,7 @@ TEST_F(ViewSaveDrop, CancelStopsQuittingAndWritesNothing) {
     fAnswers = {TAnswer::kCancel};
     TRecordingOwner quitter;
 
-    EXPECT_FALSE(fView->AskSaveAllList(veldan::TMessage('QUIT'), &quitter));
+    EXPECT_FALSE(fView->AskSaveAllList(veldan::TMessage(veldan::kMsgQuitRequested), &quitter));
     DrainMessages();
     EXPECT_EQ(fQuestions, std::vector<int32_t>{first->ListId()});
     EXPECT_EQ(read_file_bytes(fTemp.Path() / "first.qml"), before);
@@ -322,7 +322,7 @@ TEST_F(ViewSaveDrop, NoLeavesTheFileAndQuittingGoesOnAtOnce) {
     fAnswers = {TAnswer::kNo};
     TRecordingOwner quitter;
 
-    EXPECT_TRUE(fView->AskSaveAllList(veldan::TMessage('QUIT'), &quitter));
+    EXPECT_TRUE(fView->AskSaveAllList(veldan::TMessage(veldan::kMsgQuitRequested), &quitter));
     DrainMessages();
     EXPECT_EQ(fQuestions, std::vector<int32_t>{list->ListId()});
     EXPECT_EQ(read_file_bytes(fTemp.Path() / "mine.qml"), before);
@@ -342,7 +342,7 @@ TEST_F(ViewSaveDrop, YesWritesEachModifiedListAndUnnamedOnesThroughThePanel) {
     fPanelAnswers[unnamed->ListId()] = fTemp.Path() / "new.qml";
     TRecordingOwner quitter;
 
-    EXPECT_TRUE(fView->AskSaveAllList(veldan::TMessage('QUIT'), &quitter));
+    EXPECT_TRUE(fView->AskSaveAllList(veldan::TMessage(veldan::kMsgQuitRequested), &quitter));
     DrainMessages();
     // Lists that are not modified are not asked about.
     EXPECT_EQ(fQuestions, (std::vector<int32_t>{named->ListId(), unnamed->ListId()}));
@@ -359,7 +359,7 @@ TEST_F(ViewSaveDrop, YesWritesEachModifiedListAndUnnamedOnesThroughThePanel) {
 TEST_F(ViewSaveDrop, YesWithACancelledPanelStopsQuitting) {
     TopList()->SetModified(true);
     fAnswers = {TAnswer::kYes};
-    EXPECT_FALSE(fView->AskSaveAllList(veldan::TMessage('QUIT'), &fOwner));
+    EXPECT_FALSE(fView->AskSaveAllList(veldan::TMessage(veldan::kMsgQuitRequested), &fOwner));
     EXPECT_EQ(fPanelAsked, std::vector<int32_t>{TopList()->ListId()});
     EXPECT_TRUE(fView->HasModifiedList());
 }
@@ -367,7 +367,7 @@ TEST_F(ViewSaveDrop, YesWithACancelledPanelStopsQuitting) {
 TEST_F(ViewSaveDrop, NothingModifiedAsksNothing) {
     fView->AddNewList(nullptr);
     EXPECT_FALSE(fView->HasModifiedList());
-    EXPECT_TRUE(fView->AskSaveAllList(veldan::TMessage('QUIT'), &fOwner));
+    EXPECT_TRUE(fView->AskSaveAllList(veldan::TMessage(veldan::kMsgQuitRequested), &fOwner));
     EXPECT_TRUE(fQuestions.empty());
 }
 

@@ -13,7 +13,6 @@ namespace {
 
 constexpr uint32_t kMsgAskSave = 'asks';
 constexpr uint32_t kMsgSaved = 'savd';
-constexpr uint32_t kMsgQuitRequested = '_QRQ';
 
 QCoreApplication* application() {
     static int argc = 1;
@@ -87,7 +86,7 @@ TEST_F(MessagePosting, TheNextMessageIsSentOnByTheReply) {
     TRecorder app;
     TRecorder dialog;
     TMessage ask(kMsgAskSave);
-    ASSERT_TRUE(veldan::add_next_msg(&ask, TMessage(kMsgQuitRequested), &app));
+    ASSERT_TRUE(veldan::add_next_msg(&ask, TMessage(veldan::kMsgQuitRequested), &app));
     veldan::post_message(&dialog, ask);
     Deliver();
     ASSERT_EQ(dialog.received.size(), 1u);
@@ -97,13 +96,13 @@ TEST_F(MessagePosting, TheNextMessageIsSentOnByTheReply) {
     EXPECT_TRUE(veldan::invoke_next_msg(&reply));
     Deliver();
     ASSERT_EQ(app.received.size(), 1u);
-    EXPECT_EQ(app.received[0].what, kMsgQuitRequested);
+    EXPECT_EQ(app.received[0].what, veldan::kMsgQuitRequested);
 }
 
 TEST_F(MessagePosting, AMessageWithOnlyOneNextFieldSendsNothing) {
     TRecorder target;
     TMessage onlyMessage('asks');
-    onlyMessage.AddMessage(veldan::kNextMsgField, TMessage(kMsgQuitRequested));
+    onlyMessage.AddMessage(veldan::kNextMsgField, TMessage(veldan::kMsgQuitRequested));
     TMessage onlyTarget('asks');
     onlyTarget.AddPointer(veldan::kNextMsgTargetField, &target);
 

@@ -13,6 +13,10 @@
 
 namespace veldan {
 
+// The request to quit the application, whoever asks: the menu, a signal, the desktop session.
+// A dialog that must be answered first carries it on as its next message.
+constexpr uint32_t kMsgQuitRequested = '_QRQ';
+
 class TMessageEvent : public QEvent {
   public:
     explicit TMessageEvent(const TMessage& message) : QEvent(EventType()), fMessage(message) {}
