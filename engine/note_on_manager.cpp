@@ -31,13 +31,9 @@ void TNoteOnManager::ControlChange(uint8_t channel, uint8_t controller, uint8_t 
     if (controller == midi::kCtrlAllNotesOff) ClearChannel(channel);
 }
 
-int32_t TNoteOnManager::ResetKind(const uint8_t* data, size_t length) {
-    return sys_reset_kind(data, length);
-}
-
 void TNoteOnManager::SystemExclusive(const uint8_t* data, size_t length, int64_t time) {
     fOutput.SpraySystemExclusive(data, length, time);
-    int32_t kind = ResetKind(data, length);
+    const int32_t kind = sys_reset_kind(data, length);
     if (kind == 0) return;
     for (uint8_t channel = 0; channel < midi::kChannels; ++channel) ClearChannel(channel);
     fResetsSeen.fetch_or(kind, std::memory_order_relaxed);

@@ -83,7 +83,6 @@ class TNoteOnManager : public TMidiPassThrough {
     void RemoveNoteOnInfo(uint8_t channel, uint8_t note);
     void NotesOff(uint16_t channels, int64_t time);
     void ClearChannel(uint8_t channel) { fTable[channel & 0x0F].SetCount(0); }
-    static int32_t ResetKind(const uint8_t* data, size_t length);
 
     // Owner's side: the ticket of the command queued, 0 when the queue refused it.
     uint32_t Post(uint8_t code, uint16_t channels, int64_t time);
