@@ -2,15 +2,18 @@
 // middle, a folder the user may not write, a folder that is gone.
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
+#include <new>
 #include <random>
 #include <string>
 #include <thread>
@@ -91,11 +94,19 @@ TEST(NativeListWrite, AFullDiskLeavesTheOldListByteForByte) {
     EXPECT_EQ(count_temporaries(dir.Path()), 0);
 }
 
+// What a saving child tells the test through memory shared across the fork.
+struct TSaverReport {
+    std::atomic<int> saves{0};
+    std::atomic<int64_t> lastSaveUs{0};
+};
+
 // A child saves a large list over and over, alternating two contents, and is killed at
-// random moments; after every kill the file must hold one of the two lists whole.
+// random moments; after every kill the file must hold one of the two lists whole. Every
+// other kill waits until the child has finished a save, so kills land inside the first save
+// and inside later ones however slowly this machine's disk syncs.
 TEST(NativeListWrite, KilledAtRandomMomentsTheListIsOldOrNewNeverBroken) {
     constexpr int kKills = 300;
-    constexpr auto kTimeBudget = std::chrono::seconds(8);
+    constexpr auto kTimeBudget = std::chrono::seconds(15);
     TTempDir dir;
     const std::vector<std::string> listA = song_paths("a", 3000);
     const std::vector<std::string> listB = song_paths("b", 2500);
@@ -104,39 +115,61 @@ TEST(NativeListWrite, KilledAtRandomMomentsTheListIsOldOrNewNeverBroken) {
     const fs::path target = dir.Path() / "big.qml";
     ASSERT_TRUE(write_native_list(target, listA, nullptr));
 
-    // Kills land anywhere in a save, and some saves finish between two kills.
-    const auto before = std::chrono::steady_clock::now();
+    void* shared = ::mmap(nullptr, sizeof(TSaverReport), PROT_READ | PROT_WRITE,
+                          MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(shared, MAP_FAILED);
+    TSaverReport* report = new (shared) TSaverReport;
+    const auto now_us = [] {
+        return std::chrono::duration_cast<std::chrono::microseconds>(
+                   std::chrono::steady_clock::now().time_since_epoch())
+            .count();
+    };
+    const int64_t firstSaveStart = now_us();
     ASSERT_TRUE(write_native_list(target, listA, nullptr));
-    const auto oneSaveUs = std::chrono::duration_cast<std::chrono::microseconds>(
-                               std::chrono::steady_clock::now() - before)
-                               .count();
-    std::mt19937 random(20261124);
-    std::uniform_int_distribution<int64_t> delayUs(0, std::max<int64_t>(oneSaveUs * 5 / 4, 2000));
+    report->lastSaveUs = now_us() - firstSaveStart;
 
-    int kills = 0, intact = 0, sawA = 0, sawB = 0, mostTemporaries = 0;
+    std::mt19937 random(20261124);
+    int kills = 0, intact = 0, sawA = 0, sawB = 0, mostTemporaries = 0, unfinished = 0;
     const auto start = std::chrono::steady_clock::now();
     while (kills < kKills && std::chrono::steady_clock::now() - start < kTimeBudget) {
+        const bool afterASave = kills % 2 == 1;
+        report->saves = 0;
         const pid_t saver = start_child([&] {
-            for (bool b = true;; b = !b) write_native_list(target, b ? listB : listA, nullptr);
+            for (bool b = true;; b = !b) {
+                const int64_t began = now_us();
+                write_native_list(target, b ? listB : listA, nullptr);
+                report->lastSaveUs = now_us() - began;
+                ++report->saves;
+            }
         });
         ASSERT_GT(saver, 0);
+        const auto waitFrom = std::chrono::steady_clock::now();
+        while (afterASave && report->saves == 0 &&
+               std::chrono::steady_clock::now() - waitFrom < std::chrono::seconds(2))
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        if (afterASave && report->saves == 0) ++unfinished;
+        const int64_t oneSaveUs = std::max<int64_t>(report->lastSaveUs, 1000);
+        std::uniform_int_distribution<int64_t> delayUs(0, oneSaveUs * 5 / 4);
         std::this_thread::sleep_for(std::chrono::microseconds(delayUs(random)));
         ASSERT_TRUE(kill_and_reap(saver));
         ++kills;
-        const std::string now = read_text(target);
-        if (now == textA) ++sawA;
-        if (now == textB) ++sawB;
-        if (now == textA || now == textB) ++intact;
+        const std::string content = read_text(target);
+        if (content == textA) ++sawA;
+        if (content == textB) ++sawB;
+        if (content == textA || content == textB) ++intact;
         mostTemporaries = std::max(mostTemporaries, count_temporaries(dir.Path()));
     }
     std::printf(
-        "kills %d, intact %d (old %d, new %d), most temporaries left %d, one save %lld us\n", kills,
-        intact, sawA, sawB, mostTemporaries, static_cast<long long>(oneSaveUs));
+        "kills %d, intact %d (old %d, new %d), most temporaries left %d, last save %lld us\n",
+        kills, intact, sawA, sawB, mostTemporaries,
+        static_cast<long long>(report->lastSaveUs.load()));
+    ::munmap(shared, sizeof(TSaverReport));
     // 300 on an idle machine; a sanitizer build on a busy one syncs ten times slower.
     EXPECT_GE(kills, 25) << "too few kills in the time budget";
+    EXPECT_EQ(unfinished, 0) << "a child never finished a save within 2 s";
     EXPECT_EQ(intact, kills);
     EXPECT_GT(sawA, 0);
-    EXPECT_GT(sawB, 0) << "no save ever finished between kills: the test proves little";
+    EXPECT_GT(sawB, 0);
     EXPECT_LE(mostTemporaries, 1);
 
     // The next save cleans up after the last killed saver.
