@@ -7,6 +7,9 @@
 
 TMidiFilter::TMidiFilter(const std::string& name) : TMidiPassThrough(name) {}
 
+TMidiFilter::TMidiFilter(TMidiLocalConsumer& host, const std::string& name)
+    : TMidiPassThrough(host, name) {}
+
 TMidiFilter::~TMidiFilter() { StopReceiving(); }
 
 int32_t TMidiFilter::SetKey(int32_t semitones) {

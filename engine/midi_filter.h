@@ -32,6 +32,8 @@
 class TMidiFilter : public TMidiPassThrough {
   public:
     explicit TMidiFilter(const std::string& name);
+    // A filter that rides on host's receive thread, the stage before it.
+    TMidiFilter(TMidiLocalConsumer& host, const std::string& name);
     ~TMidiFilter() override;
 
     // kept: the setters check nothing and return 0; notes clamp to 0..127, velocities to 127.

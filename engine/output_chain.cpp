@@ -15,12 +15,13 @@ std::string TOutputChain::PublicName(int port) {
 
 TOutputChain::TOutputChain(TSMFProducer& producer) : fProducer(producer) {
     for (int port = 0; port < kPorts; ++port) {
-        fFilters[port] = std::make_unique<TMidiFilter>(PublicName(port));
+        fManagers[port] = std::make_unique<TNoteOnManager>();
+        // Every event the manager passes on goes to the filter: one thread carries both.
+        fFilters[port] = std::make_unique<TMidiFilter>(*fManagers[port], PublicName(port));
         // A consumer with a set of channels per port (the built-in synthesizer) plays
         // lane B on its port-B channels.
         fFilters[port]->Producer()->SetPort(port);
         fFilters[port]->Producer()->Register();
-        fManagers[port] = std::make_unique<TNoteOnManager>();
         fManagers[port]->Connect(fFilters[port].get());
         producer.Producer(port)->Connect(fManagers[port].get());
     }

@@ -2,7 +2,8 @@
 // TOutputChain: the two lanes between the producer and the outside world,
 //   producer output i -> TNoteOnManager i -> TMidiFilter i -> "Quill MIDI OUT A"/"B".
 // Made once and kept for the program's life; only the two public endpoints are
-// registered, so only they are visible to other programs.
+// registered, so only they are visible to other programs. Each lane's filter rides on its
+// manager's receive thread, so a lane costs the music one thread hand-off, not two.
 
 #include <array>
 #include <cstdint>
@@ -44,6 +45,7 @@ class TOutputChain final : public TFadeListener {
 
   private:
     TSMFProducer& fProducer;
+    // Riders go before their hosts: the filters are destroyed first.
     std::array<std::unique_ptr<TNoteOnManager>, kPorts> fManagers;
     std::array<std::unique_ptr<TMidiFilter>, kPorts> fFilters;
 };

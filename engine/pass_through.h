@@ -13,6 +13,9 @@
 class TMidiPassThrough : public TMidiLocalConsumer {
   public:
     explicit TMidiPassThrough(std::string outputName = {}) : fOutput(std::move(outputName)) {}
+    // A stage riding on host's receive thread (see TMidiLocalConsumer).
+    TMidiPassThrough(TMidiLocalConsumer& host, std::string outputName)
+        : TMidiLocalConsumer(host, outputName), fOutput(std::move(outputName)) {}
 
     TMidiLocalProducer* Producer() { return &fOutput; }
     int32_t Connect(TMidiConsumer* consumer) { return fOutput.Connect(consumer); }

@@ -3,11 +3,18 @@
 #include <pthread.h>
 
 #include <climits>
+#include <cstdio>
+#include <cstdlib>
 #include <thread>
 
 #include "midi/midi_defs.h"
 #include "veldan/base/clock.h"
 #include "veldan/base/thread.h"
+
+namespace {
+// The consumer whose receive thread this is; riders push on their host's thread.
+thread_local const TMidiLocalConsumer* tReceiver = nullptr;
+}  // namespace
 
 TMidiLocalConsumer::TMidiLocalConsumer(std::string name, size_t queueCapacity,
                                        int32_t receivePriority)
@@ -15,14 +22,42 @@ TMidiLocalConsumer::TMidiLocalConsumer(std::string name, size_t queueCapacity,
     fThread = std::thread([this] { ReceiveLoop(); });
 }
 
+TMidiLocalConsumer::TMidiLocalConsumer(TMidiLocalConsumer& host, std::string name,
+                                       size_t queueCapacity)
+    : TMidiConsumer(std::move(name)),
+      fHost(&host),
+      fReceivePriority(host.fReceivePriority),
+      fQueue(queueCapacity) {
+    for (auto& slot : host.fRiders) {
+        TMidiLocalConsumer* empty = nullptr;
+        if (slot.compare_exchange_strong(empty, this, std::memory_order_seq_cst)) return;
+    }
+    std::fprintf(stderr, "quillmidi: %s: its host carries %zu riders already\n", Name().c_str(),
+                 kMaxRiders);
+    std::abort();
+}
+
 TMidiLocalConsumer::~TMidiLocalConsumer() { StopReceiving(); }
 
 void TMidiLocalConsumer::StopReceiving() {
     DisconnectAllProducers();
     fQuit.store(true, std::memory_order_seq_cst);
-    WakeReceiver();
     RoomFreed();  // senders still waiting for room leave
+    if (fHost) {
+        fHost->Unride(this);
+        return;
+    }
+    WakeReceiver();
     if (fThread.joinable()) fThread.join();
+}
+
+void TMidiLocalConsumer::Unride(TMidiLocalConsumer* rider) {
+    for (auto& slot : fRiders) {
+        TMidiLocalConsumer* expected = rider;
+        slot.compare_exchange_strong(expected, nullptr, std::memory_order_seq_cst);
+    }
+    // The host's thread either saw the slot empty or has marked the rider in hand.
+    while (fRiderInHand.load(std::memory_order_seq_cst) == rider) std::this_thread::yield();
 }
 
 void TMidiLocalConsumer::Receive(const uint8_t* data, size_t length, bool atomic, int64_t time) {
@@ -64,6 +99,12 @@ bool TMidiLocalConsumer::Push(std::initializer_list<TMidiEventQueue::TPiece> pie
         }
         if (fQuit.load(std::memory_order_acquire)) return false;
         fOverflows.fetch_add(1, std::memory_order_relaxed);
+        if (fHost && tReceiver == fHost) {
+            // The host's thread is the one that would free room: it does so now.
+            while (HandleOne()) {
+            }
+            continue;
+        }
         WakeReceiver();
         const int64_t now = veldan::system_time();
         if (deadline < 0) deadline = now + kSendWaitUs;
@@ -84,6 +125,10 @@ void TMidiLocalConsumer::RoomFreed() {
 }
 
 void TMidiLocalConsumer::WakeReceiver() {
+    if (fHost) {
+        fHost->WakeReceiver();
+        return;
+    }
     // Sequentially consistent with the receiver's "sleeping" store and "accepted" load:
     // either it sees our event before it sleeps, or we see it asleep here and wake it.
     if (fSleeping.load(std::memory_order_seq_cst) != 0 &&
@@ -91,26 +136,57 @@ void TMidiLocalConsumer::WakeReceiver() {
         veldan::futex_wake(&fSleeping, 1);
 }
 
+bool TMidiLocalConsumer::HandleOne() {
+    const bool popped = fQueue.TryPop(
+        [this](const uint8_t* data, size_t length, bool atomic, int64_t time, uint8_t kind) {
+            if (kind == kKindCommand)
+                Command(data, length, time);
+            else
+                Data(data, length, atomic, time);
+        });
+    if (!popped) return false;
+    fHandled.store(fHandled.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    RoomFreed();
+    return true;
+}
+
+bool TMidiLocalConsumer::HandleRiders() {
+    bool any = false;
+    for (auto& slot : fRiders) {
+        TMidiLocalConsumer* rider = slot.load(std::memory_order_seq_cst);
+        if (!rider) continue;
+        fRiderInHand.store(rider, std::memory_order_seq_cst);
+        // Checked again once in hand: a rider that left meanwhile is not touched.
+        if (slot.load(std::memory_order_seq_cst) == rider)
+            while (rider->HandleOne()) any = true;
+        fRiderInHand.store(nullptr, std::memory_order_release);
+    }
+    return any;
+}
+
+bool TMidiLocalConsumer::HasQueued() const {
+    return fAccepted.load(std::memory_order_seq_cst) != fHandled.load(std::memory_order_relaxed);
+}
+
+bool TMidiLocalConsumer::RidersHaveQueued() const {
+    for (const auto& slot : fRiders) {
+        const TMidiLocalConsumer* rider = slot.load(std::memory_order_seq_cst);
+        if (rider && rider->HasQueued()) return true;
+    }
+    return false;
+}
+
 void TMidiLocalConsumer::ReceiveLoop() {
     pthread_setname_np(pthread_self(), kReceiveThreadName);
     veldan::apply_thread_priority(fReceivePriority);
-    auto handle = [this](const uint8_t* data, size_t length, bool atomic, int64_t time,
-                         uint8_t kind) {
-        if (kind == kKindCommand)
-            Command(data, length, time);
-        else
-            Data(data, length, atomic, time);
-    };
-    uint64_t handled = 0;
+    tReceiver = this;
     for (;;) {
-        while (fQueue.TryPop(handle)) {
-            fHandled.store(++handled, std::memory_order_release);
-            RoomFreed();
-        }
+        // What an event sent on to a rider goes out at once, before the next event.
+        while (HandleOne()) HandleRiders();
+        if (HandleRiders()) continue;
         if (fQuit.load(std::memory_order_acquire)) return;
         fSleeping.store(1, std::memory_order_seq_cst);
-        if (fAccepted.load(std::memory_order_seq_cst) != handled ||
-            fQuit.load(std::memory_order_seq_cst)) {
+        if (HasQueued() || RidersHaveQueued() || fQuit.load(std::memory_order_seq_cst)) {
             fSleeping.store(0, std::memory_order_relaxed);
             continue;
         }

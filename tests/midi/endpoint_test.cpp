@@ -310,6 +310,113 @@ TEST(MidiEndpoints, DisconnectingWhileAnotherThreadSpraysIsSafe) {
     EXPECT_EQ(a.Entries().size(), count);
 }
 
+// A consumer that sends every event on through a producer of its own, as the chain's
+// stages do, and keeps the thread it ran on.
+class TForwarder : public TMidiLocalConsumer {
+  public:
+    TForwarder() : TMidiLocalConsumer("forwarder") {}
+    ~TForwarder() override { StopReceiving(); }
+    void Data(const uint8_t* data, size_t length, bool atomic, int64_t time) override {
+        thread = std::this_thread::get_id();
+        out.SprayData(data, length, atomic, time);
+    }
+    // A command sprays count note-offs at once, as an all-notes-off does.
+    bool Burst(uint16_t count) {
+        const uint8_t bytes[] = {uint8_t(count >> 8), uint8_t(count)};
+        return EnqueueCommand(bytes, sizeof bytes, 0);
+    }
+    void Command(const uint8_t* data, size_t, int64_t) override {
+        for (int i = 0; i < (data[0] << 8 | data[1]); ++i) out.SprayNoteOff(0, 60, 0, i);
+    }
+    TMidiLocalProducer out{"forwarder out"};
+    std::atomic<std::thread::id> thread{};
+};
+
+// Counts what it gets, in order by time stamp, and the threads it got it on.
+class TRider : public TMidiLocalConsumer {
+  public:
+    TRider(TMidiLocalConsumer& host, size_t capacity = kDefaultQueueCapacity)
+        : TMidiLocalConsumer(host, "rider", capacity) {}
+    ~TRider() override { StopReceiving(); }
+    void Data(const uint8_t*, size_t, bool, int64_t time) override { Note(time, "event"); }
+    bool Ask(int64_t time) { return EnqueueCommand(nullptr, 0, time); }
+    void Command(const uint8_t*, size_t, int64_t time) override { Note(time, "command"); }
+    std::vector<std::string> calls;
+    std::vector<std::thread::id> threads;
+    std::atomic<int64_t> count{0};
+    bool inOrder = true;
+
+  private:
+    void Note(int64_t time, const char* what) {
+        if (calls.size() < 16) calls.push_back(what + (" @" + std::to_string(time)));
+        if (threads.empty() || threads.back() != std::this_thread::get_id())
+            threads.push_back(std::this_thread::get_id());
+        inOrder = inOrder && time >= count;
+        count = time + 1;
+    }
+};
+
+TEST(MidiRiders, ARiderRunsOnItsHostsThreadInOrderWithWhatIsAskedOfItDirectly) {
+    TMidiLocalProducer producer;
+    TForwarder host;
+    TRider rider(host);
+    producer.Connect(&host);
+    host.out.Connect(&rider);
+    producer.SprayNoteOn(0, 60, 100, 1);
+    ASSERT_TRUE(host.WaitIdle(2000000));
+    // Asked directly while the host sleeps: the host's thread wakes for it.
+    ASSERT_TRUE(rider.Ask(2));
+    ASSERT_TRUE(rider.WaitIdle(2000000));
+    producer.SprayNoteOn(0, 61, 100, 3);
+    ASSERT_TRUE(host.WaitIdle(2000000));
+    ASSERT_TRUE(rider.Ask(4));
+    ASSERT_TRUE(rider.WaitIdle(2000000));
+    EXPECT_EQ(rider.calls,
+              (std::vector<std::string>{"event @1", "command @2", "event @3", "command @4"}));
+    ASSERT_EQ(rider.threads.size(), 1u);
+    EXPECT_EQ(rider.threads[0], host.thread.load());
+    EXPECT_NE(rider.threads[0], std::this_thread::get_id());
+}
+
+// On a thread of its own the rider would free room for the host; riding, the host must,
+// or it would wait for itself and drop the rest.
+TEST(MidiRiders, AHostSendingMoreThanItsRiderCanQueueLosesNothing) {
+    TForwarder host;
+    TRider rider(host, 4);
+    host.out.Connect(&rider);
+    ASSERT_TRUE(host.Burst(3000));
+    ASSERT_TRUE(host.WaitIdle(5000000));
+    ASSERT_TRUE(rider.WaitIdle(5000000));
+    EXPECT_EQ(rider.count, 3000);
+    EXPECT_TRUE(rider.inOrder);
+    EXPECT_EQ(rider.SendDrops(), 0u);
+}
+
+TEST(MidiRiders, RidersComingAndGoingWhileTheHostCarriesMusicIsSafe) {
+    TMidiLocalProducer producer;
+    TForwarder host;
+    producer.Connect(&host);
+    std::atomic<bool> run{true};
+    std::thread sender([&] {
+        for (int64_t time = 0; run.load(); ++time) producer.SprayNoteOn(0, 60, 100, time);
+    });
+    TRider steady(host);
+    host.out.Connect(&steady);
+    int reached = 0;
+    for (int i = 0; i < 100; ++i) {
+        TRider passing(host);
+        host.out.Connect(&passing);
+        reached += wait_for([&] { return passing.count.load() > 0; }) ? 1 : 0;
+    }
+    run = false;
+    sender.join();
+    ASSERT_TRUE(host.WaitIdle(2000000));
+    ASSERT_TRUE(steady.WaitIdle(2000000));
+    EXPECT_EQ(reached, 100);
+    EXPECT_TRUE(steady.inOrder);
+    EXPECT_GT(steady.count.load(), 0);
+}
+
 TEST(MidiRoster, ListsRegisteredConsumersByIdAndFindsThemByName) {
     TMidiRecorder synth("Test Synth Alpha", 1), other("Test Synth Beta", 1), hidden("Hidden", 1);
     std::atomic<int> changes{0};
