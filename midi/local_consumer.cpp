@@ -150,30 +150,34 @@ bool TMidiLocalConsumer::HandleOne() {
     return true;
 }
 
-bool TMidiLocalConsumer::HandleRiders() {
+template <typename Visit>
+bool TMidiLocalConsumer::AnyRider(Visit&& visit) {
     bool any = false;
     for (auto& slot : fRiders) {
         TMidiLocalConsumer* rider = slot.load(std::memory_order_seq_cst);
         if (!rider) continue;
         fRiderInHand.store(rider, std::memory_order_seq_cst);
-        // Checked again once in hand: a rider that left meanwhile is not touched.
-        if (slot.load(std::memory_order_seq_cst) == rider)
-            while (rider->HandleOne()) any = true;
+        // Checked again once in hand: a rider that left meanwhile may be gone already.
+        if (slot.load(std::memory_order_seq_cst) == rider && visit(*rider)) any = true;
         fRiderInHand.store(nullptr, std::memory_order_release);
     }
     return any;
+}
+
+bool TMidiLocalConsumer::HandleRiders() {
+    return AnyRider([](TMidiLocalConsumer& rider) {
+        bool handled = false;
+        while (rider.HandleOne()) handled = true;
+        return handled;
+    });
 }
 
 bool TMidiLocalConsumer::HasQueued() const {
     return fAccepted.load(std::memory_order_seq_cst) != fHandled.load(std::memory_order_relaxed);
 }
 
-bool TMidiLocalConsumer::RidersHaveQueued() const {
-    for (const auto& slot : fRiders) {
-        const TMidiLocalConsumer* rider = slot.load(std::memory_order_seq_cst);
-        if (rider && rider->HasQueued()) return true;
-    }
-    return false;
+bool TMidiLocalConsumer::RidersHaveQueued() {
+    return AnyRider([](const TMidiLocalConsumer& rider) { return rider.HasQueued(); });
 }
 
 void TMidiLocalConsumer::ReceiveLoop() {

@@ -125,7 +125,11 @@ class TMidiLocalConsumer : public TMidiConsumer {
     // anything.
     bool HandleRiders();
     bool HasQueued() const;
-    bool RidersHaveQueued() const;
+    bool RidersHaveQueued();
+    // Host's receive thread: visit(rider) for each rider, safe from riders leaving
+    // meanwhile; true when a visit returned true.
+    template <typename Visit>
+    bool AnyRider(Visit&& visit);
     void Unride(TMidiLocalConsumer* rider);
     void WakeReceiver();
     void RoomFreed();
