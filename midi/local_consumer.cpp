@@ -28,12 +28,14 @@ TMidiLocalConsumer::TMidiLocalConsumer(TMidiLocalConsumer& host, std::string nam
       fHost(&host),
       fReceivePriority(host.fReceivePriority),
       fQueue(queueCapacity) {
+    // A rider has no thread to carry another, so it could only ever drop what came to it.
     for (auto& slot : host.fRiders) {
         TMidiLocalConsumer* empty = nullptr;
-        if (slot.compare_exchange_strong(empty, this, std::memory_order_seq_cst)) return;
+        if (!host.fHost && slot.compare_exchange_strong(empty, this, std::memory_order_seq_cst))
+            return;
     }
-    std::fprintf(stderr, "quillmidi: %s: its host carries %zu riders already\n", Name().c_str(),
-                 kMaxRiders);
+    std::fprintf(stderr, "quillmidi: %s: its host is a rider or carries %zu riders already\n",
+                 Name().c_str(), kMaxRiders);
     std::abort();
 }
 
