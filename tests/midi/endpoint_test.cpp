@@ -392,6 +392,16 @@ TEST(MidiRiders, AHostSendingMoreThanItsRiderCanQueueLosesNothing) {
     EXPECT_EQ(rider.SendDrops(), 0u);
 }
 
+TEST(MidiRidersDeathTest, ARiderCarriesNoneAndAHostNoMoreThanItHasRoomFor) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    TForwarder host;
+    TRider first(host);
+    EXPECT_DEATH(TRider onARider(static_cast<TMidiLocalConsumer&>(first)), "is a rider");
+    TRider second(host);
+    static_assert(TMidiLocalConsumer::kMaxRiders == 2);
+    EXPECT_DEATH(TRider third(host), "carries 2 riders already");
+}
+
 TEST(MidiRiders, RidersComingAndGoingWhileTheHostCarriesMusicIsSafe) {
     TMidiLocalProducer producer;
     TForwarder host;
