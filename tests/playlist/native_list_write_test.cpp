@@ -23,6 +23,7 @@
 #include "tests/support/fault_child.h"
 #include "tests/support/temp_dir.h"
 #include "veldan/base/atomic_file.h"
+#include "veldan/base/clock.h"
 
 namespace fs = std::filesystem;
 
@@ -119,14 +120,9 @@ TEST(NativeListWrite, KilledAtRandomMomentsTheListIsOldOrNewNeverBroken) {
                           MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(shared, MAP_FAILED);
     TSaverReport* report = new (shared) TSaverReport;
-    const auto now_us = [] {
-        return std::chrono::duration_cast<std::chrono::microseconds>(
-                   std::chrono::steady_clock::now().time_since_epoch())
-            .count();
-    };
-    const int64_t firstSaveStart = now_us();
+    const int64_t firstSaveStart = veldan::system_time();
     ASSERT_TRUE(write_native_list(target, listA, nullptr));
-    report->lastSaveUs = now_us() - firstSaveStart;
+    report->lastSaveUs = veldan::system_time() - firstSaveStart;
 
     std::mt19937 random(20261124);
     int kills = 0, intact = 0, sawA = 0, sawB = 0, mostTemporaries = 0, unfinished = 0;
@@ -136,9 +132,9 @@ TEST(NativeListWrite, KilledAtRandomMomentsTheListIsOldOrNewNeverBroken) {
         report->saves = 0;
         const pid_t saver = start_child([&] {
             for (bool b = true;; b = !b) {
-                const int64_t began = now_us();
+                const int64_t began = veldan::system_time();
                 write_native_list(target, b ? listB : listA, nullptr);
-                report->lastSaveUs = now_us() - began;
+                report->lastSaveUs = veldan::system_time() - began;
                 ++report->saves;
             }
         });
